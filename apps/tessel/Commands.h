@@ -1,0 +1,38 @@
+// The tool's commands, on the library's public API.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include <tessel/framework/ContentRecord.h>
+
+namespace Tessel::Tool {
+
+struct CommandOptions {
+    std::string path;
+    bool all = false;
+    bool json = false;
+    bool mediaOnly = false;
+    std::string provider;
+    std::string fields;
+    int depth = 8;
+};
+
+int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream& err);
+int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err);
+int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err);
+int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& err);
+
+// How the tool turns a PATH argument into a location: list paths ("volumes:"), scheme
+// paths ("CLSource://...") and Windows long paths pass unchanged; everything else is made
+// absolute and loses trailing separators (a root keeps its own).
+std::u16string NormalizeLocation(const std::string& argument);
+
+// Prints a content answer for people or as JSON. Returns the exit status for it.
+int PrintListing(const std::u16string& path, const std::u16string& providerID,
+                 ResultCode code, const ContentMap& content,
+                 const std::vector<std::u16string>& fields,
+                 const std::map<std::u16string, std::u16string>& labels, bool json,
+                 std::ostream& out, std::ostream& err);
+
+}  // namespace Tessel::Tool

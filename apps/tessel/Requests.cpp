@@ -1,0 +1,68 @@
+#include "Requests.h"
+
+#include <chrono>
+
+#include <tessel/foundation/MainThread.h>
+
+#include "Interrupt.h"
+
+namespace Tessel::Tool {
+
+const ImmutableString& ToolStation() {
+    static const ImmutableString station("Tessel.toolstation");
+    Messaging::RegisterStation(station);
+    return station;
+}
+
+namespace {
+
+// Waits for the message of REQUEST. MATCHES tells whether a message answers it. Without a
+// running host nothing will ever come, so the wait gives up when the request was not queued.
+template <class Msg, class Request>
+std::optional<Msg> Await(const ClassRef<Request>& request, bool started,
+                         const std::function<bool(const Msg&)>& matches) {
+    if (!started) return std::nullopt;
+    std::optional<Msg> answer;
+    ScopedListener listener(Messaging::Listen<Msg>(ToolStation(), [&](const Msg& message) {
+        if (!answer && matches(message)) answer = message;
+    }));
+    bool aborted = false;
+    while (!answer) {
+        MainThread::RunOne(std::chrono::milliseconds(50));
+        if (!aborted && InterruptRequested()) {
+            request->Abort();
+            aborted = true;
+        }
+    }
+    return answer;
+}
+
+}  // namespace
+
+// Messages reach the tool only while it pumps its main thread, so listening right after
+// the start cannot miss an answer.
+std::optional<GetProviderListMessage> RunProviderList(const std::u16string& path) {
+    auto request = ProviderHost::RequestProviderList(path, any_regular_t(), ToolStation());
+    return Await<GetProviderListMessage>(
+        request, ProviderHost::GetHighPriorityProviderExecutor() != nullptr,
+        [&](const GetProviderListMessage& m) { return m.path == path; });
+}
+
+std::optional<GetContentMessage> RunContent(ProviderWrapper& wrapper, const std::u16string& path,
+                                            const FieldSet& fields) {
+    auto request = wrapper.RequestContent(path, any_regular_t(), fields, ToolStation());
+    return Await<GetContentMessage>(
+        request, ProviderHost::GetHighPriorityProviderExecutor() != nullptr,
+        [&](const GetContentMessage& m) { return m.request == request; });
+}
+
+std::optional<GetDefaultContentMessage> RunDefaultContent(
+    std::shared_ptr<DefaultContentRequestData> data) {
+    const ImmutableString& station = ToolStation();
+    auto request = ProviderHost::RequestDefaultProviderContent(data, station);
+    return Await<GetDefaultContentMessage>(
+        request, ProviderHost::GetHighPriorityProviderExecutor() != nullptr,
+        [&](const GetDefaultContentMessage& m) { return m.data == data; });
+}
+
+}  // namespace Tessel::Tool

@@ -1,0 +1,143 @@
+#include "Tool.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include <CLI/CLI.hpp>
+
+#include <tessel/foundation/Localizer.h>
+#include <tessel/foundation/MainThread.h>
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/Preferences.h>
+#include <tessel/foundation/Settings.h>
+#include <tessel/foundation/Trace.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/framework/ProviderHost.h>
+
+#include "Commands.h"
+#include "Interrupt.h"
+
+#ifndef TESSEL_VERSION_STRING
+#define TESSEL_VERSION_STRING "0"
+#endif
+
+namespace Tessel::Tool {
+
+namespace {
+
+// Shuts the host down on every way out of Run, if Run started it.
+class HostSession {
+public:
+    HostSession() : mOwned(!ProviderHost::IsInitialized()) {
+        if (mOwned) ProviderHost::Initialize();
+        // The favorites are loaded by a task on the main thread; run it before answering.
+        MainThread::RunPending();
+    }
+    ~HostSession() {
+        if (mOwned) ProviderHost::Shutdown();
+    }
+    HostSession(const HostSession&) = delete;
+    HostSession& operator=(const HostSession&) = delete;
+
+private:
+    bool mOwned;
+};
+
+}  // namespace
+
+int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    CLI::App app{"tessel: find the providers that can show a location, and list it", "tessel"};
+    app.set_version_flag("--version", std::string("tessel ") + TESSEL_VERSION_STRING);
+    app.require_subcommand(0, 1);
+    app.footer(
+        "Paths: folders are made absolute; list paths (volumes:, favorites:, ...) and scheme\n"
+        "paths (CLSource://...) are passed as given.\n"
+        "Exit status: 0 success, 1 no provider or nothing found, 2 usage error, 3 interrupted.");
+
+    std::vector<std::string> settings;
+    std::string prefsFile;
+    std::vector<std::string> traces;
+    app.add_option("--set", settings, "Set a setting for this run (repeatable)")
+        ->type_name("KEY=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--prefs", prefsFile, "Use this preferences file")->type_name("FILE");
+    app.fallthrough();
+    app.add_option("--trace", traces, "Trace a category to standard error (repeatable; 'all')")
+        ->type_name("CATEGORY")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+
+    CommandOptions options;
+    auto* providers = app.add_subcommand("providers", "Rank the providers that can show PATH");
+    providers->add_option("path", options.path, "Location to rank providers for");
+    providers->add_flag("--all", options.all, "List every registered provider instead");
+    providers->add_flag("--json", options.json, "Write JSON");
+
+    auto* ls = app.add_subcommand("ls", "List PATH through its best (or the named) provider");
+    ls->add_option("path", options.path, "Location to list")->required();
+    ls->add_option("--provider", options.provider, "Provider identification to use")
+        ->type_name("ID");
+    ls->add_option("--fields", options.fields, "Fields to show: all, or F1,F2,...")
+        ->type_name("all|F1,F2,...");
+    ls->add_flag("--json", options.json, "Write JSON");
+
+    auto* def = app.add_subcommand("default", "The default listing of PATH (items that open)");
+    def->add_option("path", options.path, "Location to list")->required();
+    def->add_option("--provider", options.provider, "Provider identification to prefer")
+        ->type_name("ID");
+    def->add_flag("--media-only", options.mediaOnly, "Do not count project-based providers");
+    def->add_flag("--json", options.json, "Write JSON");
+
+    auto* browse = app.add_subcommand("browse", "Show ROOT and its folders as the providers see them");
+    browse->add_option("root", options.path, "Folder to browse (default: the bundled samples)");
+    browse->add_option("--depth", options.depth, "How many folder levels to descend")
+        ->check(CLI::Range(0, 64));
+
+    try {
+        std::vector<std::string> reversed(args.rbegin(), args.rend());
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        out << app.help();
+        return 0;
+    } catch (const CLI::CallForVersion&) {
+        out << "tessel " << TESSEL_VERSION_STRING << "\n";
+        return 0;
+    } catch (const CLI::ParseError& e) {
+        err << "tessel: " << e.what() << "\n";
+        err << "Run 'tessel --help' for usage.\n";
+        return 2;
+    }
+
+    for (const auto& assignment : settings) {
+        if (!Settings::SetFromAssignment(assignment)) {
+            err << "tessel: --set expects KEY=VALUE, not '" << assignment << "'\n";
+            return 2;
+        }
+    }
+    for (const auto& category : traces) Trace::Enable(category);
+    if (!prefsFile.empty()) Preferences::UseFile(prefsFile);
+    if (!prefsFile.empty() || !ProviderHost::IsInitialized()) {
+        if (auto error = Preferences::Load()) err << "tessel: warning: " << *error << "\n";
+    }
+
+    if (app.get_subcommands().empty()) {
+        out << app.help();
+        return 2;
+    }
+    HostSession session;
+    if (providers->parsed()) {
+        if (!options.all && providers->count("path") == 0) {
+            err << "tessel: providers needs a PATH, or --all\n";
+            return 2;
+        }
+        return RunProviders(options, out, err);
+    }
+    if (ls->parsed()) return RunList(options, out, err);
+    if (def->parsed()) return RunDefault(options, out, err);
+    if (browse->parsed()) return RunBrowse(options, out, err);
+    return 2;
+}
+
+}  // namespace Tessel::Tool

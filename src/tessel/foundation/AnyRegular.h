@@ -1,0 +1,193 @@
+// any_regular_t: the type-erased value of every item property and provider state.
+//
+// It holds nothing (empty) or one value of a regular type (copyable, equality-comparable).
+// Arithmetic values are normalised so that records compare and serialise predictably:
+// bool stays bool, every other integer type is stored as std::int64_t, every floating
+// type as double. Text is std::u16string (the host's strings) or std::string (UTF-8).
+// Lists are any_regular_t::array_t, dictionaries any_regular_t::dictionary_t.
+//
+// Serialisation: values of registered types round-trip through JSON (ToJson/FromJson).
+// Built in: empty (null), bool, integers, doubles, both string types, arrays,
+// dictionaries and DateTime. Other layers register their own value types with
+// RegisterValueType (the framework registers Provider::ByteSize_t and IconType).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <typeindex>
+#include <typeinfo>
+#include <vector>
+
+#include <tessel/foundation/DateTime.h>
+#include <tessel/platform/Export.h>
+
+namespace Tessel {
+
+class any_regular_t;
+
+namespace detail {
+template <class T>
+struct StoredType {
+    using type = T;
+};
+template <>
+struct StoredType<bool> {
+    using type = bool;
+};
+template <>
+struct StoredType<const char*> {
+    using type = std::string;
+};
+template <>
+struct StoredType<char*> {
+    using type = std::string;
+};
+template <>
+struct StoredType<const char16_t*> {
+    using type = std::u16string;
+};
+template <>
+struct StoredType<char16_t*> {
+    using type = std::u16string;
+};
+template <class T>
+using stored_t = typename std::conditional_t<
+    std::is_same_v<T, bool>, StoredType<bool>,
+    std::conditional_t<std::is_integral_v<T>, StoredType<std::int64_t>,
+                       std::conditional_t<std::is_floating_point_v<T>, StoredType<double>,
+                                          StoredType<T>>>>::type;
+}  // namespace detail
+
+class TESSEL_API any_regular_t {
+public:
+    using array_t = std::vector<any_regular_t>;
+    using dictionary_t = std::map<std::string, any_regular_t>;
+
+    any_regular_t() = default;
+    any_regular_t(const any_regular_t& other);
+    any_regular_t(any_regular_t&& other) noexcept = default;
+    any_regular_t& operator=(const any_regular_t& other);
+    any_regular_t& operator=(any_regular_t&& other) noexcept = default;
+    ~any_regular_t();
+
+    template <class T, class = std::enable_if_t<
+                           !std::is_same_v<std::decay_t<T>, any_regular_t>>>
+    any_regular_t(T&& value) {  // NOLINT: implicit by design, like the values it holds
+        using Stored = detail::stored_t<std::decay_t<T>>;
+        mModel = std::make_unique<Model<Stored>>(Stored(std::forward<T>(value)));
+    }
+
+    bool empty() const { return !mModel; }
+    // The type held, typeid(void) when empty.
+    const std::type_info& type() const;
+    template <class T>
+    bool is() const {
+        return mModel && mModel->Type() == typeid(detail::stored_t<T>);
+    }
+
+    // A pointer to the held value when it is exactly of type T (after normalisation:
+    // ask for std::int64_t or double, not int or float), null otherwise.
+    template <class T>
+    const T* get_if() const {
+        if (!mModel || mModel->Type() != typeid(T)) return nullptr;
+        return static_cast<const T*>(mModel->Pointer());
+    }
+    template <class T>
+    T* get_if() {
+        if (!mModel || mModel->Type() != typeid(T)) return nullptr;
+        return static_cast<T*>(mModel->Pointer());
+    }
+
+    // Copies the value into `out` and returns true when it can be had as a T. Arithmetic
+    // targets accept any held number (bool only from bool); other types must match.
+    template <class T>
+    bool cast(T& out) const {
+        if constexpr (std::is_same_v<T, bool>) {
+            if (const bool* b = get_if<bool>()) {
+                out = *b;
+                return true;
+            }
+            return false;
+        } else if constexpr (std::is_arithmetic_v<T>) {
+            if (const std::int64_t* i = get_if<std::int64_t>()) {
+                out = static_cast<T>(*i);
+                return true;
+            }
+            if (const double* d = get_if<double>()) {
+                out = static_cast<T>(*d);
+                return true;
+            }
+            return false;
+        } else {
+            if (const T* p = get_if<T>()) {
+                out = *p;
+                return true;
+            }
+            return false;
+        }
+    }
+    // The value as T, or `fallback` when it cannot be had as one.
+    template <class T>
+    T value_or(T fallback) const {
+        T out{};
+        return cast(out) ? out : fallback;
+    }
+
+    friend TESSEL_API bool operator==(const any_regular_t& a, const any_regular_t& b);
+    friend bool operator!=(const any_regular_t& a, const any_regular_t& b) { return !(a == b); }
+
+    // JSON text of the value; std::nullopt when it (or something inside it) is of a type
+    // that was never registered.
+    std::optional<std::string> ToJson() const;
+    // Parses JSON made by ToJson (or plain JSON: strings become std::u16string, numbers
+    // std::int64_t or double). std::nullopt on malformed text or an unknown type tag.
+    static std::optional<any_regular_t> FromJson(std::string_view json);
+
+    // Type-erased access used by the registry; not needed by ordinary callers.
+    const void* RawPointer() const { return mModel ? mModel->Pointer() : nullptr; }
+
+private:
+    struct Concept {
+        virtual ~Concept() = default;
+        virtual std::unique_ptr<Concept> Clone() const = 0;
+        virtual bool Equals(const Concept& other) const = 0;
+        virtual const std::type_info& Type() const = 0;
+        virtual const void* Pointer() const = 0;
+        virtual void* Pointer() = 0;
+    };
+    template <class T>
+    struct Model final : Concept {
+        explicit Model(T v) : value(std::move(v)) {}
+        std::unique_ptr<Concept> Clone() const override { return std::make_unique<Model>(value); }
+        bool Equals(const Concept& other) const override {
+            return other.Type() == typeid(T) &&
+                   static_cast<bool>(value == static_cast<const Model&>(other).value);
+        }
+        const std::type_info& Type() const override { return typeid(T); }
+        const void* Pointer() const override { return &value; }
+        void* Pointer() override { return &value; }
+        T value;
+    };
+    std::unique_ptr<Concept> mModel;
+};
+
+// JSON conversion of one registered value type. `toJson` receives a pointer to the held
+// value and returns its JSON text (std::nullopt when it cannot); `fromJson` parses that
+// text back (std::nullopt when malformed).
+struct ValueTypeCodec {
+    std::string name;  // the type tag written into JSON, unique
+    std::function<std::optional<std::string>(const void* value)> toJson;
+    std::function<std::optional<any_regular_t>(std::string_view json)> fromJson;
+};
+
+// Registers a value type for serialisation; a later registration of the same C++ type or
+// name replaces the earlier one. Thread-safe.
+TESSEL_API void RegisterValueType(const std::type_info& type, ValueTypeCodec codec);
+TESSEL_API bool IsValueTypeRegistered(const std::type_info& type);
+
+}  // namespace Tessel

@@ -1,0 +1,7 @@
+#include <tessel/foundation/ClassRef.h>
+
+namespace Tessel {
+
+IUnknownBase::~IUnknownBase() = default;
+
+}  // namespace Tessel

@@ -1,0 +1,126 @@
+#include <tessel/foundation/Directory.h>
+
+#include <algorithm>
+#include <cstddef>
+
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/platform/FileSystem.h>
+
+namespace Tessel {
+
+namespace {
+
+// A name with its upper-cased form computed once, so that sorting a large directory
+// upper-cases each name once rather than at every comparison.
+struct SortableName {
+    std::u16string key;
+    std::u16string name;
+};
+
+SortableName MakeSortable(std::u16string name) {
+    SortableName sortable;
+    sortable.key.resize(name.size());
+    std::transform(name.begin(), name.end(), sortable.key.begin(), UpperCaseCodeUnit);
+    sortable.name = std::move(name);
+    return sortable;
+}
+
+// NTFS order; names that differ only in case (possible on a case-sensitive disk) follow
+// their code units, so the order never depends on the order of the read.
+bool NtfsLess(const SortableName& a, const SortableName& b) {
+    if (const int byKey = a.key.compare(b.key); byKey != 0)
+        return byKey < 0;
+    return a.name < b.name;
+}
+
+void SortSortable(std::vector<SortableName>& names) {
+    std::sort(names.begin(), names.end(), NtfsLess);
+}
+
+// One read of PATH. Files go to FILES and sub-directories to DIRECTORIES when those are
+// given; both come out in NTFS order.
+bool ReadLevel(const std::u16string& path, std::vector<std::u16string>* files,
+               std::vector<Directory>* directories, const AbortPredicate& abort, int limit) {
+    if (path.empty())
+        return false;
+    std::vector<Platform::DirectoryEntry> entries;
+    // LIMIT counts entries as the system returns them, before the sort, so a capped walk
+    // of a large directory stops reading early rather than reading everything to sort it.
+    std::size_t read = 0;
+    const auto stop = [&] {
+        if (limit >= 0 && read >= static_cast<std::size_t>(limit))
+            return true;
+        if (abort && abort())
+            return true;
+        ++read;
+        return false;
+    };
+    if (!Platform::ReadDirectory(Path::ToNative(path), entries, stop))
+        return false;
+
+    std::vector<SortableName> fileNames;
+    std::vector<SortableName> directoryNames;
+    for (Platform::DirectoryEntry& entry : entries) {
+        if (entry.kind == Platform::EntryKind::File && files != nullptr) {
+            fileNames.push_back(MakeSortable(Path::FromNative(entry.name)));
+        } else if (entry.kind == Platform::EntryKind::Directory && directories != nullptr) {
+            directoryNames.push_back(MakeSortable(Path::FromNative(entry.name)));
+        }
+    }
+    if (files != nullptr) {
+        SortSortable(fileNames);
+        files->reserve(files->size() + fileNames.size());
+        for (const SortableName& name : fileNames)
+            files->push_back(Path::Join(path, name.name));
+    }
+    if (directories != nullptr) {
+        SortSortable(directoryNames);
+        directories->reserve(directories->size() + directoryNames.size());
+        for (const SortableName& name : directoryNames) {
+            directories->emplace_back(Path::Join(path, name.name));
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+Directory::Directory(std::u16string_view path) : mPath(Path::StripTrailingSeparator(path)) {}
+
+Directory Directory::GetParent() const {
+    if (mPath.empty() || Path::IsRoot(mPath))
+        return {};
+    const std::u16string parent = Path::GetParent(mPath);
+    return parent.empty() ? Directory() : Directory(parent);
+}
+
+bool Directory::Exists() const {
+    return !mPath.empty() && Path::DirectoryExists(mPath);
+}
+
+std::vector<Directory> Directory::GetSubDirectories(const AbortPredicate& abort) const {
+    std::vector<Directory> directories;
+    ReadLevel(mPath, nullptr, &directories, abort, -1);
+    return directories;
+}
+
+bool Directory::GetContainedFileAndDirectoryPaths(std::vector<std::u16string>& files,
+                                                  std::vector<Directory>& directories,
+                                                  const AbortPredicate& abort, int limit) const {
+    files.clear();
+    directories.clear();
+    return ReadLevel(mPath, &files, &directories, abort, limit);
+}
+
+void SortNtfsOrder(std::vector<std::u16string>& names) {
+    std::vector<SortableName> sortable;
+    sortable.reserve(names.size());
+    for (std::u16string& name : names)
+        sortable.push_back(MakeSortable(std::move(name)));
+    SortSortable(sortable);
+    for (std::size_t i = 0; i < names.size(); ++i)
+        names[i] = std::move(sortable[i].name);
+}
+
+}  // namespace Tessel

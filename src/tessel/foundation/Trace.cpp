@@ -1,0 +1,122 @@
+#include <tessel/foundation/Trace.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <shared_mutex>
+
+#include <spdlog/logger.h>
+#include <spdlog/sinks/stdout_sinks.h>
+
+namespace Tessel {
+
+namespace {
+
+constexpr std::string_view kAllCategories = "all";
+
+struct Categories {
+    std::shared_mutex mutex;
+    bool all = false;
+    std::set<std::string, std::less<>> enabled;
+    std::set<std::string, std::less<>> disabled;  // exceptions to "all"
+    // False while nothing at all is enabled, which is almost always: IsEnabled then answers
+    // without taking the lock.
+    std::atomic<bool> anyEnabled{false};
+
+    void Update() { anyEnabled.store(all || !enabled.empty(), std::memory_order_release); }
+};
+
+Categories& GetCategories() {
+    static Categories* categories = new Categories;  // never destroyed: tracing at exit works
+    return *categories;
+}
+
+spdlog::logger& GetLogger() {
+    // A private logger, not registered with spdlog's global registry, so a host that uses
+    // spdlog itself keeps its own names and settings.
+    static spdlog::logger* logger = [] {
+        auto* created =
+            new spdlog::logger("tessel", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+        created->set_pattern("[%H:%M:%S.%e] %v");
+        created->set_level(spdlog::level::info);
+        created->flush_on(spdlog::level::info);
+        return created;
+    }();
+    return *logger;
+}
+
+}  // namespace
+
+void Trace::Enable(std::string_view category) {
+    Categories& categories = GetCategories();
+    std::unique_lock lock(categories.mutex);
+    if (category == kAllCategories) {
+        categories.all = true;
+        categories.disabled.clear();
+    } else {
+        categories.enabled.emplace(category);
+        if (auto it = categories.disabled.find(category); it != categories.disabled.end()) {
+            categories.disabled.erase(it);
+        }
+    }
+    categories.Update();
+}
+
+void Trace::Disable(std::string_view category) {
+    Categories& categories = GetCategories();
+    std::unique_lock lock(categories.mutex);
+    if (category == kAllCategories) {
+        categories.all = false;
+        categories.enabled.clear();
+        categories.disabled.clear();
+    } else {
+        if (auto it = categories.enabled.find(category); it != categories.enabled.end()) {
+            categories.enabled.erase(it);
+        }
+        if (categories.all)
+            categories.disabled.emplace(category);
+    }
+    categories.Update();
+}
+
+void Trace::EnableFromEnvironment() {
+    const char* value = std::getenv("TESSEL_TRACE");
+    if (!value)
+        return;
+    std::string_view list(value);
+    while (!list.empty()) {
+        const std::size_t comma = list.find(',');
+        std::string_view item = list.substr(0, comma);
+        list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
+        while (!item.empty() && item.front() == ' ')
+            item.remove_prefix(1);
+        while (!item.empty() && item.back() == ' ')
+            item.remove_suffix(1);
+        if (!item.empty())
+            Enable(item);
+    }
+}
+
+bool Trace::IsEnabled(std::string_view category) {
+    Categories& categories = GetCategories();
+    if (!categories.anyEnabled.load(std::memory_order_acquire))
+        return false;
+    std::shared_lock lock(categories.mutex);
+    if (categories.enabled.find(category) != categories.enabled.end())
+        return true;
+    return categories.all && categories.disabled.find(category) == categories.disabled.end();
+}
+
+void Trace::Write(std::string_view category, std::string_view text) {
+    if (!IsEnabled(category))
+        return;
+    try {
+        GetLogger().info("[{}] {}", category, text);
+    } catch (...) {
+        // Tracing must never take the library down (a closed stderr, a formatting failure).
+    }
+}
+
+}  // namespace Tessel

@@ -1,0 +1,36 @@
+// Per-category tracing with millisecond timings. Categories are off until enabled (the
+// tools' --trace CATEGORY, or TESSEL_TRACE=cat1,cat2; "all" enables every category).
+// Lines go to standard error as "[HH:MM:SS.mmm] [category] text".
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include <tessel/platform/Export.h>
+
+namespace Tessel {
+
+class TESSEL_API Trace {
+public:
+    static void Enable(std::string_view category);
+    static void Disable(std::string_view category);
+    static void EnableFromEnvironment();
+    static bool IsEnabled(std::string_view category);
+    static void Write(std::string_view category, std::string_view text);
+};
+
+// Measures the time from construction; Milliseconds() is the elapsed time so far.
+class TESSEL_API TraceTimer {
+public:
+    TraceTimer() : mStart(std::chrono::steady_clock::now()) {}
+    double Milliseconds() const {
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - mStart)
+            .count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point mStart;
+};
+
+}  // namespace Tessel

@@ -1,0 +1,100 @@
+// The library's entry point: the static registry of providers. Initialize creates and
+// registers the providers in their fixed order, the two request executors and the message
+// station, and loads the favorites; Shutdown undoes it. Between the two, the host asks
+// which providers can show a path, synchronously or through requests.
+//
+// Initialize and Shutdown run on the host's main thread. The provider list changes only
+// there, so other operations read it from any thread without a lock.
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <tessel/foundation/AnyRegular.h>
+#include <tessel/foundation/Directory.h>
+#include <tessel/foundation/Executor.h>
+#include <tessel/foundation/ImmutableString.h>
+#include <tessel/framework/ProviderRequests.h>
+#include <tessel/framework/ProviderWrapper.h>
+#include <tessel/platform/Export.h>
+
+namespace Tessel {
+
+enum class FavoriteOperation : std::int32_t { Add = 0, Remove = 1 };
+
+// The preference that holds the favorites.
+inline constexpr const char* kFavoritesPreference = "be.prefs.mediabrowser.favorites";
+
+class TESSEL_API ProviderHost {
+public:
+    using ProviderList = std::vector<std::unique_ptr<ProviderWrapper>>;
+
+    static const ImmutableString sProviderHostStation;  // "Tessel.providerhoststation"
+    // Never assigned by the library; a host may set it. An empty provider identification
+    // in a default-content request matches it.
+    static std::u16string sBestProvider;
+
+    static void Initialize();
+    static void Shutdown();
+    static bool IsInitialized();
+
+    static void RegisterProvider(std::unique_ptr<ProviderWrapper> wrapper);
+    static const ProviderList& GetAllProviders();
+
+    // The providers that can show PATH (score above 0), best first; ties keep
+    // registration order.
+    static std::vector<ProviderWrapper*> GetProviderList(const std::u16string& path,
+                                                         const any_regular_t& state);
+    // Provider selection: GetProviderList with a running request (whose abort stops the
+    // pass with an empty list) and an optional stop at the first match.
+    static std::vector<ProviderWrapper*> SelectProviders(const std::u16string& path,
+                                                         const any_regular_t& state,
+                                                         ProviderRequest* request,
+                                                         const AbortPredicate& abort,
+                                                         bool firstMatchOnly,
+                                                         std::vector<int>* scores = nullptr);
+    // True when any provider answers a non-zero score (negative ones included).
+    static bool HasProvider(const std::u16string& path, const any_regular_t& state,
+                            bool excludeProjectBased);
+    static bool HasProjectBasedProvider(const std::u16string& path, const any_regular_t& state);
+    static bool HasCloudStorageProvider(const std::u16string& path);
+    static bool IsUserLoggedInToCloudStorage(const std::u16string& path);
+    static void LoginToCloudStorage(const std::u16string& path);
+    static bool IsDefaultDirectoryAssetProvider(const std::u16string& identification);
+    // The wrapper whose identification is ID; null when none.
+    static ProviderWrapper* FindProvider(const std::u16string& identification);
+
+    static std::list<std::u16string> GetFavorites();
+    static void ModifyFavorites(const std::list<std::u16string>& paths,
+                                FavoriteOperation operation);
+    // Reads the favorites preference into the favorites provider. Returns an error
+    // message when the stored value could not be used.
+    static std::optional<std::string> LoadFavorites();
+
+    static std::shared_ptr<Executor> GetProviderExecutor();
+    static std::shared_ptr<Executor> GetHighPriorityProviderExecutor();
+
+    static ClassRef<ProviderListRequest> RequestProviderList(const std::u16string& path,
+                                                             const any_regular_t& state,
+                                                             const ImmutableString& station);
+    static ClassRef<ProviderDefaultContentRequest> RequestDefaultProviderContent(
+        std::shared_ptr<DefaultContentRequestData> data, const ImmutableString& station);
+    static ClassRef<HasPossibleDirectoryContentRequest> RequestHasPossibleDirectoryContent(
+        std::shared_ptr<HasPossibleDirectoryContentRequestData> data,
+        const ImmutableString& station);
+
+private:
+    static ProviderWrapper* FirstProviderFor(const std::u16string& path);
+};
+
+// Asks every view to refresh: sends RequestForceUpdateMessage to the host station.
+TESSEL_API void RequestForceUpdate();
+
+// Declared here, defined with the providers: creates and registers the library's
+// providers in their fixed order.
+void RegisterBuiltInProviders();
+
+}  // namespace Tessel

@@ -1,0 +1,199 @@
+#include <tessel/framework/ProviderWrapper.h>
+
+#include <tessel/foundation/Unicode.h>
+
+namespace Tessel {
+
+namespace {
+
+template <class Interface>
+Interface* CapabilityOf(const std::shared_ptr<Provider>& provider) {
+    return dynamic_cast<Interface*>(provider.get());
+}
+
+}  // namespace
+
+ProviderWrapper::ProviderWrapper(std::shared_ptr<Provider> provider)
+    : mProvider(std::move(provider)) {}
+
+ProviderWrapper::~ProviderWrapper() = default;
+
+int ProviderWrapper::CanProvideFor(const std::u16string& path, const any_regular_t& state,
+                                   DirectoryContents& contents, const AbortPredicate& abort) const {
+    return mProvider->CanProvideFor(Utf16ToUtf8(path), state, contents, abort);
+}
+
+ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_regular_t& state,
+                                       const FieldSet& fields, ProviderRequest* request) const {
+    SDKFieldSet narrowFields;
+    for (const auto& field : fields) narrowFields.insert(Utf16ToUtf8(field));
+    SDKContentMap listing = mProvider->GetContent(Utf16ToUtf8(path), state, narrowFields, request);
+    ContentMap content;
+    for (auto& [itemPath, properties] : listing) {
+        PropertyMap& record = content[Utf8ToUtf16(itemPath)];
+        for (auto& [field, value] : properties) record.emplace(Utf8ToUtf16(field), std::move(value));
+    }
+    return content;
+}
+
+bool ProviderWrapper::GetHasPossibleDirectoryContent(const std::u16string& path,
+                                                     const any_regular_t& state) const {
+    return mProvider->GetHasPossibleDirectoryContent(Utf16ToUtf8(path), state);
+}
+
+FieldSet ProviderWrapper::GetFieldList() const {
+    FieldSet fields;
+    for (const auto& field : mProvider->GetFieldList()) fields.insert(Utf8ToUtf16(field));
+    return fields;
+}
+
+std::vector<std::u16string> ProviderWrapper::GetDefaultFieldList() const {
+    std::vector<std::u16string> fields;
+    for (const auto& field : mProvider->GetDefaultFieldList()) fields.push_back(Utf8ToUtf16(field));
+    return fields;
+}
+
+std::map<std::u16string, std::u16string> ProviderWrapper::GetFieldLabelList() const {
+    return mProvider->GetFieldLabelList();
+}
+
+std::u16string ProviderWrapper::GetIdentification() const {
+    return Utf8ToUtf16(mProvider->GetIdentification());
+}
+
+std::u16string ProviderWrapper::GetUIString() const { return Utf8ToUtf16(mProvider->GetUIString()); }
+
+std::uint32_t ProviderWrapper::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) const {
+    return mProvider->GetMaximumThumbnailHeight(requestedHeight);
+}
+
+MF::IVideoFrameRef ProviderWrapper::GetThumbnail(const std::u16string& itemPath,
+                                                 const std::u16string& extraPath,
+                                                 const any_regular_t& state, std::uint32_t width,
+                                                 std::uint32_t height,
+                                                 ProviderRequest* request) const {
+    PelPixHandle buffer = mProvider->GetThumbnail(Utf16ToUtf8(itemPath), Utf16ToUtf8(extraPath),
+                                                  state, width, height, request);
+    if (!buffer || !*buffer) return nullptr;
+    MF::IVideoFrameRef frame = MF::CreateVideoFrameFromPelPix(buffer);
+    pelpixDispose(buffer);
+    return frame;
+}
+
+bool ProviderWrapper::PathHasAccessPermission(const std::u16string& path) const {
+    return mProvider->PathHasAccessPermission(Utf16ToUtf8(path));
+}
+
+bool ProviderWrapper::IsDefaultDirectoryAssetProvider() const {
+    return mProvider->IsDefaultDirectoryAssetProvider();
+}
+bool ProviderWrapper::ShouldCheckFilter() const { return mProvider->ShouldCheckFilter(); }
+bool ProviderWrapper::IsSelectable() const { return mProvider->IsSelectable(); }
+bool ProviderWrapper::IsProjectBasedProvider() const { return mProvider->IsProjectBasedProvider(); }
+bool ProviderWrapper::IsRestrictedToMediaOnlyViews() const {
+    return mProvider->IsRestrictedToMediaOnlyViews();
+}
+bool ProviderWrapper::IsCloudStorageProvider() const { return mProvider->IsCloudStorageType(); }
+bool ProviderWrapper::IsUserLoggedIn() const { return mProvider->IsUserLoggedIn(); }
+void ProviderWrapper::Login() const { mProvider->Login(); }
+
+bool ProviderWrapper::ShouldMonitorPath(const std::u16string& path) const {
+    return mProvider->ShouldMonitorPath(path);
+}
+bool ProviderWrapper::IsCurrentOrDescendentDirectory(const std::u16string& directory,
+                                                     const std::u16string& candidate) const {
+    return mProvider->IsCurrentOrDescendentDirectory(directory, candidate);
+}
+void ProviderWrapper::MonitorPath(const std::u16string& path, const any_regular_t& state) const {
+    mProvider->MonitorPath(path, state);
+}
+void ProviderWrapper::StopMonitoringPath(const std::u16string& path,
+                                         const any_regular_t& state) const {
+    mProvider->StopMonitoringPath(path, state);
+}
+void ProviderWrapper::AddProviderManagedPaths(const std::list<std::u16string>& paths) const {
+    mProvider->AddProviderManagedPaths(paths);
+}
+void ProviderWrapper::RemoveProviderManagedPaths(const std::list<std::u16string>& paths) const {
+    mProvider->RemoveProviderManagedPaths(paths);
+}
+void ProviderWrapper::GetProviderManagedPaths(std::list<std::u16string>& paths) const {
+    mProvider->GetProviderManagedPaths(paths);
+}
+void ProviderWrapper::SetGetContentProgressCallback(
+    std::shared_ptr<ContentProgressCallback> callback) const {
+    mProvider->SetGetContentProgressCallback(std::move(callback));
+}
+void ProviderWrapper::SetGetContentUnavailableCallback(
+    std::shared_ptr<ContentUnavailableCallback> callback) const {
+    mProvider->SetGetContentUnavailableCallback(std::move(callback));
+}
+
+std::shared_ptr<ProjectItemProviderInterface> ProviderWrapper::GetProjectItemProvider() const {
+    return std::dynamic_pointer_cast<ProjectItemProviderInterface>(mProvider);
+}
+
+bool ProviderWrapper::HasCustomSidebarUI(const std::u16string& path,
+                                         const any_regular_t& state) const {
+    auto* ui = CapabilityOf<CustomUIProviderInterface>(mProvider);
+    return ui && ui->HasCustomSidebarUI(path, state);
+}
+CustomUIViewRef ProviderWrapper::GetCustomSidebarUI(const std::u16string& path,
+                                                    const any_regular_t& state) const {
+    auto* ui = CapabilityOf<CustomUIProviderInterface>(mProvider);
+    return ui ? ui->GetCustomSidebarUI(path, state) : nullptr;
+}
+bool ProviderWrapper::HasCustomContentUI(const std::u16string& path,
+                                         const any_regular_t& state) const {
+    auto* ui = CapabilityOf<CustomUIProviderInterface>(mProvider);
+    return ui && ui->HasCustomContentUI(path, state);
+}
+CustomUIViewRef ProviderWrapper::GetCustomContentUI(const std::u16string& path,
+                                                    const any_regular_t& state) const {
+    auto* ui = CapabilityOf<CustomUIProviderInterface>(mProvider);
+    return ui ? ui->GetCustomContentUI(path, state) : nullptr;
+}
+
+void ProviderWrapper::PostProcessContextMenu(Menu& menu, const SelectedPaths& paths,
+                                             const SelectedStates& states) const {
+    if (auto* menus = CapabilityOf<MenuProviderInterface>(mProvider)) {
+        menus->PostProcessContextMenu(menu, paths, states);
+    }
+}
+bool ProviderWrapper::OnMenuItemID(std::int32_t id, const SelectedPaths& paths,
+                                   const SelectedStates& states) const {
+    auto* menus = CapabilityOf<MenuProviderInterface>(mProvider);
+    return menus && menus->OnMenuItemID(id, paths, states);
+}
+bool ProviderWrapper::OnMenuItemIDStatus(std::int32_t id, const SelectedPaths& paths,
+                                         const SelectedStates& states, bool& enabled) const {
+    auto* menus = CapabilityOf<MenuProviderInterface>(mProvider);
+    return menus && menus->OnMenuItemIDStatus(id, paths, states, enabled);
+}
+void ProviderWrapper::PostProcessProjectItemForMenuItemID(std::int32_t id, ProjectItem& item) const {
+    if (auto* menus = CapabilityOf<MenuProviderInterface>(mProvider)) {
+        menus->PostProcessProjectItemForMenuItemID(id, item);
+    }
+}
+
+ClassRef<ProviderContentRequest> ProviderWrapper::RequestContent(const std::u16string& path,
+                                                                 const any_regular_t& state,
+                                                                 const FieldSet& fields,
+                                                                 const ImmutableString& station) {
+    ClassRef<ProviderContentRequest> request = ProviderContentRequest::CreateClassRef();
+    request->Initialize(station, this);
+    request->SetRequestParams(path, state, fields);
+    request->Start();
+    return request;
+}
+
+ClassRef<ProviderThumbnailRequest> ProviderWrapper::RequestThumbnail(
+    std::shared_ptr<ProviderThumbnailRequestData> data, const ImmutableString& station) {
+    ClassRef<ProviderThumbnailRequest> request = ProviderThumbnailRequest::CreateClassRef();
+    request->Initialize(station, this);
+    request->SetRequestParams(std::move(data));
+    request->Start();
+    return request;
+}
+
+}  // namespace Tessel
