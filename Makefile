@@ -45,7 +45,10 @@ endef
 SANITIZER_ARGS := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTESSEL_BUILD_BENCH=OFF
 $(eval $(call configure,$(RELEASE),-DCMAKE_BUILD_TYPE=RelWithDebInfo))
 $(eval $(call configure,$(ASAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=address))
-$(eval $(call configure,$(TSAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=thread))
+# GCC warns, an error under -Werror, that TSan does not model the fence in Asio's handler
+# completion; handlers reach the workers through Asio's locked queue, which TSan does see.
+$(eval $(call configure,$(TSAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=thread \
+    -DCMAKE_CXX_FLAGS=-Wno-tsan))
 # The fuzz build instruments all code for coverage; each target adds libFuzzer's main.
 $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
     -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_FLAGS=-fsanitize=fuzzer-no-link \

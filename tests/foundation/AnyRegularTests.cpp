@@ -34,13 +34,15 @@ nlohmann::json Parsed(const any_regular_t& value) {
 
 any_regular_t NestedArrays(std::size_t depth) {
     any_regular_t value = std::int64_t{7};
-    for (std::size_t i = 0; i < depth; ++i) value = array_t{std::move(value)};
+    for (std::size_t i = 0; i < depth; ++i)
+        value = array_t{std::move(value)};
     return value;
 }
 
 any_regular_t NestedDictionaries(std::size_t depth) {
     any_regular_t value = std::u16string(u"leaf");
-    for (std::size_t i = 0; i < depth; ++i) value = dictionary_t{{"k", std::move(value)}};
+    for (std::size_t i = 0; i < depth; ++i)
+        value = dictionary_t{{"k", std::move(value)}};
     return value;
 }
 
@@ -89,9 +91,9 @@ TEST(AnyRegular, ScalarsRoundTripWithTheirTypes) {
     ExpectRoundTrip(any_regular_t(), "empty");
     ExpectRoundTrip(true, "true");
     ExpectRoundTrip(false, "false");
-    for (std::int64_t i : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1} << 53,
-                           (std::int64_t{1} << 53) + 1, std::numeric_limits<std::int64_t>::max(),
-                           std::numeric_limits<std::int64_t>::min()}) {
+    for (std::int64_t i :
+         {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1} << 53, (std::int64_t{1} << 53) + 1,
+          std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
         ExpectRoundTrip(i, "int " + std::to_string(i));
     }
     for (double d : {0.0, 2.0, -3.0, 0.1, 1e300, -1e-300, 5e-324, 1e21, 9007199254740993.0,
@@ -104,15 +106,17 @@ TEST(AnyRegular, ScalarsRoundTripWithTheirTypes) {
     EXPECT_EQ(any_regular_t(42).ToJson(), "42");
     EXPECT_EQ(any_regular_t().ToJson(), "null");
 
-    std::optional<any_regular_t> negativeZero = any_regular_t::FromJson(*any_regular_t(-0.0).ToJson());
+    std::optional<any_regular_t> negativeZero =
+        any_regular_t::FromJson(*any_regular_t(-0.0).ToJson());
     ASSERT_TRUE(negativeZero && negativeZero->get_if<double>());
     EXPECT_TRUE(std::signbit(*negativeZero->get_if<double>()));
 
     // JSON has no NaN or infinity; they must still come back as such, not as null.
-    for (double special : {std::numeric_limits<double>::quiet_NaN(),
-                           std::numeric_limits<double>::infinity(),
-                           -std::numeric_limits<double>::infinity()}) {
-        std::optional<any_regular_t> back = any_regular_t::FromJson(*any_regular_t(special).ToJson());
+    for (double special :
+         {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+          -std::numeric_limits<double>::infinity()}) {
+        std::optional<any_regular_t> back =
+            any_regular_t::FromJson(*any_regular_t(special).ToJson());
         ASSERT_TRUE(back && back->get_if<double>());
         const double d = *back->get_if<double>();
         if (std::isnan(special)) {
@@ -139,12 +143,12 @@ TEST(AnyRegular, TextOfBothKindsRoundTripsExactly) {
         u"Gr\u00fc\u00dfe \u65e5\u672c",
         u"\U0001F600 grin",
         std::u16string(u"nul\0inside", 10),
-        std::u16string(1, char16_t(0xD800)),           // lone high surrogate
-        std::u16string(1, char16_t(0xDC00)),           // lone low surrogate
-        std::u16string(1, char16_t(0xDC80)),           // the escape of byte 0x80
-        std::u16string(u"a\xDCFF"),                     // the escape of byte 0xFF
+        std::u16string(1, char16_t(0xD800)),                 // lone high surrogate
+        std::u16string(1, char16_t(0xDC00)),                 // lone low surrogate
+        std::u16string(1, char16_t(0xDC80)),                 // the escape of byte 0x80
+        std::u16string(u"a\xDCFF"),                          // the escape of byte 0xFF
         std::u16string{char16_t(0xDE00), char16_t(0xD83D)},  // a pair in the wrong order
-        std::u16string{u'x', char16_t(0xD83D)},        // high surrogate at the end
+        std::u16string{u'x', char16_t(0xD83D)},              // high surrogate at the end
         std::u16string{char16_t(0xFFFD), char16_t(0xFFFF)},
     };
     for (const std::u16string& text : wide) {
@@ -159,10 +163,11 @@ TEST(AnyRegular, TextOfBothKindsRoundTripsExactly) {
         "text",
         "caf\xC3\xA9",
         "\xFF\xFE",
-        "a\x80" "b",
-        "\xE6\x97",          // truncated sequence
-        "\xC0\xAF",          // overlong '/'
-        "\xED\xA0\x80",      // an encoded surrogate
+        "a\x80"
+        "b",
+        "\xE6\x97",      // truncated sequence
+        "\xC0\xAF",      // overlong '/'
+        "\xED\xA0\x80",  // an encoded surrogate
         std::string("nul\0inside", 10),
         "{\"$type\":\"utf8\"}",
     };
@@ -226,9 +231,9 @@ TEST(AnyRegular, MalformedOrUnknownTextIsRejectedWithoutThrowing) {
         "nul",
         "1 2",
         "/* comment */ 1",
-        "1e400",                                       // beyond double
-        "\"\\ud800\"",                                 // escaped lone surrogate
-        "\"\xFF\"",                                    // raw invalid UTF-8
+        "1e400",        // beyond double
+        "\"\\ud800\"",  // escaped lone surrogate
+        "\"\xFF\"",     // raw invalid UTF-8
         "{\"$type\":\"no.such.type\",\"value\":1}",
         "{\"$type\":5,\"value\":1}",
         "{\"$type\":\"utf8\"}",
@@ -299,28 +304,29 @@ struct ShapeB {
 };
 
 void RegisterRational() {
-    RegisterValueType(
-        typeid(Rational),
-        {"test.rational",
-         [](const void* p) -> std::optional<std::string> {
-             const auto* r = static_cast<const Rational*>(p);
-             return nlohmann::json{{"n", r->numerator}, {"d", r->denominator}}.dump();
-         },
-         [](std::string_view text) -> std::optional<any_regular_t> {
-             auto json = nlohmann::json::parse(text, nullptr, false);
-             if (!json.is_object() || !json["n"].is_number_integer() ||
-                 !json["d"].is_number_integer()) {
-                 return std::nullopt;
-             }
-             return any_regular_t(Rational{json["n"].get<std::int64_t>(), json["d"].get<std::int64_t>()});
-         }});
+    RegisterValueType(typeid(Rational),
+                      {"test.rational",
+                       [](const void* p) -> std::optional<std::string> {
+                           const auto* r = static_cast<const Rational*>(p);
+                           return nlohmann::json{{"n", r->numerator}, {"d", r->denominator}}.dump();
+                       },
+                       [](std::string_view text) -> std::optional<any_regular_t> {
+                           auto json = nlohmann::json::parse(text, nullptr, false);
+                           if (!json.is_object() || !json["n"].is_number_integer() ||
+                               !json["d"].is_number_integer()) {
+                               return std::nullopt;
+                           }
+                           return any_regular_t(Rational{json["n"].get<std::int64_t>(),
+                                                         json["d"].get<std::int64_t>()});
+                       }});
 }
 
 TEST(AnyRegular, RegisteredTypesRoundTripAndUnknownOnesFailCleanly) {
     RegisterRational();
     EXPECT_TRUE(IsValueTypeRegistered(typeid(Rational)));
     ExpectRoundTrip(Rational{-3, 4}, "registered");
-    ExpectRoundTrip(array_t{Rational{1, 2}, dictionary_t{{"r", Rational{5, 6}}}}, "nested registered");
+    ExpectRoundTrip(array_t{Rational{1, 2}, dictionary_t{{"r", Rational{5, 6}}}},
+                    "nested registered");
     EXPECT_EQ(Parsed(Rational{1, 2})["$type"], "test.rational");
     // A payload the codec rejects is malformed text.
     EXPECT_FALSE(any_regular_t::FromJson(R"({"$type":"test.rational","value":"half"})"));
@@ -336,39 +342,42 @@ TEST(AnyRegular, RegisteredTypesRoundTripAndUnknownOnesFailCleanly) {
                        [](const void* p) { return static_cast<const Wrapper*>(p)->inner.ToJson(); },
                        [](std::string_view text) -> std::optional<any_regular_t> {
                            auto inner = any_regular_t::FromJson(text);
-                           if (!inner) return std::nullopt;
+                           if (!inner)
+                               return std::nullopt;
                            return any_regular_t(Wrapper{std::move(*inner)});
                        }});
     ExpectRoundTrip(Wrapper{Wrapper{Rational{7, 8}}}, "codec within codec");
 
     // Misbehaving codecs: invalid JSON out, exceptions out. Neither escapes.
-    RegisterValueType(typeid(Thrower),
-                      {"test.thrower",
-                       [](const void*) -> std::optional<std::string> {
-                           throw std::runtime_error("codec failure");
-                       },
-                       [](std::string_view) -> std::optional<any_regular_t> {
-                           throw std::runtime_error("codec failure");
-                       }});
+    RegisterValueType(typeid(Thrower), {"test.thrower",
+                                        [](const void*) -> std::optional<std::string> {
+                                            throw std::runtime_error("codec failure");
+                                        },
+                                        [](std::string_view) -> std::optional<any_regular_t> {
+                                            throw std::runtime_error("codec failure");
+                                        }});
     EXPECT_FALSE(any_regular_t(Thrower{}).ToJson().has_value());
     EXPECT_FALSE(any_regular_t::FromJson(R"({"$type":"test.thrower","value":1})").has_value());
-    RegisterValueType(typeid(Thrower),
-                      {"test.thrower", [](const void*) { return std::optional<std::string>("{oops"); },
-                       nullptr});
+    RegisterValueType(
+        typeid(Thrower),
+        {"test.thrower", [](const void*) { return std::optional<std::string>("{oops"); }, nullptr});
     EXPECT_FALSE(any_regular_t(Thrower{}).ToJson().has_value());
 
     // The same name registered for another type takes the name over.
-    RegisterValueType(typeid(ShapeA), {"test.shape", [](const void*) { return std::optional<std::string>("1"); },
-                                       [](std::string_view) { return std::optional<any_regular_t>(ShapeA{}); }});
-    RegisterValueType(typeid(ShapeB), {"test.shape", [](const void*) { return std::optional<std::string>("2"); },
-                                       [](std::string_view) { return std::optional<any_regular_t>(ShapeB{}); }});
+    RegisterValueType(typeid(ShapeA),
+                      {"test.shape", [](const void*) { return std::optional<std::string>("1"); },
+                       [](std::string_view) { return std::optional<any_regular_t>(ShapeA{}); }});
+    RegisterValueType(typeid(ShapeB),
+                      {"test.shape", [](const void*) { return std::optional<std::string>("2"); },
+                       [](std::string_view) { return std::optional<any_regular_t>(ShapeB{}); }});
     EXPECT_FALSE(IsValueTypeRegistered(typeid(ShapeA)));
     EXPECT_FALSE(any_regular_t(ShapeA{}).ToJson().has_value());
     ExpectRoundTrip(ShapeB{}, "renamed");
 
     // Built-in tags cannot be taken: the text would read back as the built-in type.
-    RegisterValueType(typeid(NeverRegistered), {"utf8", [](const void*) { return std::optional<std::string>("\"x\""); },
-                                                nullptr});
+    RegisterValueType(
+        typeid(NeverRegistered),
+        {"utf8", [](const void*) { return std::optional<std::string>("\"x\""); }, nullptr});
     EXPECT_FALSE(IsValueTypeRegistered(typeid(NeverRegistered)));
 }
 
@@ -381,15 +390,19 @@ TEST(AnyRegular, RegistryIsSafeToUseFromManyThreads) {
             for (int i = 0; i < 300; ++i) {
                 const any_regular_t value = array_t{Rational{i, t + 1}, u"x", i};
                 const std::optional<std::string> json = value.ToJson();
-                const std::optional<any_regular_t> back = json ? any_regular_t::FromJson(*json) : std::nullopt;
-                if (!back || !(*back == value)) failed = true;
+                const std::optional<any_regular_t> back =
+                    json ? any_regular_t::FromJson(*json) : std::nullopt;
+                if (!back || !(*back == value))
+                    failed = true;
             }
         });
     }
     threads.emplace_back([] {
-        for (int i = 0; i < 300; ++i) RegisterRational();
+        for (int i = 0; i < 300; ++i)
+            RegisterRational();
     });
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads)
+        thread.join();
     EXPECT_FALSE(failed);
 }
 

@@ -137,8 +137,9 @@ TEST(SortNtfsOrder, AgreesWithThePairwiseOrderOnALargeList) {
         const int order = Tessel::CompareNtfsOrder(sorted[i - 1], sorted[i]);
         ASSERT_LE(order, 0) << i;
         // Names equal but for case come in a fixed order, whatever order they were read in.
-        if (order == 0)
+        if (order == 0) {
             ASSERT_LE(sorted[i - 1], sorted[i]) << i;
+        }
     }
     std::sort(names.begin(), names.end());
     std::sort(sorted.begin(), sorted.end());

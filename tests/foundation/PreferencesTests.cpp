@@ -86,7 +86,7 @@ protected:
         return Preferences::Load();
     }
 
-    Test::TempDir mDir;
+    Tessel::Test::TempDir mDir;
     fs::path mFile;
 };
 
@@ -104,7 +104,8 @@ TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
         {"empty list", array_t{}},
         {"", u"empty key"},
     };
-    for (const auto& [key, value] : values) Preferences::SetValue(key, value);
+    for (const auto& [key, value] : values)
+        Preferences::SetValue(key, value);
     ASSERT_EQ(Preferences::Save(), std::nullopt);
 
     // One JSON object, readable by any JSON tool, with no temporary files left behind.
@@ -166,9 +167,7 @@ TEST_F(PreferencesTest, UnusableFilesAreSetAsideAndNeverOverwritten) {
 
     const std::string unusable[] = {
         "{\"favorites\": [\"/Volumes/Card",  // cut off mid-write by another program
-        "[\"not\", \"an object\"]",
-        "",
-        std::string("\xFF\xFE{\0}\0", 6),  // UTF-16 text
+        "[\"not\", \"an object\"]",         "", std::string("\xFF\xFE{\0}\0", 6),  // UTF-16 text
         std::string(100000, '['),
     };
     const std::regex setAsideName(R"(prefs\.json\.unreadable-\d{8}-\d{6}(-\d+)?)");
@@ -194,8 +193,10 @@ TEST_F(PreferencesTest, UnusableFilesAreSetAsideAndNeverOverwritten) {
         ASSERT_EQ(Reload(), std::nullopt);
         EXPECT_TRUE(Preferences::GetValue("after") == any_regular_t(true));
     }
-    for (const auto& [path, bytes] : setAside) EXPECT_EQ(ReadBytes(path), bytes) << path;
-    for (const auto& [path, bytes] : occupied) EXPECT_EQ(ReadBytes(path), bytes) << path;
+    for (const auto& [path, bytes] : setAside)
+        EXPECT_EQ(ReadBytes(path), bytes) << path;
+    for (const auto& [path, bytes] : occupied)
+        EXPECT_EQ(ReadBytes(path), bytes) << path;
 
     // Something that is no file at all is moved aside the same way, contents included.
     fs::remove(mFile);
@@ -243,7 +244,8 @@ TEST_F(PreferencesTest, EntriesOfUnknownTypesSurviveASave) {
                        },
                        [](std::string_view text) -> std::optional<any_regular_t> {
                            const auto json = nlohmann::json::parse(text, nullptr, false);
-                           if (!json.is_object() || !json.contains("n")) return std::nullopt;
+                           if (!json.is_object() || !json.contains("n"))
+                               return std::nullopt;
                            return any_regular_t(Later{json["n"].get<std::int64_t>()});
                        }});
     EXPECT_TRUE(Preferences::GetValue("later") == any_regular_t(Later{7}));
@@ -260,8 +262,10 @@ TEST_F(PreferencesTest, ConcurrentChangesWhileSaving) {
             }
         });
     }
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(Preferences::Save(), std::nullopt);
-    for (std::thread& writer : writers) writer.join();
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(Preferences::Save(), std::nullopt);
+    for (std::thread& writer : writers)
+        writer.join();
     ASSERT_EQ(Preferences::Save(), std::nullopt);
     ASSERT_EQ(Reload(), std::nullopt);
     EXPECT_TRUE(Preferences::GetValue("writer0") == any_regular_t(200));
@@ -276,8 +280,8 @@ public:
     explicit EnvironmentGuard(std::vector<std::string> names) {
         for (std::string& name : names) {
             const char* value = std::getenv(name.c_str());
-            mSaved.emplace_back(std::move(name), value ? std::optional<std::string>(value)
-                                                       : std::nullopt);
+            mSaved.emplace_back(std::move(name),
+                                value ? std::optional<std::string>(value) : std::nullopt);
         }
     }
     ~EnvironmentGuard() {
@@ -327,7 +331,8 @@ public:
     explicit FolderLock(const fs::path& folder) : mFolder(folder) {
         ::chmod(folder.c_str(), 0555);
         mChmod = true;
-        if (Probe()) return;
+        if (Probe())
+            return;
         Unlock();
 #if defined(__linux__)
         int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
@@ -336,15 +341,22 @@ public:
             flags |= FS_IMMUTABLE_FL;
             mImmutable = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
         }
-        if (fd >= 0) ::close(fd);
-        if (mImmutable && !Probe()) Unlock();
+        if (fd >= 0)
+            ::close(fd);
+        if (mImmutable && !Probe())
+            Unlock();
 #endif
     }
-    ~FolderLock() { Unlock(); }
-    bool locked() const { return mChmod || mImmutable; }
+    ~FolderLock() {
+        Unlock();
+    }
+    bool locked() const {
+        return mChmod || mImmutable;
+    }
 
     void Unlock() {
-        if (mChmod) ::chmod(mFolder.c_str(), 0755);
+        if (mChmod)
+            ::chmod(mFolder.c_str(), 0755);
         mChmod = false;
 #if defined(__linux__)
         if (mImmutable) {
@@ -354,7 +366,8 @@ public:
                 flags &= ~FS_IMMUTABLE_FL;
                 ::ioctl(fd, FS_IOC_SETFLAGS, &flags);
             }
-            if (fd >= 0) ::close(fd);
+            if (fd >= 0)
+                ::close(fd);
         }
         mImmutable = false;
 #endif
@@ -365,7 +378,8 @@ private:
     bool Probe() {
         const fs::path probe = mFolder / "probe";
         const int fd = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-        if (fd < 0) return true;
+        if (fd < 0)
+            return true;
         ::close(fd);
         ::unlink(probe.c_str());
         return false;
@@ -384,7 +398,8 @@ TEST_F(PreferencesTest, AFileThatCannotBeSetAsideIsNotOverwrittenLater) {
     Preferences::UseFile(mFile.string());
     {
         FolderLock lock(folder);
-        if (!lock.locked()) GTEST_SKIP() << "cannot make a folder refuse renames here";
+        if (!lock.locked())
+            GTEST_SKIP() << "cannot make a folder refuse renames here";
         const std::optional<std::string> error = Preferences::Load();
         ASSERT_TRUE(error.has_value());
         EXPECT_NE(error->find("not be overwritten"), std::string::npos) << *error;
@@ -427,7 +442,8 @@ TEST_F(PreferencesTest, KillingASaveAtAnyMomentLeavesACompleteFile) {
             for (std::int64_t generation = lastGeneration + 1;; ++generation) {
                 Preferences::SetValue("generation", generation);
                 Preferences::SetValue("payload", PayloadOf(generation));
-                if (Preferences::Save()) ::_exit(3);
+                if (Preferences::Save())
+                    ::_exit(3);
             }
         }
         std::this_thread::sleep_for(

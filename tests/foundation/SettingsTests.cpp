@@ -1,6 +1,7 @@
 #include <tessel/foundation/Settings.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdlib>
 #include <thread>
 
@@ -35,7 +36,7 @@ class SettingsTest : public ::testing::Test {
 protected:
     void SetUp() override { Settings::ClearOverrides(); }
     void TearDown() override { Settings::ClearOverrides(); }
-    Test::TempDir mDir;
+    Tessel::Test::TempDir mDir;
 };
 
 TEST_F(SettingsTest, LaterSourcesWinAndResetUncoversTheDefault) {
@@ -95,7 +96,8 @@ TEST_F(SettingsTest, FileValuesKeepTheirJsonTypes) {
     EXPECT_TRUE(Settings::GetBool("test.file.flag", false));
     EXPECT_EQ(Settings::GetString("test.file.name", ""), "Gr\u00fc\u00dfe \U0001F600");
     EXPECT_TRUE(Settings::Get("test.file.list") == any_regular_t(array_t{1, u"a"}));
-    EXPECT_TRUE(Settings::Get("test.file.map") == any_regular_t(dictionary_t{{"x", any_regular_t()}}));
+    EXPECT_TRUE(Settings::Get("test.file.map") ==
+                any_regular_t(dictionary_t{{"x", any_regular_t()}}));
     EXPECT_EQ(Settings::GetString("test.file.narrow", ""), "a\xFF");
 
     // Readers of the wrong type get their fallback; out-of-range doubles do not wrap.
@@ -113,8 +115,8 @@ TEST_F(SettingsTest, AFailedLoadChangesNothing) {
     Settings::Set("test.atomic.kept", 1);
     const std::uint64_t before = Settings::ChangeCount();
     const std::string rejected[] = {
-        "{\"test.atomic.new\": 1, ",                                       // truncated
-        "[1, 2]",                                                          // not an object
+        "{\"test.atomic.new\": 1, ",  // truncated
+        "[1, 2]",                     // not an object
         "{\"test.atomic.new\": 1, \"test.atomic.kept\": {\"$type\": \"no.such\", \"value\": 0}}",
         "",
         std::string(100000, '{'),
@@ -233,7 +235,8 @@ TEST_F(SettingsTest, FeatureSwitchesLiveInTheSameStore) {
     DeclareFeature({"test.feature.on", "$$$/Test/On2=On again", "", false});
     int listed = 0;
     for (const FeatureDescription& feature : GetDeclaredFeatures()) {
-        if (feature.name != "test.feature.on") continue;
+        if (feature.name != "test.feature.on")
+            continue;
         ++listed;
         EXPECT_EQ(feature.title, "$$$/Test/On2=On again");
         EXPECT_FALSE(feature.enabledByDefault);
@@ -270,9 +273,11 @@ TEST_F(SettingsTest, ConcurrentWritersAndReaders) {
         std::uint64_t last = 0;
         while (!done) {
             const any_regular_t value = Settings::Get("test.concurrent.0");
-            if (!value.empty() && !value.get_if<std::int64_t>()) readerSawGarbage = true;
+            if (!value.empty() && !value.get_if<std::int64_t>())
+                readerSawGarbage = true;
             const std::uint64_t count = Settings::ChangeCount();
-            if (count < last) countWentBack = true;
+            if (count < last)
+                countWentBack = true;
             last = count;
             (void)Settings::Keys();
         }
@@ -281,10 +286,12 @@ TEST_F(SettingsTest, ConcurrentWritersAndReaders) {
     for (int w = 0; w < kWriters; ++w) {
         writers.emplace_back([w] {
             const std::string key = "test.concurrent." + std::to_string(w);
-            for (int i = 1; i <= kChanges; ++i) Settings::Set(key, i);
+            for (int i = 1; i <= kChanges; ++i)
+                Settings::Set(key, i);
         });
     }
-    for (std::thread& writer : writers) writer.join();
+    for (std::thread& writer : writers)
+        writer.join();
     done = true;
     reader.join();
 

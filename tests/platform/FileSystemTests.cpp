@@ -357,8 +357,8 @@ TEST(UpperCaseCodeUnit, SimpleMappingWithinOneBmpUnit) {
         const char16_t upper = UpperCaseCodeUnit(unit);
         const bool isSurrogate = unit >= 0xD800 && unit <= 0xDFFF;
         const bool upperIsSurrogate = upper >= 0xD800 && upper <= 0xDFFF;
-        ASSERT_EQ(isSurrogate, upperIsSurrogate) << std::hex << c;
-        ASSERT_EQ(UpperCaseCodeUnit(upper), upper) << std::hex << c;
+        ASSERT_EQ(isSurrogate, upperIsSurrogate) << std::hex << static_cast<unsigned>(c);
+        ASSERT_EQ(UpperCaseCodeUnit(upper), upper) << std::hex << static_cast<unsigned>(c);
     }
 }
 

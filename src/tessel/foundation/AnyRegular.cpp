@@ -185,7 +185,8 @@ Json WriteDateTime(const DateTime& time) {
     if (time.microsecondsSinceEpoch >= kFirstIso && time.microsecondsSinceEpoch < kEndIso) {
         std::string iso = time.ToIso8601();
         const std::optional<DateTime> back = DateTime::FromIso8601(iso);
-        if (back && *back == time) return Tagged(kTagDateTime, "value", std::move(iso));
+        if (back && *back == time)
+            return Tagged(kTagDateTime, "value", std::move(iso));
     }
     return Tagged(kTagDateTime, "microseconds", time.microsecondsSinceEpoch);
 }

@@ -1,0 +1,139 @@
+#include <tessel/foundation/Localizer.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "support/TempDir.h"
+
+namespace Tessel {
+namespace {
+
+class LocalizerTest : public ::testing::Test {
+protected:
+    void SetUp() override { Localizer::ClearTable(); }
+    void TearDown() override { Localizer::ClearTable(); }
+};
+
+TEST_F(LocalizerTest, DefaultsKeysAndPlainText) {
+    EXPECT_EQ(Localize("$$$/Browser/Name=Name"), "Name");
+    EXPECT_EQ(Localize("$$$/Browser/Equation=a=b"), "a=b");  // only the first '=' splits
+    EXPECT_EQ(Localize("$$$/Browser/Empty="), "");
+    EXPECT_EQ(Localize("$$$/Browser/NoDefault"), "$$$/Browser/NoDefault");
+    EXPECT_EQ(Localize("Plain text = not a key"), "Plain text = not a key");
+    EXPECT_EQ(Localize(" $$$/Leading/Space=x"), " $$$/Leading/Space=x");
+    EXPECT_EQ(Localize("$$/Short=x"), "$$/Short=x");
+    EXPECT_EQ(Localize(""), "");
+    EXPECT_EQ(LocalizeUtf16("$$$/Greeting=Gr\u00fc\u00dfe \U0001F600"),
+              u"Gr\u00fc\u00dfe \U0001F600");
+
+    EXPECT_EQ(LocalizationKeyOf("$$$/A/B=Default"), "$$$/A/B");
+    EXPECT_EQ(LocalizationKeyOf("$$$/A/B"), "$$$/A/B");
+    EXPECT_EQ(LocalizationKeyOf("$$$/=x"), "$$$/");
+    EXPECT_TRUE(LocalizationKeyOf("x$$$/A=B").empty());
+    EXPECT_TRUE(LocalizationKeyOf("").empty());
+}
+
+TEST_F(LocalizerTest, TranslationsReplaceDefaultsByKey) {
+    ASSERT_EQ(Localizer::LoadTable(R"({
+        "$$$/Browser/Name": "Nom",
+        "$$$/Browser/Copied=Copied from the code": "Copi\u00e9",
+        "$$$/Browser/Count": "^2 sur ^1"
+    })"),
+              std::nullopt);
+    EXPECT_EQ(Localize("$$$/Browser/Name=Name"), "Nom");
+    EXPECT_EQ(Localize("$$$/Browser/Name"), "Nom");
+    EXPECT_EQ(Localize("$$$/Browser/Copied=Copied"), "Copi\u00e9");
+    EXPECT_EQ(Localize("$$$/browser/name=Name"), "Name");  // keys match exactly
+    EXPECT_EQ(Localize("$$$/Browser/Other=Other"), "Other");
+    EXPECT_EQ(Localize("$$$/Browser/Count=^1 of ^2", {"3", "5"}), "5 sur 3");
+
+    // A rejected table leaves the previous one in place.
+    const char* rejected[] = {
+        "{\"$$$/Browser/Name\": \"Name\"",
+        "[\"$$$/Browser/Name\"]",
+        "{\"$$$/Browser/Name\": 5}",
+        "{\"$$$/Browser/Name\": \"ok\", \"$$$/Browser/Other\": null}",
+        "",
+        "\"\xFF\"",
+    };
+    for (const char* text : rejected) {
+        EXPECT_TRUE(Localizer::LoadTable(text).has_value()) << text;
+    }
+    EXPECT_EQ(Localize("$$$/Browser/Name=Name"), "Nom");
+    const std::string deep = std::string(1'000'000, '[') + std::string(1'000'000, ']');
+    EXPECT_TRUE(Localizer::LoadTable(deep).has_value());
+
+    // A new table replaces the old one completely.
+    ASSERT_EQ(Localizer::LoadTable(R"({"$$$/Browser/Other": "Autre"})"), std::nullopt);
+    EXPECT_EQ(Localize("$$$/Browser/Name=Name"), "Name");
+    EXPECT_EQ(Localize("$$$/Browser/Other=Other"), "Autre");
+}
+
+TEST_F(LocalizerTest, ArgumentsAreSubstitutedOnce) {
+    EXPECT_EQ(Localize("$$$/T=^1 of ^2", {"one", "two"}), "one of two");
+    EXPECT_EQ(Localize("$$$/T=^2^1^2", {"a", "b"}), "bab");
+    // An argument that looks like a marker is not expanded again.
+    EXPECT_EQ(Localize("$$$/T=^1 and ^2", {"^2", "x"}), "^2 and x");
+    // Markers without arguments, ^0, ^^ and a trailing ^ stay as they are.
+    EXPECT_EQ(Localize("$$$/T=^1 ^3 ^0 ^^ ^", {"a"}), "a ^3 ^0 ^^ ^");
+    EXPECT_EQ(Localize("$$$/T=^9", {"1", "2", "3", "4", "5", "6", "7", "8", "nine"}), "nine");
+    EXPECT_EQ(Localize("$$$/T=^1^1", {"\u65e5\u672c"}), "\u65e5\u672c\u65e5\u672c");
+    EXPECT_EQ(Localize("$$$/T=^1", {""}), "");
+    EXPECT_EQ(Localize("$$$/T=^10", {"a"}), "a0");
+    // Without arguments nothing is replaced.
+    EXPECT_EQ(Localize("$$$/T=^1"), "^1");
+    // Plain text takes arguments too.
+    EXPECT_EQ(Localize("Copying ^1", {"clip.mxf"}), "Copying clip.mxf");
+}
+
+void SetEnvironment(const char* name, const std::string& value) {
+#if defined(_WIN32)
+    _putenv_s(name, value.c_str());
+#else
+    setenv(name, value.c_str(), 1);
+#endif
+}
+
+TEST_F(LocalizerTest, TablesFromFiles) {
+    Tessel::Test::TempDir dir;
+    const auto file = dir.WriteFile("fr.json", R"({"$$$/Browser/Name": "Nom"})");
+    SetEnvironment("TESSEL_LOCALE_FILE", file.string());
+    EXPECT_EQ(Localizer::LoadFromEnvironment(), std::nullopt);
+    EXPECT_EQ(Localize("$$$/Browser/Name=Name"), "Nom");
+
+    SetEnvironment("TESSEL_LOCALE_FILE", (dir.path() / "missing.json").string());
+    EXPECT_TRUE(Localizer::LoadFromEnvironment().has_value());
+    EXPECT_EQ(Localize("$$$/Browser/Name=Name"), "Nom");
+    SetEnvironment("TESSEL_LOCALE_FILE", "");
+    EXPECT_EQ(Localizer::LoadFromEnvironment(), std::nullopt);
+
+    const auto bad = dir.WriteFile("bad.json", "{");
+    const std::optional<std::string> error = Localizer::LoadTableFromFile(bad.string());
+    ASSERT_TRUE(error.has_value());
+    EXPECT_NE(error->find("bad.json"), std::string::npos) << *error;
+    EXPECT_TRUE(Localizer::LoadTableFromFile(dir.str()).has_value());  // a folder
+}
+
+TEST_F(LocalizerTest, LookupsWhileTheTableChanges) {
+    std::atomic<bool> done{false};
+    std::atomic<bool> wrong{false};
+    std::thread reader([&] {
+        while (!done) {
+            const std::string text = Localize("$$$/T/Name=Name ^1", {"x"});
+            if (text != "Name x" && text != "Nom x")
+                wrong = true;
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        Localizer::LoadTable(i % 2 ? R"({"$$$/T/Name": "Nom ^1"})" : "{}");
+    }
+    done = true;
+    reader.join();
+    EXPECT_FALSE(wrong);
+}
+
+}  // namespace
+}  // namespace Tessel

@@ -1,0 +1,105 @@
+#include <tessel/foundation/Trace.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "support/TempDir.h"
+
+#if defined(_WIN32)
+#include <io.h>
+#define dup _dup
+#define dup2 _dup2
+#define close _close
+#define fileno _fileno
+#else
+#include <unistd.h>
+#endif
+
+namespace Tessel {
+namespace {
+
+// Sends standard error to a file for the lifetime of the object.
+class StderrCapture {
+public:
+    explicit StderrCapture(const std::filesystem::path& file) : mFile(file) {
+        std::fflush(stderr);
+        mSaved = dup(fileno(stderr));
+        std::FILE* target = std::fopen(file.string().c_str(), "wb");
+        dup2(fileno(target), fileno(stderr));
+        std::fclose(target);
+    }
+    ~StderrCapture() { Restore(); }
+    std::string Finish() {
+        Restore();
+        std::ifstream in(mFile, std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+
+private:
+    void Restore() {
+        if (mSaved < 0)
+            return;
+        std::fflush(stderr);
+        dup2(mSaved, fileno(stderr));
+        close(mSaved);
+        mSaved = -1;
+    }
+    std::filesystem::path mFile;
+    int mSaved = -1;
+};
+
+void SetEnvironment(const char* name, const std::string& value) {
+#if defined(_WIN32)
+    _putenv_s(name, value.c_str());
+#else
+    setenv(name, value.c_str(), 1);
+#endif
+}
+
+TEST(Trace, OnlyEnabledCategoriesWriteLinesInTheAgreedFormat) {
+    Tessel::Test::TempDir dir;
+    Trace::Disable("all");
+    EXPECT_FALSE(Trace::IsEnabled("io"));
+
+    StderrCapture capture(dir.path() / "stderr.txt");
+    Trace::Write("io", "before enabling");
+    Trace::Enable("io");
+    Trace::Write("io", "read 3 entries");
+    Trace::Write("thumbs", "not enabled");
+    Trace::Enable("all");
+    Trace::Disable("noisy");
+    Trace::Write("thumbs", "through all");
+    Trace::Write("noisy", "excluded from all");
+    Trace::Disable("all");
+    Trace::Write("io", "after disabling all");
+    SetEnvironment("TESSEL_TRACE", " alpha ,beta,,");
+    Trace::EnableFromEnvironment();
+    Trace::Write("alpha", "from the environment");
+    Trace::Write("beta", "also");
+    Trace::Write("gamma", "not listed");
+    Trace::Disable("all");
+    SetEnvironment("TESSEL_TRACE", "");
+    const std::string text = capture.Finish();
+
+    const std::regex line(R"(\[\d\d:\d\d:\d\d\.\d\d\d\] \[([a-z]+)\] (.*))");
+    std::vector<std::string> seen;
+    std::istringstream lines(text);
+    for (std::string current; std::getline(lines, current);) {
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(current, match, line)) << current;
+        seen.push_back(match[1].str() + ": " + match[2].str());
+    }
+    EXPECT_EQ(seen, (std::vector<std::string>{"io: read 3 entries", "thumbs: through all",
+                                              "alpha: from the environment", "beta: also"}));
+    EXPECT_FALSE(Trace::IsEnabled("alpha"));
+}
+
+}  // namespace
+}  // namespace Tessel

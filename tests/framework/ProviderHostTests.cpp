@@ -1,0 +1,203 @@
+// Registration, ranking, favorites and the host's life cycle.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include <tessel/foundation/MainThread.h>
+#include <tessel/foundation/Preferences.h>
+#include <tessel/foundation/Settings.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/framework/Messages.h>
+#include <tessel/framework/ProviderHost.h>
+#include <tessel/platform/FileSystem.h>
+
+#include "support/TempDir.h"
+#include "support/TestProvider.h"
+
+namespace Tessel {
+namespace {
+
+using Tessel::Test::HostFixture;
+using Tessel::Test::Register;
+using Tessel::Test::TestProvider;
+
+std::vector<std::u16string> Ids(const std::vector<ProviderWrapper*>& wrappers) {
+    std::vector<std::u16string> ids;
+    for (auto* w : wrappers) ids.push_back(w->GetIdentification());
+    return ids;
+}
+
+std::u16string Id(const char* className) {
+    return Utf8ToUtf16(std::string(kProviderIDPrefix) + className);
+}
+
+TEST(ProviderHost, RanksByScoreWithTiesInRegistrationOrder) {
+    HostFixture host;
+    Register(std::make_shared<TestProvider>("Directory", 30));
+    Register(std::make_shared<TestProvider>("Never", 0));
+    Register(std::make_shared<TestProvider>("CardA", 100));
+    Register(std::make_shared<TestProvider>("Negative", -1));
+    Register(std::make_shared<TestProvider>("CardB", 100));
+    Register(std::make_shared<TestProvider>("Foreign", 40));
+    const auto ranked = ProviderHost::GetProviderList(u"/anything", {});
+    EXPECT_EQ(Ids(ranked), (std::vector<std::u16string>{Id("CardA"), Id("CardB"), Id("Foreign"),
+                                                         Id("Directory")}));
+    // -1 is not a claim for selection, but any non-zero answer counts for HasProvider.
+    EXPECT_TRUE(ProviderHost::HasProvider(u"/anything", {}, false));
+    EXPECT_TRUE(ProviderHost::IsDefaultDirectoryAssetProvider(Id("Directory")) == false);
+    EXPECT_EQ(ProviderHost::FindProvider(Id("Foreign"))->GetUIString(), u"Test Foreign");
+    EXPECT_EQ(ProviderHost::FindProvider(u"nobody"), nullptr);
+}
+
+TEST(ProviderHost, NegativeScoreAloneMakesHasProviderTrueButSelectsNothing) {
+    HostFixture host;
+    auto onlyNegative = std::make_shared<TestProvider>("Negative", -1);
+    Register(onlyNegative);
+    EXPECT_TRUE(ProviderHost::GetProviderList(u"/x", {}).empty());
+    EXPECT_TRUE(ProviderHost::HasProvider(u"/x", {}, false));
+    onlyNegative->projectBased = true;
+    EXPECT_FALSE(ProviderHost::HasProvider(u"/x", {}, true));
+    EXPECT_TRUE(ProviderHost::HasProjectBasedProvider(u"/x", {}));
+}
+
+TEST(ProviderHost, AnEmptyPathAsksNobody) {
+    HostFixture host;
+    auto provider = std::make_shared<TestProvider>("P", 50);
+    Register(provider);
+    EXPECT_TRUE(ProviderHost::GetProviderList(u"", {}).empty());
+    EXPECT_EQ(provider->canProvideCalls.load(), 0);
+}
+
+TEST(ProviderHost, OnePassReadsTheFolderOnceWhateverTheProvidersAsk) {
+    Tessel::Test::TempDir dir;
+    for (int i = 0; i < 50; ++i) dir.WriteFile("f" + std::to_string(i));
+    dir.MakeDir("CONTENTS");
+    HostFixture host;
+    for (int i = 0; i < 20; ++i) {
+        auto provider = std::make_shared<TestProvider>("P" + std::to_string(i));
+        provider->scoreFunction = [i](const std::string&, DirectoryContents& contents,
+                                      const AbortPredicate& abort) {
+            const auto files = contents.GetFileList(abort);
+            const auto dirs = contents.GetDirectoryList(abort);
+            return (i == 7 && files.size() == 50 && dirs.size() == 1) ? 100 : 0;
+        };
+        Register(provider);
+    }
+    const auto before = Platform::DirectoryReadCount();
+    const auto ranked = ProviderHost::GetProviderList(dir.u16(), {});
+    EXPECT_EQ(Platform::DirectoryReadCount() - before, 1u);
+    EXPECT_EQ(Ids(ranked), (std::vector<std::u16string>{Id("P7")}));
+}
+
+TEST(ProviderHost, LifeCycle) {
+    MainThread::SetCurrent();
+    ProviderHost::Shutdown();  // before Initialize: nothing happens
+    EXPECT_FALSE(ProviderHost::IsInitialized());
+    EXPECT_FALSE(ProviderHost::GetProviderExecutor());
+
+    // Requests started before Initialize queue nothing and never answer.
+    auto early = ProviderListRequest::CreateClassRef();
+    early->Initialize(ProviderHost::sProviderHostStation, nullptr);
+    early->SetRequestParams(u"/x", {});
+    EXPECT_FALSE(early->Start());
+
+    Settings::Set(kSettingContentLowPriorityThreads, 3);
+    ProviderHost::Initialize();
+    const std::size_t builtIn = ProviderHost::GetAllProviders().size();
+    auto low = ProviderHost::GetProviderExecutor();
+    ASSERT_TRUE(low);
+    EXPECT_EQ(low->GetWorkerCount(), 3);
+    EXPECT_GE(ProviderHost::GetHighPriorityProviderExecutor()->GetWorkerCount(), 2);
+    Register(std::make_shared<TestProvider>("Extra", 1));
+    ProviderHost::Initialize();  // a second call changes nothing
+    EXPECT_EQ(ProviderHost::GetAllProviders().size(), builtIn + 1);
+    EXPECT_EQ(ProviderHost::GetProviderExecutor(), low);
+    EXPECT_TRUE(Messaging::IsStationRegistered(ProviderHost::sProviderHostStation));
+
+    ProviderHost::Shutdown();
+    EXPECT_TRUE(ProviderHost::GetAllProviders().empty());
+    EXPECT_FALSE(ProviderHost::GetProviderExecutor());
+    EXPECT_FALSE(Messaging::IsStationRegistered(ProviderHost::sProviderHostStation));
+    EXPECT_FALSE(early->Start());  // after Shutdown as well
+
+    ProviderHost::Initialize();  // runs again in full
+    EXPECT_EQ(ProviderHost::GetAllProviders().size(), builtIn);
+    ProviderHost::Shutdown();
+    Settings::Reset(kSettingContentLowPriorityThreads);
+}
+
+// A provider that answers for the favorites list, as the favorites provider does.
+std::shared_ptr<TestProvider> FavoritesProvider() {
+    auto provider = std::make_shared<TestProvider>("Favorites");
+    provider->scoreFunction = [](const std::string& path, DirectoryContents&, const AbortPredicate&) {
+        return path == kSDKFavoritesListPath ? 100 : 0;
+    };
+    return provider;
+}
+
+TEST(ProviderHost, FavoritesAreChangedAnnouncedAndSaved) {
+    Tessel::Test::TempDir dir;
+    Preferences::UseFile(dir.str() + "/prefs.json");
+    HostFixture host;
+    int announced = 0;
+    ScopedListener listener(Messaging::Listen<FavoritesChangedMessage>(
+        ProviderHost::sProviderHostStation, [&](const FavoritesChangedMessage&) { ++announced; }));
+
+    ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Add);  // no provider yet: nothing
+    EXPECT_EQ(announced, 0);
+    EXPECT_TRUE(ProviderHost::GetFavorites().empty());
+
+    Register(FavoritesProvider());
+    ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
+    EXPECT_EQ(announced, 1);  // on the main thread: delivered at once
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/a", u"/b"}));
+    ProviderHost::ModifyFavorites({u"/a"}, static_cast<FavoriteOperation>(7));
+    EXPECT_EQ(announced, 2);  // an unknown operation changes nothing but still announces
+    EXPECT_EQ(ProviderHost::GetFavorites().size(), 2u);
+    ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Remove);
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/b"}));
+
+    // Changed from other threads, the announcements arrive on the main thread.
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 10; ++i) {
+                ProviderHost::ModifyFavorites(
+                    {Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i))},
+                    FavoriteOperation::Add);
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return announced == 3 + 40; }));
+    EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
+
+    // The saved list comes back after a restart.
+    ProviderHost::Shutdown();
+    ASSERT_FALSE(Preferences::Load());
+    ProviderHost::Initialize();
+    Register(FavoritesProvider());
+    EXPECT_FALSE(ProviderHost::LoadFavorites());
+    EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
+    Preferences::UseFile({});
+}
+
+TEST(ProviderHost, ForcedUpdatesReachTheMainThreadFromAnyThread) {
+    HostFixture host;
+    int updates = 0;
+    std::thread::id deliveredOn;
+    ScopedListener listener(Messaging::Listen<RequestForceUpdateMessage>(
+        ProviderHost::sProviderHostStation, [&](const RequestForceUpdateMessage&) {
+            ++updates;
+            deliveredOn = std::this_thread::get_id();
+        }));
+    RequestForceUpdate();
+    EXPECT_EQ(updates, 1);
+    std::thread([] { RequestForceUpdate(); }).join();
+    EXPECT_EQ(updates, 1);
+    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return updates == 2; }));
+    EXPECT_EQ(deliveredOn, std::this_thread::get_id());
+}
+
+}  // namespace
+}  // namespace Tessel

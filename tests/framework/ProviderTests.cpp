@@ -1,0 +1,308 @@
+// The base behaviours every provider inherits, the shared constants, and the wrapper's
+// conversions between the host's UTF-16 and the providers' UTF-8.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include <tessel/foundation/Unicode.h>
+#include <tessel/framework/ProviderWrapper.h>
+#include <tessel/media/DirectoryChangeMonitor.h>
+#include <tessel/platform/FileSystem.h>
+
+#include "support/TempDir.h"
+#include "support/TestProvider.h"
+
+namespace Tessel {
+namespace {
+
+using Tessel::Test::TempDir;
+using Tessel::Test::TestProvider;
+
+std::string Text(const UTF8String& s) { return std::string(s.begin(), s.end()); }
+
+TEST(ContentRecord, EveryKeyAndListPathHasIdenticalTwins) {
+    const std::pair<const std::u16string*, const char*> fields[] = {
+        {&kNameField, kSDKNameField},           {&kPathField, kSDKPathField},
+        {&kExtraPathField, kSDKExtraPathField}, {&kDirectoryFlagField, kSDKDirectoryFlagField},
+        {&kCreationDateField, kSDKCreationDateField}, {&kBundleField, kSDKBundleField},
+        {&kStateField, kSDKStateField}};
+    for (const auto& [wide, narrow] : fields) EXPECT_EQ(Utf16ToUtf8(*wide), narrow);
+    EXPECT_EQ(kDirectoryFlagField, u"Directory");
+
+    struct ListPath {
+        const std::u16string* wide;
+        const UTF8String* utf8;
+        const char* narrow;
+        const char* text;
+    };
+    const ListPath lists[] = {
+        {&kVolumeListPath, &kVolumeListPathUTF8, kSDKVolumeListPath, "volumes:"},
+        {&kNetworkVolumeListPath, &kNetworkVolumeListPathUTF8, kSDKNetworkVolumeListPath,
+         "networkvolumes:"},
+        {&kFavoritesListPath, &kFavoritesListPathUTF8, kSDKFavoritesListPath, "favorites:"},
+        {&kCloudSyncListPath, &kCloudSyncListPathUTF8, kSDKCloudSyncListPath, "cloudsync:"},
+        {&kFRServerListPath, &kFRServerListPathUTF8, kSDKFRServerListPath, "frservers:"},
+        {&kFramecastListPath, &kFramecastListPathUTF8, kSDKFramecastListPath, "framecast:"}};
+    for (const auto& list : lists) {
+        EXPECT_EQ(Utf16ToUtf8(*list.wide), list.text);
+        EXPECT_EQ(Text(*list.utf8), list.text);
+        EXPECT_STREQ(list.narrow, list.text);
+    }
+    EXPECT_EQ(kProviderDirectoryID, std::string(kProviderIDPrefix) + "WinProviderDirectory");
+}
+
+TEST(ContentRecord, ThumbnailExtraPathTakesTheFirstElementOfAList) {
+    PropertyMap record;
+    EXPECT_EQ(GetThumbnailExtraPath(record), u"");
+    record[kExtraPathField] = std::u16string(u"/card/CLIP/A.XML");
+    EXPECT_EQ(GetThumbnailExtraPath(record), u"/card/CLIP/A.XML");
+    record[kExtraPathField] = any_regular_t::array_t{std::u16string(u"/a"), std::u16string(u"/b")};
+    EXPECT_EQ(GetThumbnailExtraPath(record), u"/a");
+    record[kExtraPathField] = any_regular_t::array_t{};
+    EXPECT_EQ(GetThumbnailExtraPath(record), u"");
+    record[kExtraPathField] = true;  // not a path at all
+    EXPECT_EQ(GetThumbnailExtraPath(record), u"");
+}
+
+TEST(Provider, ByteSizeAndIconTypeAreSerialisableValues) {
+    const any_regular_t size = Provider::ByteSize_t(123456789012ULL);
+    EXPECT_EQ(size, any_regular_t(Provider::ByteSize_t(123456789012ULL)));
+    EXPECT_NE(size, any_regular_t(std::int64_t(123456789012LL)));  // a size is not a number
+    auto json = size.ToJson();
+    ASSERT_TRUE(json);
+    auto back = any_regular_t::FromJson(*json);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(*back, size);
+
+    const any_regular_t icon = IconType::Video;
+    auto iconBack = any_regular_t::FromJson(*icon.ToJson());
+    ASSERT_TRUE(iconBack);
+    EXPECT_EQ(*iconBack, icon);
+}
+
+TEST(Provider, AccessAndMonitoringRules) {
+    TestProvider provider("P");
+    const auto readsBefore = Platform::DirectoryReadCount();
+    EXPECT_TRUE(provider.PathHasAccessPermission("volumes:"));
+    EXPECT_EQ(Platform::DirectoryReadCount(), readsBefore);
+    EXPECT_FALSE(provider.PathHasAccessPermission("/no/such/place"));
+    TempDir dir;
+    EXPECT_TRUE(provider.PathHasAccessPermission(dir.str()));
+    provider.cloud = true;  // cloud storage is always readable as far as the host knows
+    EXPECT_TRUE(provider.PathHasAccessPermission("/no/such/place"));
+
+    EXPECT_FALSE(provider.ShouldMonitorPath(u"volumes:"));
+    EXPECT_FALSE(provider.ShouldMonitorPath(u"networkvolumes:"));
+    EXPECT_FALSE(provider.ShouldMonitorPath(u"favorites:"));
+    EXPECT_FALSE(provider.ShouldMonitorPath(u"cloudsync:"));
+    EXPECT_FALSE(provider.ShouldMonitorPath(u"frservers:"));
+    EXPECT_TRUE(provider.ShouldMonitorPath(u"framecast:"));
+    EXPECT_TRUE(provider.ShouldMonitorPath(u""));
+    EXPECT_TRUE(provider.ShouldMonitorPath(dir.u16()));
+
+    provider.MonitorPath(dir.u16(), {});
+    provider.MonitorPath(u"volumes:", {});
+    EXPECT_TRUE(MF::DirectoryChangeMonitor::IsMonitoring(dir.u16()));
+    EXPECT_FALSE(MF::DirectoryChangeMonitor::IsMonitoring(u"volumes:"));
+    provider.StopMonitoringPath(dir.u16(), {});
+    EXPECT_FALSE(MF::DirectoryChangeMonitor::IsMonitoring(dir.u16()));
+}
+
+TEST(Provider, CurrentOrDescendentDirectory) {
+    TempDir dir;
+    const std::u16string root = dir.u16();
+    const std::u16string a = Utf8ToUtf16(dir.MakeDir("a").string());
+    const std::u16string inner = Utf8ToUtf16(dir.MakeDir("a/b/c").string());
+    const std::u16string sibling = Utf8ToUtf16(dir.MakeDir("ab").string());
+    TestProvider provider("P");
+    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(u"/no/such", u"/no/such"));
+    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(a, inner));
+    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(root, a));
+    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(inner, a));
+    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, sibling));  // "ab" only begins with "a"
+    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, a + u"/missing"));
+    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, a + u"/b/../../ab"));  // climbs out
+}
+
+TEST(Provider, ManagedPathsAreASortedSetSafeFromManyThreads) {
+    TestProvider provider("Favorites");
+    provider.AddProviderManagedPaths({u"/b", u"/a", u"/b"});
+    std::list<std::u16string> paths{u"existing"};
+    provider.GetProviderManagedPaths(paths);
+    EXPECT_EQ(paths, (std::list<std::u16string>{u"existing", u"/a", u"/b"}));
+    provider.RemoveProviderManagedPaths({u"/a", u"/never-there"});
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&provider, t] {
+            for (int i = 0; i < 200; ++i) {
+                const std::u16string path = Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i));
+                provider.AddProviderManagedPaths({path});
+                std::list<std::u16string> snapshot;
+                provider.GetProviderManagedPaths(snapshot);
+                if (i % 2 == 0) provider.RemoveProviderManagedPaths({path});
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    paths.clear();
+    provider.GetProviderManagedPaths(paths);
+    EXPECT_EQ(paths.size(), 1u + 4u * 100u);
+}
+
+TEST(Provider, ProgressAndUnavailableCallbacks) {
+    TestProvider provider("P");
+    provider.Progress(u"/x", 0.5);  // nothing set: nothing happens
+    std::vector<double> seen;
+    provider.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>(
+        [&](const std::u16string& path, double progress) {
+            EXPECT_EQ(path, u"/x");
+            seen.push_back(progress);
+        }));
+    provider.Progress(u"/x", 0.25);
+    provider.Progress(u"/x", 1.0);
+    EXPECT_EQ(seen, (std::vector<double>{0.25, 1.0}));
+
+    std::u16string unavailable;
+    provider.SetGetContentUnavailableCallback(std::make_shared<ContentUnavailableCallback>(
+        [&](const std::u16string& path) { unavailable = path; }));
+    provider.Unavailable(u"/card");
+    EXPECT_EQ(unavailable, u"/card");
+
+    // A set pointer holding an empty function is a caller's error, reported as such.
+    provider.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>());
+    EXPECT_THROW(provider.Progress(u"/x", 0.1), std::bad_function_call);
+}
+
+TEST(ProviderWrapper, ConvertsStringsAndKeepsUtf16KeyOrder) {
+    auto provider = std::make_shared<TestProvider>("P", 10);
+    std::string seenPath;
+    SDKFieldSet seenFields;
+    provider->contentFunction = [&](const std::string& path, const SDKFieldSet& fields,
+                                    ProviderRequest*) {
+        seenPath = path;
+        seenFields = fields;
+        SDKContentMap content;
+        content["/m/\xF0\x9F\x98\x80"][kSDKNameField] = std::string("smile");  // U+1F600
+        content["/m/\xEF\xBC\x81"][kSDKNameField] = std::string("bang");       // U+FF01
+        content["/m/bad\xFF"][kSDKNameField] = std::string("bad");
+        return content;
+    };
+    ProviderWrapper wrapper(provider);
+    const std::u16string badPath = Utf8ToUtf16("/m/bad\xFF");
+    ContentMap content = wrapper.GetContent(u"/m", {}, {kNameField, u"Caf\u00e9"}, nullptr);
+    EXPECT_EQ(seenPath, "/m");
+    EXPECT_EQ(seenFields, (SDKFieldSet{"Name", "Caf\xC3\xA9"}));
+    ASSERT_EQ(content.size(), 3u);
+    // UTF-8 puts U+FF01 (EF..) before U+1F600 (F0..); UTF-16 code units put U+1F600 (D83D)
+    // first. The host's map orders by code units.
+    std::vector<std::u16string> keys;
+    for (const auto& [key, record] : content) keys.push_back(key);
+    EXPECT_EQ(keys[0], u"/m/bad\xDCFF");
+    EXPECT_EQ(keys[1], u"/m/\U0001F600");
+    EXPECT_EQ(keys[2], u"/m/\uFF01");
+    // The escaped byte converts back to the same file name.
+    EXPECT_EQ(Utf16ToUtf8(keys[0]), "/m/bad\xFF");
+    EXPECT_EQ(badPath, keys[0]);
+
+    EXPECT_EQ(wrapper.GetDefaultFieldList(), (std::vector<std::u16string>{u"Name", u"Directory"}));
+    const FieldSet all = wrapper.GetFieldList();
+    EXPECT_EQ(std::vector<std::u16string>(all.begin(), all.end()),
+              (std::vector<std::u16string>{u"Directory", u"Name", u"Path"}));
+    EXPECT_EQ(wrapper.GetIdentification(), Utf8ToUtf16(std::string(kProviderIDPrefix) + "P"));
+}
+
+TEST(ProviderWrapper, ThumbnailBuffersAreAlwaysDisposed) {
+    auto provider = std::make_shared<TestProvider>("P");
+    ProviderWrapper wrapper(provider);
+    const auto live = pelpixLiveCount();
+    MF::IVideoFrameRef frame = wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->GetWidth(), 4u);
+    EXPECT_EQ(frame->GetPixelBGRA(3, 1), 0x11223344u);
+    EXPECT_EQ(pelpixLiveCount(), live);
+
+    provider->thumbnailFunction = [](const std::string&, std::uint32_t, std::uint32_t) {
+        return PelPixHandle(nullptr);
+    };
+    EXPECT_FALSE(wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr));
+
+    // A handle to no buffer: no frame, and the handle is left to its owner.
+    static PelPix* emptyCell = nullptr;
+    provider->thumbnailFunction = [](const std::string&, std::uint32_t, std::uint32_t) {
+        return &emptyCell;
+    };
+    EXPECT_FALSE(wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr));
+    EXPECT_EQ(pelpixLiveCount(), live);
+}
+
+class MenuAndViewsProvider : public TestProvider,
+                             public MenuProviderInterface,
+                             public CustomUIProviderInterface,
+                             public ProjectItemProviderInterface {
+public:
+    MenuAndViewsProvider() : TestProvider("Menus") {}
+    void PostProcessContextMenu(Menu& menu, const SelectedPaths& paths,
+                                const SelectedStates&) override {
+        menu.AppendSeparator();
+        menu.Append(MenuEntry::Command(31012, u"Reveal", !paths.empty()));
+    }
+    bool OnMenuItemID(std::int32_t id, const SelectedPaths&, const SelectedStates&) override {
+        return id == 31012;
+    }
+    bool OnMenuItemIDStatus(std::int32_t id, const SelectedPaths& paths, const SelectedStates&,
+                            bool& enabled) override {
+        enabled = !paths.empty();
+        return id == 31012;
+    }
+    bool HasCustomSidebarUI(const std::u16string&, const any_regular_t&) override { return true; }
+    std::vector<ProjectItemRef> GetProjectItems(const std::string&, const any_regular_t&) override {
+        return {};
+    }
+    ProjectItemRef GetProjectItem(const std::string&, const any_regular_t&) override {
+        return nullptr;
+    }
+    std::string GetProjectPath(const std::string&) override { return {}; }
+    std::vector<std::string> GetMediaPaths(const std::string&, const any_regular_t&) override {
+        return {};
+    }
+    bool CanImportProjectItems(const SelectedPaths&, const SelectedStates&) override { return false; }
+    std::vector<ProjectItemRef> CreateProjectItemsForImport(const SelectedPaths&,
+                                                            const SelectedStates&) override {
+        return {};
+    }
+};
+
+TEST(ProviderWrapper, CapabilitiesAreFoundOnlyWhenTheProviderHasThem) {
+    ProviderWrapper plain(std::make_shared<TestProvider>("Plain"));
+    Menu menu;
+    menu.Append(MenuEntry::Command(1, u"Open"));
+    plain.PostProcessContextMenu(menu, {"/a"}, {{}});
+    EXPECT_EQ(menu.Entries().size(), 1u);
+    bool enabled = true;
+    EXPECT_FALSE(plain.OnMenuItemID(31012, {"/a"}, {{}}));
+    EXPECT_FALSE(plain.OnMenuItemIDStatus(31012, {"/a"}, {{}}, enabled));
+    EXPECT_FALSE(plain.HasCustomSidebarUI(u"/a", {}));
+    EXPECT_FALSE(plain.GetCustomContentUI(u"/a", {}));
+    EXPECT_FALSE(plain.GetProjectItemProvider());
+
+    auto rich = std::make_shared<MenuAndViewsProvider>();
+    ProviderWrapper wrapper(rich);
+    wrapper.PostProcessContextMenu(menu, {"/a"}, {{}});
+    ASSERT_EQ(menu.Entries().size(), 3u);
+    EXPECT_EQ(menu.Entries()[1].kind, MenuEntryKind::Separator);
+    ASSERT_NE(menu.FindCommand(31012), nullptr);
+    EXPECT_TRUE(wrapper.OnMenuItemID(31012, {"/a"}, {{}}));
+    EXPECT_TRUE(wrapper.OnMenuItemIDStatus(31012, {}, {}, enabled));
+    EXPECT_FALSE(enabled);
+    EXPECT_TRUE(wrapper.HasCustomSidebarUI(u"/a", {}));
+    EXPECT_FALSE(wrapper.HasCustomContentUI(u"/a", {}));  // the interface's own default
+    auto items = wrapper.GetProjectItemProvider();
+    ASSERT_TRUE(items);
+    EXPECT_EQ(rich.use_count(), 3);  // the test, the wrapper, and the shared interface pointer
+}
+
+}  // namespace
+}  // namespace Tessel

@@ -1,0 +1,102 @@
+#include "support/TestProvider.h"
+
+#include <chrono>
+
+#include <tessel/foundation/MainThread.h>
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/media/PelPix.h>
+
+namespace Tessel::Test {
+
+TestProvider::TestProvider(std::string className, int score)
+    : mClassName(std::move(className)), mScore(score) {}
+
+SDKContentMap TestProvider::GetContent(const std::string& path, const any_regular_t&,
+                                       const SDKFieldSet& fields, ProviderRequest* request) {
+    ++contentCalls;
+    if (contentFunction) return contentFunction(path, fields, request);
+    SDKContentMap content;
+    std::vector<std::u16string> files;
+    std::vector<Directory> directories;
+    Directory(Utf8ToUtf16(path)).GetContainedFileAndDirectoryPaths(files, directories, {}, -1);
+    auto add = [&](const std::u16string& item, bool isDirectory) {
+        const std::string key = Utf16ToUtf8(item);
+        SDKPropertyMap& record = content[key];
+        record[kSDKNameField] = Path::LeafDisplayString(item);
+        record[kSDKPathField] = item;
+        record[kSDKDirectoryFlagField] = isDirectory;
+    };
+    for (const auto& file : files) {
+        if (IsRequestAborted(request)) return {};
+        add(file, false);
+    }
+    for (const auto& directory : directories) add(directory.GetFullPath(), true);
+    return content;
+}
+
+SDKFieldSet TestProvider::GetFieldList() {
+    return {kSDKNameField, kSDKPathField, kSDKDirectoryFlagField};
+}
+
+std::vector<std::string> TestProvider::GetDefaultFieldList() {
+    return {kSDKNameField, kSDKDirectoryFlagField};
+}
+
+std::map<std::u16string, std::u16string> TestProvider::GetFieldLabelList() {
+    return {{kNameField, u"$$$/Tests/Name=Name"},
+            {kPathField, u"Path"},
+            {kDirectoryFlagField, u"Folder"}};
+}
+
+int TestProvider::CanProvideFor(const std::string& path, const any_regular_t&,
+                                DirectoryContents& contents, const AbortPredicate& abort) {
+    ++canProvideCalls;
+    if (scoreFunction) return scoreFunction(path, contents, abort);
+    return mScore;
+}
+
+std::string TestProvider::GetIdentification() { return std::string(kProviderIDPrefix) + mClassName; }
+
+std::string TestProvider::GetUIString() { return "Test " + mClassName; }
+
+std::uint32_t TestProvider::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) {
+    return std::min<std::uint32_t>(requestedHeight, 256);
+}
+
+PelPixHandle TestProvider::GetThumbnail(const std::string& itemPath, const std::string&,
+                                        const any_regular_t&, std::uint32_t width,
+                                        std::uint32_t height, ProviderRequest*) {
+    if (thumbnailFunction) return thumbnailFunction(itemPath, width, height);
+    PelPixHandle buffer = pelpixNew(4, 2);
+    PelPixLock lock(buffer);
+    for (std::uint32_t row = 0; row < 2; ++row) {
+        auto* pixels = reinterpret_cast<std::uint32_t*>(lock.Row(row));
+        for (int x = 0; x < 4; ++x) pixels[x] = 0x11223344;
+    }
+    return buffer;
+}
+
+ProviderWrapper* Register(std::shared_ptr<Provider> provider) {
+    auto wrapper = std::make_unique<ProviderWrapper>(std::move(provider));
+    ProviderWrapper* raw = wrapper.get();
+    ProviderHost::RegisterProvider(std::move(wrapper));
+    return raw;
+}
+
+HostFixture::HostFixture() {
+    MainThread::SetCurrent();
+    ProviderHost::Initialize();
+    MainThread::RunPending();
+}
+
+HostFixture::~HostFixture() {
+    ProviderHost::Shutdown();
+    MainThread::RunPending();
+}
+
+bool PumpUntil(const std::function<bool()>& done) {
+    return MainThread::RunUntil(done, std::chrono::seconds(10));
+}
+
+}  // namespace Tessel::Test
