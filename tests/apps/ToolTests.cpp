@@ -1,0 +1,167 @@
+// The tessel command line, run in process against test providers.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <sstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include <tessel/foundation/Settings.h>
+#include <tessel/foundation/Unicode.h>
+
+#include "Commands.h"
+#include "Interrupt.h"
+#include "Tool.h"
+#include "support/TempDir.h"
+#include "support/TestProvider.h"
+
+namespace Tessel {
+namespace {
+
+struct Result {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Result RunTool(std::vector<std::string> args) {
+    std::ostringstream out, err;
+    const int status = Tool::Run(args, out, err);
+    return {status, out.str(), err.str()};
+}
+
+std::string Id(const char* name) { return std::string(kProviderIDPrefix) + name; }
+
+TEST(Tool, ProvidersRanksAndListsInRegistrationOrder) {
+    Tessel::Test::HostFixture host;
+    Tessel::Test::Register(std::make_shared<Tessel::Test::TestProvider>("Folder", 30));
+    Tessel::Test::Register(std::make_shared<Tessel::Test::TestProvider>("Card", 100));
+    Tessel::Test::Register(std::make_shared<Tessel::Test::TestProvider>("Never", 0));
+
+    Result ranked = RunTool({"providers", "/media/card", "--json"});
+    ASSERT_EQ(ranked.status, 0) << ranked.err;
+    auto doc = nlohmann::json::parse(ranked.out);
+    EXPECT_EQ(doc["path"], "/media/card");
+    ASSERT_EQ(doc["providers"].size(), 2u);
+    EXPECT_EQ(doc["providers"][0]["id"], Id("Card"));
+    EXPECT_EQ(doc["providers"][0]["score"], 100);
+    EXPECT_EQ(doc["providers"][1]["name"], "Test Folder");
+
+    Result all = RunTool({"providers", "--all", "--json"});
+    ASSERT_EQ(all.status, 0);
+    doc = nlohmann::json::parse(all.out);
+    ASSERT_EQ(doc["providers"].size(), 3u);
+    EXPECT_EQ(doc["providers"][2]["id"], Id("Never"));
+    EXPECT_FALSE(doc["providers"][0].contains("score"));
+
+    Result empty = RunTool({"providers", "", "--json"});
+    EXPECT_EQ(empty.status, 1);
+    EXPECT_TRUE(nlohmann::json::parse(empty.out)["providers"].empty());
+
+    Result people = RunTool({"providers", "/media/card/"});
+    EXPECT_EQ(people.status, 0);
+    EXPECT_NE(people.out.find("100    " + Id("Card")), std::string::npos) << people.out;
+}
+
+TEST(Tool, LocationsAreNormalised) {
+    EXPECT_EQ(Tool::NormalizeLocation("volumes:"), u"volumes:");
+    EXPECT_EQ(Tool::NormalizeLocation("CLSource://project/bin"), u"CLSource://project/bin");
+    EXPECT_EQ(Tool::NormalizeLocation("\\\\?\\C:\\Media"), u"\\\\?\\C:\\Media");
+    EXPECT_EQ(Tool::NormalizeLocation("/a/b//"), u"/a/b");
+    EXPECT_EQ(Tool::NormalizeLocation("/"), u"/");
+    EXPECT_EQ(Tool::NormalizeLocation(""), u"");
+    const std::u16string relative = Tool::NormalizeLocation("some/where");
+    EXPECT_EQ(relative.front(), u'/');
+    EXPECT_EQ(relative.substr(relative.size() - 11), u"/some/where");
+}
+
+TEST(Tool, ListWritesRecordsForPeopleAndPrograms) {
+    Tessel::Test::TempDir dir;
+    dir.WriteFile("b.mov");
+    dir.WriteFile("A.wav");
+    dir.WriteFile("caf\xC3\xA9.jpg");
+    dir.MakeDir("Sub");
+    Tessel::Test::HostFixture host;
+    Tessel::Test::Register(std::make_shared<Tessel::Test::TestProvider>("Folder", 30));
+
+    Result json = RunTool({"ls", dir.str(), "--json", "--fields", "Name,Directory"});
+    ASSERT_EQ(json.status, 0) << json.err;
+    auto doc = nlohmann::json::parse(json.out);
+    EXPECT_EQ(doc["provider"], Id("Folder"));
+    EXPECT_EQ(doc["code"], 0);
+    ASSERT_EQ(doc["items"].size(), 4u);
+    // Keys in UTF-16 order of the full paths: "A.wav" < "Sub" < "b.mov" < "café.jpg".
+    EXPECT_EQ(doc["items"][0]["fields"]["Name"], "A.wav");
+    EXPECT_EQ(doc["items"][1]["fields"]["Directory"], true);
+    EXPECT_EQ(doc["items"][3]["fields"]["Name"], "caf\xC3\xA9.jpg");
+    EXPECT_EQ(doc["items"][3]["key"], dir.str() + "/caf\xC3\xA9.jpg");
+
+    Result people = RunTool({"ls", dir.str()});
+    ASSERT_EQ(people.status, 0);
+    std::istringstream lines(people.out);
+    std::string header, first;
+    std::getline(lines, header);
+    std::getline(lines, first);
+    EXPECT_EQ(header, "Name      Folder");  // labels localized, columns aligned by characters
+    EXPECT_EQ(first, "A.wav     no");
+
+    Result unknown = RunTool({"ls", dir.str(), "--provider", "nobody"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_NE(unknown.err.find("nobody"), std::string::npos);
+}
+
+TEST(Tool, ErrorsAndUsage) {
+    Tessel::Test::HostFixture host;
+    Result missing = RunTool({"ls", "/no/such/folder"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, "tessel: /no/such/folder: no such file or folder\n");
+    EXPECT_EQ(RunTool({"ls"}).status, 2);
+    EXPECT_EQ(RunTool({"frobnicate"}).status, 2);
+    EXPECT_EQ(RunTool({"providers"}).status, 2);
+    EXPECT_EQ(RunTool({"--set", "novalue", "providers", "--all"}).status, 2);
+    Result help = RunTool({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("providers"), std::string::npos);
+    EXPECT_EQ(RunTool({"--version"}).status, 0);
+
+    EXPECT_EQ(RunTool({"--set", "Tessel.Tests.Value=42", "providers", "--all"}).status, 0);
+    EXPECT_EQ(Settings::GetInt("Tessel.Tests.Value", 0), 42);
+    Settings::Reset("Tessel.Tests.Value");
+}
+
+TEST(Tool, DefaultListingAndInterrupt) {
+    Tessel::Test::TempDir dir;
+    dir.MakeDir("Opens");
+    dir.WriteFile("clip.mov");
+    Tessel::Test::HostFixture host;
+    auto folder = std::make_shared<Tessel::Test::TestProvider>("Folder");
+    folder->scoreFunction = [](const std::string& path, DirectoryContents& contents,
+                               const AbortPredicate&) {
+        return contents.IsDirectory() || path.empty() ? 30 : 0;
+    };
+    Tessel::Test::Register(folder);
+
+    Result json = RunTool({"default", dir.str(), "--json"});
+    ASSERT_EQ(json.status, 0) << json.err;
+    auto doc = nlohmann::json::parse(json.out);
+    ASSERT_EQ(doc["items"].size(), 1u);  // the file cannot be opened as a location
+    EXPECT_EQ(doc["items"][0]["fields"]["Name"], "Opens");
+
+    // Ctrl-C while a listing runs aborts the request; the tool exits with 3.
+    folder->contentFunction = [](const std::string&, const SDKFieldSet&, ProviderRequest* request) {
+        Tool::SetInterruptRequested(true);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!IsRequestAborted(request) && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return SDKContentMap();
+    };
+    Result interrupted = RunTool({"ls", dir.str()});
+    Tool::SetInterruptRequested(false);
+    EXPECT_EQ(interrupted.status, 3);
+    EXPECT_EQ(interrupted.err, "tessel: interrupted\n");
+}
+
+}  // namespace
+}  // namespace Tessel
