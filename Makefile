@@ -42,18 +42,20 @@ $(1)/build.ninja: Makefile | deps
 	touch $$@
 endef
 
-SANITIZER_ARGS := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTESSEL_BUILD_BENCH=OFF
+# Sanitizer builds: assertions on, -O1 with line tables only (enough for the reports' stacks,
+# and much quicker to compile than -O2 -g), no benchmarks.
+SANITIZER_ARGS := -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_C_FLAGS_DEBUG=-O1 -g1" \
+    "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g1" -DTESSEL_BUILD_BENCH=OFF
 $(eval $(call configure,$(RELEASE),-DCMAKE_BUILD_TYPE=RelWithDebInfo))
 $(eval $(call configure,$(ASAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=address))
 # GCC warns, an error under -Werror, that TSan does not model the fence in Asio's handler
 # completion; handlers reach the workers through Asio's locked queue, which TSan does see.
 $(eval $(call configure,$(TSAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=thread \
     -DCMAKE_CXX_FLAGS=-Wno-tsan))
-# The fuzz build instruments all code for coverage; each target adds libFuzzer's main.
+# TESSEL_BUILD_FUZZ brings coverage instrumentation, ASan and UBSan of its own.
 $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
-    -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_FLAGS=-fsanitize=fuzzer-no-link \
-    -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link -DTESSEL_SANITIZE=address \
-    -DTESSEL_BUILD_FUZZ=ON -DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCH=OFF))
+    -DCMAKE_CXX_COMPILER=clang++ -DTESSEL_BUILD_FUZZ=ON -DTESSEL_BUILD_TESTS=OFF \
+    -DTESSEL_BUILD_BENCH=OFF))
 
 .PHONY: deps build run check test asan tsan bench install consumer consumer-install \
     consumer-cmake consumer-pkg-config fuzz format clean
@@ -83,7 +85,7 @@ tsan: deps $(TSAN)/build.ninja
 	$(CMAKE) --build $(TSAN) -j $(JOBS)
 	$(TSAN_LAUNCH) $(CTEST) --test-dir $(TSAN) --output-on-failure -j $(JOBS)
 
-# Google Benchmark programs, then bench/compare.sh (given the tool as $$TESSEL) if present.
+# Google Benchmark programs, then bench/compare.sh if present (the tool's path in TESSEL).
 bench: build
 	@found=0; \
 	for program in $$(find $(RELEASE)/bench -maxdepth 1 -type f -perm -u+x 2>/dev/null | sort); do \

@@ -1,7 +1,7 @@
 #include <tessel/foundation/Executor.h>
 
 #include <algorithm>
-#include <atomic>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -11,9 +11,13 @@
 namespace Tessel {
 
 struct Executor::Impl {
-    explicit Impl(int workers) : pool(static_cast<std::size_t>(workers)) {}
-    asio::thread_pool pool;
-    std::atomic<bool> stopped{false};
+    explicit Impl(int workers)
+        : pool(std::make_unique<asio::thread_pool>(static_cast<std::size_t>(workers))) {}
+    // Orders Post against Stop and the end of Wait: a task is either refused or queued on a
+    // pool that still exists.
+    std::mutex mutex;
+    std::unique_ptr<asio::thread_pool> pool;
+    bool stopped = false;
     std::once_flag joined;
 };
 
@@ -32,18 +36,32 @@ Executor::~Executor() {
 }
 
 bool Executor::Post(std::function<void()> task) {
-    if (mImpl->stopped.load()) return false;
-    asio::post(mImpl->pool, std::move(task));
+    std::lock_guard lock(mImpl->mutex);
+    if (mImpl->stopped) return false;
+    asio::post(*mImpl->pool, std::move(task));
     return true;
 }
 
 void Executor::Stop() {
-    mImpl->stopped.store(true);
-    mImpl->pool.stop();
+    std::lock_guard lock(mImpl->mutex);
+    mImpl->stopped = true;
+    if (mImpl->pool) mImpl->pool->stop();
 }
 
 void Executor::Wait() {
-    std::call_once(mImpl->joined, [this] { mImpl->pool.join(); });
+    std::call_once(mImpl->joined, [this] {
+        mImpl->pool->join();  // without the lock: running tasks may still post
+        std::unique_ptr<asio::thread_pool> joined;
+        {
+            std::lock_guard lock(mImpl->mutex);
+            mImpl->stopped = true;
+            joined = std::move(mImpl->pool);
+        }
+        // The pool destroys the tasks it never started when it goes. That must happen now,
+        // not when the executor object goes (a host may still hold it), so that what the
+        // tasks hold (requests, providers) does not outlive the shut-down.
+        joined.reset();
+    });
 }
 
 }  // namespace Tessel

@@ -18,6 +18,8 @@ struct MainQueue {
     asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
     std::atomic<std::thread::id> owner{};
     std::atomic<bool> ownerSet{false};
+    // Tasks posted and not yet started, so RunPending can stop at the ones it found.
+    std::atomic<std::size_t> queued{0};
 };
 
 // Never destroyed: tasks may still be posted while statics are torn down at exit.
@@ -40,18 +42,29 @@ bool MainThread::IsCurrent() {
 bool MainThread::IsSet() { return Queue().ownerSet.load(); }
 
 void MainThread::Post(std::function<void()> task) {
+    Queue().queued.fetch_add(1);
     asio::post(Queue().context, [task = std::move(task)] {
+        Queue().queued.fetch_sub(1);
         if (task) task();
     });
 }
 
 std::size_t MainThread::RunPending() {
     if (!IsCurrent()) return 0;
-    return Queue().context.poll();
+    // Tasks posted meanwhile wait for the next pump: a task that posts itself again must
+    // not keep the host from getting back to its own event loop.
+    const std::size_t ready = Queue().queued.load();
+    std::size_t ran = 0;
+    while (ran < ready && Queue().context.poll_one() > 0) ++ran;
+    return ran;
 }
 
 bool MainThread::RunOne(std::chrono::milliseconds timeout) {
     if (!IsCurrent()) return false;
+    // run_one_for does not look at the queue once its time is up, so a host polling with
+    // no time-out would never run anything without this first look.
+    if (Queue().context.poll_one() > 0) return true;
+    if (timeout <= std::chrono::milliseconds::zero()) return false;
     return Queue().context.run_one_for(timeout) > 0;
 }
 

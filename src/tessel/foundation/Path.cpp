@@ -132,7 +132,13 @@ String<CharT> AddSeparatorTo(PathStyle style, View<CharT> path) {
 // Never shortens a root, and never empties a path made only of separators.
 template <typename CharT>
 View<CharT> StripSeparatorsFrom(PathStyle style, View<CharT> path) {
-    const std::size_t keep = std::max<std::size_t>(RootLengthOf(style, path), 1);
+    std::size_t keep = RootLengthOf(style, path);
+    if (keep == 0) {
+        // The leading "\\" of a Windows share path is not a trailing separator.
+        const bool sharePrefix = style == PathStyle::Windows && path.size() >= 2 &&
+                                 IsSep(style, path[0]) && IsSep(style, path[1]);
+        keep = sharePrefix ? 2 : 1;
+    }
     std::size_t end = path.size();
     while (end > keep && IsSep(style, path[end - 1]))
         --end;
@@ -171,17 +177,16 @@ template <typename CharT>
 String<CharT> JoinOf(PathStyle style, View<CharT> directory, View<CharT> leaf) {
     if (directory.empty())
         return String<CharT>(leaf);
-    std::size_t end = directory.size();
-    while (end > 0 && IsSep(style, directory[end - 1]))
-        --end;
+    const View<CharT> base = StripSeparatorsFrom(style, directory);
     std::size_t start = 0;
     while (start < leaf.size() && IsSep(style, leaf[start]))
         ++start;
     String<CharT> out;
-    out.reserve(end + 1 + leaf.size() - start);
-    out.append(directory.substr(0, end));
-    // Keep the directory's own separator when it has one ("C:/" stays "C:/x").
-    out.push_back(end < directory.size() ? directory[end] : NativeSep<CharT>(style));
+    out.reserve(base.size() + 1 + leaf.size() - start);
+    out.append(base);
+    // A root keeps its own separator, so "C:/" gives "C:/x" and "/" gives "/x".
+    if (!IsSep(style, base.back()))
+        out.push_back(NativeSep<CharT>(style));
     out.append(leaf.substr(start));
     return out;
 }

@@ -105,14 +105,22 @@ struct Contents {
     std::map<std::string, std::string, std::less<>> undecoded;
 };
 
-// Parses the file's bytes; std::nullopt when they are not one JSON object.
-std::optional<Contents> Parse(const std::string& bytes) {
+// Parses the file's bytes; std::nullopt with PROBLEM set when they are not one JSON object.
+std::optional<Contents> Parse(const std::string& bytes, std::string& problem) {
     // One more level than a value may take: the object that holds the values.
-    if (!detail::JsonNestingWithin(bytes, detail::kMaxJsonTextDepth + 1))
+    if (!detail::JsonNestingWithin(bytes, detail::kMaxJsonTextDepth + 1)) {
+        problem = "it nests too deeply";
         return std::nullopt;
+    }
     const Json json = Json::parse(bytes, nullptr, false);
-    if (json.is_discarded() || !json.is_object())
+    if (json.is_discarded()) {
+        problem = "it is not valid JSON";
         return std::nullopt;
+    }
+    if (!json.is_object()) {
+        problem = "it does not hold a JSON object";
+        return std::nullopt;
+    }
     Contents contents;
     for (const auto& [key, item] : json.items()) {
         std::string text = Dump(item);
@@ -185,9 +193,7 @@ std::optional<std::string> Preferences::Load() {
                 problem = "it cannot be read (" + error + ")";
                 break;
             case Platform::ReadFileStatus::Ok:
-                contents = Parse(bytes);
-                if (!contents)
-                    problem = "it does not hold a JSON object";
+                contents = Parse(bytes, problem);
                 break;
         }
     }
@@ -236,6 +242,10 @@ std::optional<std::string> Preferences::Save() {
             document[key] = Json::parse(text, nullptr, false);
         }
         for (const auto& [key, value] : state.values) {
+            // JSON member names are UTF-8; writing the key any other way would change it.
+            if (!IsValidUtf8(key)) {
+                return "the preference key " + ToDisplayUtf8(key) + " is not valid UTF-8";
+            }
             std::optional<std::string> text = value.ToJson();
             if (!text)
                 return "the preference " + key + " has a type that cannot be saved";

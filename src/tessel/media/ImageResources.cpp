@@ -43,6 +43,9 @@ bool ImageResources::IsSetUp() {
 }
 
 std::optional<ImageResource> ImageResources::Find(std::string_view type, std::string_view name) {
+    // Numbered resources have no name; an empty name must not pick one of them at random.
+    if (name.empty())
+        return std::nullopt;
     std::lock_guard lock(Tables().mutex);
     for (const ImageResource& r : Tables().active) {
         if (r.type == type && r.name == name) return r;
