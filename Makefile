@@ -48,10 +48,7 @@ SANITIZER_ARGS := -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_C_FLAGS_DEBUG=-O1 -g1" \
     "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g1" -DTESSEL_BUILD_BENCH=OFF
 $(eval $(call configure,$(RELEASE),-DCMAKE_BUILD_TYPE=RelWithDebInfo))
 $(eval $(call configure,$(ASAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=address))
-# GCC warns, an error under -Werror, that TSan does not model the fence in Asio's handler
-# completion; handlers reach the workers through Asio's locked queue, which TSan does see.
-$(eval $(call configure,$(TSAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=thread \
-    -DCMAKE_CXX_FLAGS=-Wno-tsan))
+$(eval $(call configure,$(TSAN),$(SANITIZER_ARGS) -DTESSEL_SANITIZE=thread))
 # TESSEL_BUILD_FUZZ brings coverage instrumentation, ASan and UBSan of its own.
 $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
     -DCMAKE_CXX_COMPILER=clang++ -DTESSEL_BUILD_FUZZ=ON -DTESSEL_BUILD_TESTS=OFF \
