@@ -11,7 +11,33 @@
 #include <tessel/foundation/AnyRegular.h>
 #include <tessel/foundation/Localizer.h>
 
+namespace {
+
+// A registered type holding a value of its own, so that codecs calling back into
+// ToJson/FromJson are exercised as well ({"$type":"fuzz.box","value":...}).
+struct Box {
+    Tessel::any_regular_t inner;
+    friend bool operator==(const Box& a, const Box& b) { return a.inner == b.inner; }
+};
+
+const bool kRegistered = [] {
+    Tessel::RegisterValueType(
+        typeid(Box),
+        {"fuzz.box",
+         [](const void* value) { return static_cast<const Box*>(value)->inner.ToJson(); },
+         [](std::string_view json) -> std::optional<Tessel::any_regular_t> {
+             std::optional<Tessel::any_regular_t> inner = Tessel::any_regular_t::FromJson(json);
+             if (!inner)
+                 return std::nullopt;
+             return Tessel::any_regular_t(Box{std::move(*inner)});
+         }});
+    return true;
+}();
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    (void)kRegistered;
     const std::string_view text(reinterpret_cast<const char*>(data), size);
 
     if (std::optional<Tessel::any_regular_t> value = Tessel::any_regular_t::FromJson(text)) {

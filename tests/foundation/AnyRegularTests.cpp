@@ -347,6 +347,23 @@ TEST(AnyRegular, RegisteredTypesRoundTripAndUnknownOnesFailCleanly) {
                            return any_regular_t(Wrapper{std::move(*inner)});
                        }});
     ExpectRoundTrip(Wrapper{Wrapper{Rational{7, 8}}}, "codec within codec");
+    // That recursion is bounded too: a long chain of wrappers fails instead of overflowing.
+    any_regular_t chain = 1;
+    for (int i = 0; i < 100; ++i)
+        chain = Wrapper{std::move(chain)};
+    ExpectRoundTrip(chain, "100 wrappers");
+    for (int i = 0; i < 5000; ++i)
+        chain = Wrapper{std::move(chain)};
+    EXPECT_FALSE(chain.ToJson().has_value());
+    // Each wrapper is a level of its own, in both directions alike.
+    ExpectRoundTrip(Wrapper{NestedDictionaries(255)}, "wrapped dictionaries");
+    EXPECT_FALSE(any_regular_t(Wrapper{NestedArrays(256)}).ToJson().has_value());
+    auto wrappedArrays = [](std::size_t depth) {
+        return R"({"$type":"test.wrapper","value":)" + std::string(depth, '[') + "7" +
+               std::string(depth, ']') + "}";
+    };
+    EXPECT_TRUE(any_regular_t::FromJson(wrappedArrays(255)).has_value());
+    EXPECT_FALSE(any_regular_t::FromJson(wrappedArrays(256)).has_value());
 
     // Misbehaving codecs: invalid JSON out, exceptions out. Neither escapes.
     RegisterValueType(typeid(Thrower), {"test.thrower",

@@ -163,11 +163,33 @@ bool WriteDictionary(const any_regular_t::dictionary_t& dictionary, std::size_t 
     return true;
 }
 
-bool WriteRegistered(const any_regular_t& value, Json& out) {
+// The value depth at which a codec of a registered type was called on this thread, 0 outside
+// codecs. Codecs of types that hold values of their own call ToJson/FromJson again; those
+// calls count on from here, so the depth limit holds across them and both directions agree.
+thread_local std::size_t gCallerDepth = 0;
+
+class CodecCallScope {
+public:
+    explicit CodecCallScope(std::size_t depth) : mSaved(gCallerDepth) { gCallerDepth = depth; }
+    ~CodecCallScope() { gCallerDepth = mSaved; }
+    CodecCallScope(const CodecCallScope&) = delete;
+    CodecCallScope& operator=(const CodecCallScope&) = delete;
+
+private:
+    std::size_t mSaved;
+};
+
+bool WriteRegistered(const any_regular_t& value, std::size_t depth, Json& out) {
+    if (depth + 1 > detail::kMaxValueDepth)
+        return false;
     const Registry::CodecPointer codec = FindCodec(value.type());
     if (!codec || !codec->toJson)
         return false;
-    const std::optional<std::string> text = codec->toJson(value.RawPointer());
+    std::optional<std::string> text;
+    {
+        CodecCallScope scope(depth + 1);
+        text = codec->toJson(value.RawPointer());
+    }
     if (!text || !detail::JsonNestingWithin(*text, detail::kMaxJsonTextDepth))
         return false;
     Json payload = Json::parse(text->begin(), text->end(), nullptr, false);
@@ -233,7 +255,7 @@ bool Write(const any_regular_t& value, std::size_t depth, Json& out) {
     } else if (const DateTime* time = value.get_if<DateTime>()) {
         out = WriteDateTime(*time);
     } else {
-        return WriteRegistered(value, out);
+        return WriteRegistered(value, depth, out);
     }
     return true;
 }
@@ -357,6 +379,9 @@ std::optional<any_regular_t> ReadTagged(const std::string& tag, const Json& obje
     const Registry::CodecPointer codec = FindCodec(tag);
     if (!codec || !codec->fromJson)
         return std::nullopt;
+    if (depth + 1 > detail::kMaxValueDepth)
+        return std::nullopt;
+    CodecCallScope scope(depth + 1);
     return codec->fromJson(Dump(data));
 }
 
@@ -461,7 +486,7 @@ bool operator==(const any_regular_t& a, const any_regular_t& b) {
 std::optional<std::string> any_regular_t::ToJson() const {
     try {
         Json json;
-        if (!Write(*this, 0, json))
+        if (!Write(*this, gCallerDepth, json))
             return std::nullopt;
         return Dump(json);
     } catch (...) {
@@ -477,7 +502,7 @@ std::optional<any_regular_t> any_regular_t::FromJson(std::string_view json) {
         const Json parsed = Json::parse(json.begin(), json.end(), nullptr, false);
         if (parsed.is_discarded())
             return std::nullopt;
-        return Read(parsed, 0);
+        return Read(parsed, gCallerDepth);
     } catch (...) {
         return std::nullopt;
     }

@@ -1,6 +1,8 @@
 #include <tessel/foundation/DateTime.h>
 
+#include <algorithm>
 #include <charconv>
+#include <limits>
 #include <chrono>
 #include <cstdio>
 
@@ -58,6 +60,9 @@ bool Expect(std::string_view text, std::size_t& pos, char c) {
 }  // namespace
 
 DateTime DateTime::FromUnixSeconds(std::int64_t seconds, std::int64_t nanoseconds) {
+    // Clamped, so out-of-range times saturate instead of overflowing.
+    constexpr std::int64_t kLimit = std::numeric_limits<std::int64_t>::max() / 1000000 - 1;
+    seconds = std::clamp(seconds, -kLimit, kLimit);
     return DateTime{seconds * 1000000 + nanoseconds / 1000};
 }
 
@@ -67,8 +72,10 @@ DateTime DateTime::Now() {
 }
 
 std::string DateTime::ToIso8601() const {
+    // The remainder is taken directly: seconds * 1000000 can overflow near the type's limits.
+    std::int64_t micros = microsecondsSinceEpoch % 1000000;
+    if (micros < 0) micros += 1000000;
     const std::int64_t seconds = FloorDiv(microsecondsSinceEpoch, 1000000);
-    const std::int64_t micros = microsecondsSinceEpoch - seconds * 1000000;
     const std::int64_t days = FloorDiv(seconds, 86400);
     const std::int64_t secondOfDay = seconds - days * 86400;
     std::int64_t y;

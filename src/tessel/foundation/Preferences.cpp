@@ -217,6 +217,9 @@ std::optional<std::string> Preferences::Load() {
     }
 
     std::lock_guard lock(state.mutex);
+    // UseFile may have pointed the store elsewhere meanwhile; these values belong to the old file.
+    if ((state.file ? *state.file : EnvironmentFilePath()) != path)
+        return message;
     state.values = std::move(contents->values);
     state.undecoded = std::move(contents->undecoded);
     state.mustNotOverwrite = mustNotOverwrite;
