@@ -1,5 +1,6 @@
 // Runs the benchmarks on the host's main thread, inside one host for the whole process.
 #include <benchmark/benchmark.h>
+#include "support/Environment.h"
 
 #include <cstdlib>
 #include <string>
@@ -10,13 +11,7 @@
 
 namespace {
 
-void SetEnvironment(const char* name, const std::string& value) {
-#if defined(_WIN32)
-    _putenv_s(name, value.c_str());
-#else
-    setenv(name, value.c_str(), 1);
-#endif
-}
+using Tessel::Test::SetEnvironment;
 
 }  // namespace
 

@@ -14,7 +14,7 @@
 #include <tessel/foundation/Unicode.h>
 #include <tessel/platform/FileSystem.h>
 
-#include "support/SpecialFiles.h"
+#include "support/FileKinds.h"
 #include "support/TempDir.h"
 
 #if !defined(_WIN32)

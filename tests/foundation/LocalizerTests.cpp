@@ -1,4 +1,5 @@
 #include <tessel/foundation/Localizer.h>
+#include "support/Environment.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -89,13 +90,7 @@ TEST_F(LocalizerTest, ArgumentsAreSubstitutedOnce) {
     EXPECT_EQ(Localize("Copying ^1", {"clip.mxf"}), "Copying clip.mxf");
 }
 
-void SetEnvironment(const char* name, const std::string& value) {
-#if defined(_WIN32)
-    _putenv_s(name, value.c_str());
-#else
-    setenv(name, value.c_str(), 1);
-#endif
-}
+using Tessel::Test::SetEnvironment;
 
 TEST_F(LocalizerTest, TablesFromFiles) {
     Tessel::Test::TempDir dir;

@@ -1,4 +1,5 @@
 #include <tessel/foundation/Settings.h>
+#include "support/Environment.h"
 
 #include <atomic>
 #include <cmath>
@@ -15,13 +16,7 @@ namespace {
 using array_t = any_regular_t::array_t;
 using dictionary_t = any_regular_t::dictionary_t;
 
-void SetEnvironment(const char* name, const std::string& value) {
-#if defined(_WIN32)
-    _putenv_s(name, value.c_str());
-#else
-    setenv(name, value.c_str(), 1);
-#endif
-}
+using Tessel::Test::SetEnvironment;
 
 void UnsetEnvironment(const char* name) {
 #if defined(_WIN32)

@@ -1,4 +1,5 @@
 #include <tessel/foundation/Trace.h>
+#include "support/Environment.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -66,13 +67,7 @@ bool MatchesShape(std::string_view text, std::string_view pattern) {
     return true;
 }
 
-void SetEnvironment(const char* name, const std::string& value) {
-#if defined(_WIN32)
-    _putenv_s(name, value.c_str());
-#else
-    setenv(name, value.c_str(), 1);
-#endif
-}
+using Tessel::Test::SetEnvironment;
 
 TEST(Trace, OnlyEnabledCategoriesWriteLinesInTheAgreedFormat) {
     Tessel::Test::TempDir dir;

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/SpecialFiles.h"
+#include "support/FileKinds.h"
 #include "support/TempDir.h"
 
 #if !defined(_WIN32)
