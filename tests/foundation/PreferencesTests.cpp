@@ -274,6 +274,13 @@ TEST_F(PreferencesTest, EntriesOfUnknownTypesSurviveASave) {
                            return any_regular_t(Later{json["n"].get<std::int64_t>()});
                        }});
     EXPECT_TRUE(Preferences::GetValue("later") == any_regular_t(Later{7}));
+
+    // A value decoded while the type was known cannot be written once it is forgotten; the
+    // save says so and leaves the file as it was.
+    UnregisterValueType(typeid(Later));
+    EXPECT_FALSE(IsValueTypeRegistered(typeid(Later)));
+    EXPECT_NE(Preferences::Save(), std::nullopt);
+    EXPECT_EQ(nlohmann::json::parse(ReadBytes(mFile))["later"]["value"]["n"], 7);
 }
 
 TEST_F(PreferencesTest, ConcurrentChangesWhileSaving) {

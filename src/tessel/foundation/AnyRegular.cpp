@@ -528,6 +528,15 @@ void RegisterValueType(const std::type_info& type, ValueTypeCodec codec) {
     registry.byName.emplace(pointer->name, std::make_pair(index, pointer));
 }
 
+void UnregisterValueType(const std::type_info& type) {
+    Registry& registry = GetRegistry();
+    std::unique_lock lock(registry.mutex);
+    if (auto old = registry.byType.find(std::type_index(type)); old != registry.byType.end()) {
+        registry.byName.erase(old->second->name);
+        registry.byType.erase(old);
+    }
+}
+
 bool IsValueTypeRegistered(const std::type_info& type) {
     return FindCodec(type) != nullptr;
 }

@@ -189,5 +189,9 @@ struct ValueTypeCodec {
 // name replaces the earlier one. Thread-safe.
 TESSEL_API void RegisterValueType(const std::type_info& type, ValueTypeCodec codec);
 TESSEL_API bool IsValueTypeRegistered(const std::type_info& type);
+// Forgets a registration, for a module that is about to be unloaded: its codec's functions
+// must not outlive it. Stored entries not yet read stay as text and are written back
+// unchanged; values already decoded can no longer be written.
+TESSEL_API void UnregisterValueType(const std::type_info& type);
 
 }  // namespace Tessel
