@@ -1,4 +1,5 @@
 // The file-system backend against real files in temporary folders.
+#include <tessel/platform/AtomicFile.h>
 #include <tessel/platform/FileSystem.h>
 
 #include <gtest/gtest.h>
@@ -227,6 +228,16 @@ TEST_F(SpecialEntries, PathTestsFollowLinksButNeverOpen) {
     // A link to a folder reads as that folder.
     ASSERT_TRUE(Tessel::Platform::ReadDirectory(Path("link-to-folder"), entries, {}));
     EXPECT_TRUE(entries.empty());
+
+    // Whole-file reads refuse FIFOs and sockets without opening them.
+    using Tessel::Platform::ReadFileStatus;
+    std::string content, error;
+    for (const char* name : {"fifo", "link-to-fifo", "socket"}) {
+        EXPECT_EQ(Tessel::Platform::ReadWholeFile(Path(name), content, error),
+                  ReadFileStatus::Failed) << name;
+    }
+    EXPECT_EQ(Tessel::Platform::ReadWholeFile(Path("missing"), content, error),
+              ReadFileStatus::Missing);
 
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
 }

@@ -96,9 +96,19 @@ std::string UniqueSuffix() {
 
 ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error) {
     out.clear();
+    // Devices and FIFOs are refused before they are opened; opening is also non-blocking
+    // in case the entry is swapped for a FIFO in between.
+    struct stat before;
+    if (::stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode) &&
+        !S_ISDIR(before.st_mode)) {
+        error = "it is not a regular file";
+        return ReadFileStatus::Failed;
+    }
     int fd;
     do {
-        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        // Non-blocking, so that a FIFO put where a file was expected cannot hang the caller;
+        // it has no effect on regular files.
+        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
         if (errno == ENOENT)
@@ -114,6 +124,10 @@ ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::st
     }
     if (S_ISDIR(info.st_mode)) {
         error = "it is a folder";
+        return ReadFileStatus::Failed;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        error = "it is not a regular file";
         return ReadFileStatus::Failed;
     }
     char buffer[65536];
