@@ -84,6 +84,7 @@ tsan: deps $(TSAN)/build.ninja
 
 # Google Benchmark programs, then bench/compare.sh if present (the tool's path in TESSEL).
 bench: build
+	@scripts/install-deps --bench
 	@found=0; \
 	for program in $$(find $(RELEASE)/bench -maxdepth 1 -type f -perm -u+x 2>/dev/null | sort); do \
 	    found=1; echo "==> $$program"; "$$program"; \

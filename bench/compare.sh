@@ -1,0 +1,93 @@
+#!/usr/bin/env bash
+# Times tessel's whole commands side by side with the tools a user would otherwise reach
+# for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
+# A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
+#   TESSEL=path/to/tessel bench/compare.sh [thumbnails]
+set -euo pipefail
+
+TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
+[ -x "$TESSEL" ] || { echo "compare: no tessel at $TESSEL (build it first)" >&2; exit 1; }
+TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
+suites=("$@")
+[ ${#suites[@]} -gt 0 ] || suites=(thumbnails)
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+export TESSEL_PREFS="$work/preferences.json"
+
+have() { command -v "$1" >/dev/null 2>&1; }
+
+# ImageMagick's own binary, not a wrapper that an earlier PATH entry may hold.
+CONVERT=""
+for candidate in /usr/bin/convert-im6.q16 /usr/bin/convert "$(command -v convert || true)"; do
+    [ -n "$candidate" ] && [ -x "$candidate" ] && { CONVERT=$candidate; break; }
+done
+
+# seconds COMMAND...: wall-clock seconds of one run of COMMAND (output discarded).
+seconds() {
+    local start end
+    start=$(date +%s.%N)
+    "$@" >/dev/null 2>&1 || { echo "compare: failed: $*" >&2; return 1; }
+    end=$(date +%s.%N)
+    echo "$end - $start" | bc -l
+}
+
+# row LABEL TESSEL-SECONDS OTHER-LABEL OTHER-SECONDS
+row() {
+    printf '%-44s %9.3f s   %-34s %9.3f s   ratio %6.2f\n' "$1" "$2" "$3" "$4" \
+        "$(echo "$4 / $2" | bc -l)"
+}
+
+thumbnails() {
+    [ -n "$CONVERT" ] || { echo "compare: thumbnails need ImageMagick's convert (scripts/install-deps --bench)" >&2; return 1; }
+    local jpg="$work/jpg" bmp="$work/bmp" out="$work/out"
+    mkdir -p "$jpg" "$bmp" "$out"
+    # One realistic 1920x1080 frame (gradient, shapes and noise), copied 200 times; 1,000
+    # small 80x60 bitmaps.
+    "$CONVERT" -size 1920x1080 gradient:'#204060-#e0c080' \
+        -fill '#c03030' -draw 'circle 960,540 960,900' -attenuate 0.4 +noise Gaussian \
+        -quality 85 "$jpg/frame-000.jpg"
+    for i in $(seq -w 1 199); do cp "$jpg/frame-000.jpg" "$jpg/frame-$i.jpg"; done
+    "$CONVERT" -size 80x60 gradient:'#108040-#f0f0f0' -attenuate 0.3 +noise Gaussian \
+        -type TrueColor BMP3:"$bmp/icon-0000.bmp"
+    for i in $(seq -w 1 999); do cp "$bmp/icon-0000.bmp" "$bmp/icon-$i.bmp"; done
+
+    each_tessel() {  # DIR: one tessel command per file
+        local f
+        for f in "$1"/*; do
+            "$TESSEL" thumb --image "$f" --size 256x144 -o "$out/$(basename "$f").png"
+        done
+    }
+    each_vips() {
+        local f
+        for f in "$1"/*; do vipsthumbnail "$f" --size 256x144 -o "$out/%s-vips.png"; done
+    }
+    each_convert() {
+        local f
+        for f in "$1"/*; do "$CONVERT" "$f" -thumbnail 256x144 "$out/$(basename "$f")-im.png"; done
+    }
+
+    echo "== thumbnails: 200 JPEGs 1920x1080 and 1,000 BMPs 80x60 into 256x144, PNG out"
+    local t v
+    t=$(seconds each_tessel "$jpg")
+    if have vipsthumbnail; then
+        v=$(seconds each_vips "$jpg"); row "tessel thumb --image, 200 JPEGs" "$t" "vipsthumbnail, one per file" "$v"
+        v=$(seconds vipsthumbnail "$jpg"/*.jpg --size 256x144 -o "$out/%s-batch.png")
+        row "tessel thumb --image, 200 JPEGs" "$t" "vipsthumbnail, all in one command" "$v"
+    else
+        echo "compare: vipsthumbnail missing (scripts/install-deps --bench); skipped"
+    fi
+    v=$(seconds each_convert "$jpg"); row "tessel thumb --image, 200 JPEGs" "$t" "ImageMagick convert, per file" "$v"
+    t=$(seconds each_tessel "$bmp")
+    v=$(seconds each_convert "$bmp"); row "tessel thumb --image, 1,000 BMPs" "$t" "ImageMagick convert, per file" "$v"
+    if have vipsthumbnail; then
+        v=$(seconds each_vips "$bmp"); row "tessel thumb --image, 1,000 BMPs" "$t" "vipsthumbnail, one per file" "$v"
+    fi
+}
+
+for suite in "${suites[@]}"; do
+    case "$suite" in
+        thumbnails) thumbnails ;;
+        *) echo "compare: unknown suite '$suite' (known: thumbnails)" >&2; exit 2 ;;
+    esac
+done
