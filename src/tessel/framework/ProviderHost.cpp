@@ -11,6 +11,7 @@
 #include <tessel/foundation/Trace.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/Messages.h>
+#include <tessel/media/DirectoryChangeMonitor.h>
 #include <tessel/media/ImageResources.h>
 
 namespace Tessel {
@@ -99,6 +100,8 @@ void ProviderHost::Shutdown() {
     // Destroyed in registration order.
     for (auto& wrapper : state.providers) wrapper.reset();
     state.providers.clear();
+    // Watches the providers started end with them, and the notification thread is joined.
+    MF::DirectoryChangeMonitor::StopAll();
     ImageResources::Release();
 }
 

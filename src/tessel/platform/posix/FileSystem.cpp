@@ -13,11 +13,28 @@
 #include <cerrno>
 #include <cstring>
 
+#include <tessel/platform/FileDetails.h>
+
+#include "EntryStat.h"
+
 namespace Tessel::Platform {
 
 namespace {
 
 std::atomic<std::uint64_t> gDirectoryReadCount{0};
+std::atomic<std::uint64_t> gEntryStatCount{0};
+
+}  // namespace
+
+namespace Posix {
+
+void CountEntryStat() {
+    gEntryStatCount.fetch_add(1, std::memory_order_relaxed);
+}
+
+void CountDirectoryRead() {
+    gDirectoryReadCount.fetch_add(1, std::memory_order_relaxed);
+}
 
 EntryKind KindOfMode(mode_t mode) {
     if (S_ISREG(mode))
@@ -27,9 +44,9 @@ EntryKind KindOfMode(mode_t mode) {
     return EntryKind::Other;
 }
 
-// The kind of what a link in DIRECTORY points to; a dangling or looping link has none.
 EntryKind KindOfLinkTarget(int directory, const char* name) {
     struct stat target;
+    CountEntryStat();
     if (fstatat(directory, name, &target, 0) != 0)
         return EntryKind::Other;
     return KindOfMode(target.st_mode);
@@ -50,6 +67,7 @@ void ResolveKind(int directory, const dirent& entry, DirectoryEntry& out) {
         case DT_UNKNOWN: {
             // Some file systems (older XFS, some network and FUSE ones) leave the type out.
             struct stat own;
+            CountEntryStat();
             if (fstatat(directory, entry.d_name, &own, AT_SYMLINK_NOFOLLOW) != 0) {
                 out.kind = EntryKind::Other;  // vanished since the read
                 return;
@@ -67,6 +85,10 @@ void ResolveKind(int directory, const dirent& entry, DirectoryEntry& out) {
             return;
     }
 }
+
+}  // namespace Posix
+
+namespace {
 
 bool IsDotOrDotDot(const char* name) {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
@@ -105,7 +127,7 @@ bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& o
         close(fd);
         return false;
     }
-    gDirectoryReadCount.fetch_add(1, std::memory_order_relaxed);
+    Posix::CountDirectoryRead();
 
     // A read error part-way (a card pulled out) ends the walk like an abort: what was read
     // is kept.
@@ -117,7 +139,7 @@ bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& o
         DirectoryEntry& added = out.emplace_back();
         added.name = entry->d_name;
         added.hidden = IsHiddenName(added.name);
-        ResolveKind(fd, *entry, added);
+        Posix::ResolveKind(fd, *entry, added);
     }
     closedir(dir);  // closes fd too
     return true;
@@ -125,6 +147,10 @@ bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& o
 
 std::uint64_t DirectoryReadCount() {
     return gDirectoryReadCount.load(std::memory_order_relaxed);
+}
+
+std::uint64_t EntryStatCount() {
+    return gEntryStatCount.load(std::memory_order_relaxed);
 }
 
 PathKind GetPathKind(const NativeString& path) {

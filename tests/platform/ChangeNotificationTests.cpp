@@ -1,0 +1,229 @@
+// Change notification on real folders. Deliveries come from the notification thread, so
+// the tests wait for what they expect with generous limits and never assert how long it
+// took.
+#include <tessel/platform/ChangeNotification.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/FileKinds.h"
+#include "support/TempDir.h"
+
+#if defined(__linux__)
+
+namespace {
+
+namespace fs = std::filesystem;
+using Tessel::Platform::ChangeKind;
+using Tessel::Platform::ChangeWatchId;
+using Tessel::Platform::DirectoryChange;
+using Tessel::Test::TempDir;
+namespace P = Tessel::Platform;
+
+constexpr auto kPatience = std::chrono::seconds(20);
+using Seen = std::set<std::pair<ChangeKind, std::string>>;
+
+// Gathers what one watch reports.
+class Recorder {
+public:
+    P::DirectoryChangeCallback Callback() {
+        return
+            [this](const P::NativeString& directory, const std::vector<DirectoryChange>& changes) {
+                std::lock_guard lock(mMutex);
+                mDirectories.insert(directory);
+                Seen call;
+                for (const DirectoryChange& change : changes) {
+                    mRepeated |= !call.emplace(change.kind, change.name).second;
+                    mSeen.emplace(change.kind, change.name);
+                }
+                mChanged.notify_all();
+            };
+    }
+    // Waits until every change in WANTED has been reported.
+    bool WaitFor(const Seen& wanted) {
+        std::unique_lock lock(mMutex);
+        return mChanged.wait_for(lock, kPatience, [&] {
+            return std::includes(mSeen.begin(), mSeen.end(), wanted.begin(), wanted.end());
+        });
+    }
+    bool SawName(const std::string& name) {
+        std::lock_guard lock(mMutex);
+        return std::any_of(mSeen.begin(), mSeen.end(),
+                           [&](const auto& change) { return change.second == name; });
+    }
+    bool Repeated() {
+        std::lock_guard lock(mMutex);
+        return mRepeated;
+    }
+    std::set<P::NativeString> Directories() {
+        std::lock_guard lock(mMutex);
+        return mDirectories;
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    Seen mSeen;
+    bool mRepeated = false;
+    std::set<P::NativeString> mDirectories;
+};
+
+void Write(const fs::path& path, const std::string& content = "x") {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+bool WaitUntil(const std::atomic<int>& calls) {
+    for (auto waited = std::chrono::milliseconds(0); waited < kPatience;
+         waited += std::chrono::milliseconds(5)) {
+        if (calls.load() > 0)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
+TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
+    TempDir dir;
+    dir.MakeDir("sub");
+    Recorder first;
+    Recorder second;
+    const ChangeWatchId a = P::WatchDirectory(dir.path().native(), first.Callback());
+    // The same folder spelled otherwise shares the system's watch but not the callback.
+    const ChangeWatchId b = P::WatchDirectory(dir.str() + "/.", second.Callback());
+    ASSERT_NE(a, 0u);
+    ASSERT_NE(b, 0u);
+    EXPECT_NE(a, b);
+
+    {
+        std::ofstream out(dir.path() / "clip.mov", std::ios::binary);
+        for (int i = 0; i < 200; ++i)
+            out << std::string(1000, 'x') << std::flush;  // a burst of modifications
+    }
+    fs::rename(dir.path() / "clip.mov", dir.path() / "renamed.mov");
+    Write(dir.path() / "sub" / "deep.txt");  // one level only
+    Write(dir.path() / "bad\xff");           // reported as its bytes
+    fs::remove(dir.path() / "renamed.mov");
+    const Seen wanted = {{ChangeKind::Added, "clip.mov"},      {ChangeKind::Modified, "clip.mov"},
+                         {ChangeKind::Removed, "clip.mov"},    {ChangeKind::Added, "renamed.mov"},
+                         {ChangeKind::Removed, "renamed.mov"}, {ChangeKind::Added, "bad\xff"}};
+    ASSERT_TRUE(first.WaitFor(wanted));
+    ASSERT_TRUE(second.WaitFor(wanted));
+    EXPECT_FALSE(first.Repeated()) << "a burst reports each change once";
+    EXPECT_FALSE(first.SawName("deep.txt"));
+    EXPECT_EQ(second.Directories(), (std::set<P::NativeString>{dir.str() + "/."}));
+
+    P::StopWatching(a);
+    Write(dir.path() / "after.txt");
+    ASSERT_TRUE(second.WaitFor({{ChangeKind::Added, "after.txt"}}));
+    EXPECT_FALSE(first.SawName("after.txt")) << "reported after its stop";
+    P::StopWatching(b);
+    P::StopWatching(b);  // twice, and unknown ids, change nothing
+    P::StopWatching(0);
+    EXPECT_FALSE(P::IsChangeNotificationRunning()) << "the last stop joins the thread";
+}
+
+TEST(ChangeNotification, TheWatchedFolderGoingAwayEndsTheWatch) {
+    TempDir dir;
+    const fs::path removed = dir.MakeDir("removed");
+    const fs::path moved = dir.MakeDir("moved");
+    Recorder onRemoved;
+    Recorder onMoved;
+    const ChangeWatchId a = P::WatchDirectory(removed.native(), onRemoved.Callback());
+    const ChangeWatchId b = P::WatchDirectory(moved.native(), onMoved.Callback());
+    fs::remove_all(removed);
+    fs::rename(moved, dir.path() / "elsewhere");
+    EXPECT_TRUE(onRemoved.WaitFor({{ChangeKind::DirectoryGone, ""}}));
+    EXPECT_TRUE(onMoved.WaitFor({{ChangeKind::DirectoryGone, ""}}));
+    // The moved folder is not followed to its new place.
+    Write(dir.path() / "elsewhere" / "late.txt");
+    P::StopWatching(a);
+    P::StopWatching(b);
+    EXPECT_FALSE(onMoved.SawName("late.txt"));
+    EXPECT_FALSE(P::IsChangeNotificationRunning());
+}
+
+TEST(ChangeNotification, WhatIsNoFolderIsRefusedUnopenedAndMountWatchesShareTheThread) {
+    TempDir dir;
+    const fs::path file = dir.WriteFile("file.txt", "x");
+    ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "fifo"));
+    Tessel::Test::FifoReaderWatch fifoWatch(dir.path() / "fifo");
+    Recorder recorder;
+    for (const fs::path& path : {file, dir.path() / "fifo", dir.path() / "missing", fs::path()})
+        EXPECT_EQ(P::WatchDirectory(path.native(), recorder.Callback()), 0u) << path;
+    EXPECT_EQ(P::WatchDirectory(dir.path().native(), {}), 0u);
+    EXPECT_FALSE(fifoWatch.Stop()) << "the FIFO was opened";
+    EXPECT_FALSE(P::IsChangeNotificationRunning()) << "failed watches leave no thread behind";
+
+    const ChangeWatchId mounts = P::WatchMountTable([] {});
+    ASSERT_NE(mounts, 0u);
+    const ChangeWatchId folder = P::WatchDirectory(dir.path().native(), recorder.Callback());
+    P::StopWatching(mounts);
+    Write(dir.path() / "x");
+    EXPECT_TRUE(recorder.WaitFor({{ChangeKind::Added, "x"}})) << "the folder is still watched";
+    P::StopWatching(folder);
+    EXPECT_FALSE(P::IsChangeNotificationRunning());
+    EXPECT_EQ(P::WatchMountTable({}), 0u);
+}
+
+TEST(ChangeNotification, NoCallbackOnceStopReturnsAndCallbacksMayOnlyStop) {
+    TempDir dir;
+    std::atomic<bool> writing{true};
+    std::thread writer([&] {
+        for (int i = 0; writing.load(); ++i)
+            Write(dir.path() / ("f" + std::to_string(i % 50)));
+    });
+    for (int round = 0; round < 5; ++round) {
+        std::atomic<bool> stopped{false};
+        std::atomic<bool> calledAfterStop{false};
+        std::atomic<bool> startRefused{true};
+        std::atomic<int> calls{0};
+        const ChangeWatchId id = P::WatchDirectory(
+            dir.path().native(), [&](const P::NativeString& directory, const auto&) {
+                calledAfterStop = calledAfterStop || stopped.load();
+                startRefused =
+                    startRefused && P::WatchDirectory(directory, [](auto&, auto&) {}) == 0;
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));  // stop mid-call
+                ++calls;
+            });
+        ASSERT_NE(id, 0u);
+        ASSERT_TRUE(WaitUntil(calls));
+        P::StopWatching(id);
+        stopped = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        EXPECT_FALSE(calledAfterStop.load()) << "round " << round;
+        EXPECT_TRUE(startRefused.load());
+    }
+
+    // A callback that stops its own watch: the thread idles until the next stop from here.
+    std::atomic<ChangeWatchId> self{0};
+    std::atomic<int> calls{0};
+    self = P::WatchDirectory(dir.path().native(), [&](const auto&, const auto&) {
+        if (self.load() == 0)
+            return;  // called before its id was known here
+        P::StopWatching(self.load());
+        ++calls;
+    });
+    EXPECT_TRUE(WaitUntil(calls));
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    writing = false;
+    writer.join();
+    EXPECT_EQ(calls.load(), 1);
+    P::StopWatching(self.load());
+    EXPECT_FALSE(P::IsChangeNotificationRunning());
+}
+
+}  // namespace
+
+#endif  // __linux__

@@ -1,0 +1,269 @@
+// Directory reads with details against real files: a listing that asks for names only
+// must not stat, and the details that are asked for must describe the entry itself.
+#include <tessel/platform/FileDetails.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/FileKinds.h"
+#include "support/TempDir.h"
+
+#if !defined(_WIN32)
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Tessel::Platform::DetailedEntry;
+using Tessel::Platform::EntryKind;
+using Tessel::Test::TempDir;
+namespace P = Tessel::Platform;
+
+std::vector<DetailedEntry> ReadWith(const fs::path& directory, P::EntryDetails details) {
+    std::vector<DetailedEntry> entries;
+    EXPECT_TRUE(P::ReadDirectoryWithDetails(directory.native(), details, entries, {}));
+    return entries;
+}
+
+const DetailedEntry& Find(const std::vector<DetailedEntry>& entries, const std::string& name) {
+    auto it = std::find_if(entries.begin(), entries.end(),
+                           [&](const DetailedEntry& entry) { return entry.name == name; });
+    if (it == entries.end()) {
+        ADD_FAILURE() << "no entry " << name;
+        static const DetailedEntry kNone;
+        return kNone;
+    }
+    return *it;
+}
+
+constexpr std::int64_t kMicroseconds = 1000000;
+
+// Sets the access and write times of PATH (the link itself when it is one).
+void SetTimes(const fs::path& path, std::int64_t accessMicroseconds,
+              std::int64_t writeMicroseconds) {
+    const timespec times[2] = {
+        {static_cast<time_t>(accessMicroseconds / kMicroseconds),
+         static_cast<long>(accessMicroseconds % kMicroseconds) * 1000},
+        {static_cast<time_t>(writeMicroseconds / kMicroseconds),
+         static_cast<long>(writeMicroseconds % kMicroseconds) * 1000},
+    };
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+TEST(FileDetails, NameOnlyReadsOfABigFolderNeverStat) {
+    TempDir dir;
+    constexpr int kFiles = 3000;
+    for (int i = 0; i < kFiles; ++i)
+        dir.WriteFile("clip" + std::to_string(i) + ".mxf");
+    for (int i = 0; i < 20; ++i)
+        dir.MakeDir("folder" + std::to_string(i));
+    const std::size_t total = kFiles + 20;
+
+    std::uint64_t before = P::EntryStatCount();
+    std::vector<P::DirectoryEntry> plain;
+    ASSERT_TRUE(P::ReadDirectory(dir.path().native(), plain, {}));
+    EXPECT_EQ(plain.size(), total);
+    EXPECT_EQ(P::EntryStatCount(), before);
+
+    // Neither no details nor the hidden test costs a stat where there are no DOS attributes.
+    for (P::EntryDetails details : {P::kNoDetails, P::kDetailHidden}) {
+        before = P::EntryStatCount();
+        const std::vector<DetailedEntry> entries = ReadWith(dir.path(), details);
+        EXPECT_EQ(entries.size(), total);
+        EXPECT_EQ(P::EntryStatCount(), before) << "details " << details;
+        for (const DetailedEntry& entry : entries) {
+            ASSERT_FALSE(entry.detailsKnown);
+            ASSERT_EQ(entry.kind, entry.name.compare(0, 6, "folder") == 0 ? EntryKind::Directory
+                                                                          : EntryKind::File);
+        }
+    }
+
+    // Asking for a stat-based detail costs exactly one stat per ordinary entry.
+    before = P::EntryStatCount();
+    EXPECT_EQ(ReadWith(dir.path(), P::kDetailSize).size(), total);
+    EXPECT_EQ(P::EntryStatCount(), before + total);
+}
+
+TEST(FileDetails, SizesAttributesAndTimesOfRealEntries) {
+    TempDir dir;
+    dir.WriteFile("plain.bin", std::string(5000, 'x'));
+    dir.WriteFile(".hidden", "h");
+    dir.WriteFile("bad\xff.mov", "12345");  // not UTF-8: kept as its bytes
+    const fs::path readOnly = dir.WriteFile("locked.txt", "r");
+    fs::permissions(readOnly, fs::perms::owner_read | fs::perms::group_read);
+    dir.MakeDir("folder");
+    fs::create_symlink("plain.bin", dir.path() / "link");
+    fs::create_directory_symlink("folder", dir.path() / "link-to-folder");
+
+    // A 64 MiB file with nothing written has no blocks behind it.
+    const fs::path sparse = dir.path() / "sparse.raw";
+    const int fd = open(sparse.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, 64 << 20), 0);
+    close(fd);
+
+    // 2001-02-03 04:05:06.789012 UTC and a day later, set on the file and on the link
+    // itself (which must not report its target's).
+    const std::int64_t accessTime = 981173106789012;
+    const std::int64_t writeTime = accessTime + 86400 * kMicroseconds;
+    SetTimes(dir.path() / "plain.bin", accessTime, writeTime);
+    SetTimes(dir.path() / "link", accessTime - kMicroseconds, writeTime - kMicroseconds);
+    const std::int64_t createdNoEarlierThan =
+        (static_cast<std::int64_t>(time(nullptr)) - 600) * kMicroseconds;
+
+    const std::vector<DetailedEntry> entries = ReadWith(dir.path(), P::kAllDetails);
+    ASSERT_EQ(entries.size(), 8u);
+    for (const DetailedEntry& entry : entries)
+        EXPECT_TRUE(entry.detailsKnown) << entry.name;
+
+    const DetailedEntry& plain = Find(entries, "plain.bin");
+    EXPECT_EQ(plain.size, 5000u);
+    EXPECT_EQ(plain.attributes, P::kFileAttributeNormal);
+    EXPECT_EQ(plain.lastAccessTime, accessTime);
+    EXPECT_EQ(plain.lastWriteTime, writeTime);
+    if (plain.creationTime) {
+        EXPECT_GE(*plain.creationTime, createdNoEarlierThan) << "creation is when it was made";
+    }
+
+    EXPECT_EQ(Find(entries, "bad\xff.mov").size, 5u);
+    EXPECT_EQ(Find(entries, "bad\xff.mov").attributes, P::kFileAttributeNormal);
+
+    const DetailedEntry& link = Find(entries, "link");
+    EXPECT_TRUE(link.isLink);
+    EXPECT_EQ(link.kind, EntryKind::File);
+    EXPECT_EQ(link.size, std::string("plain.bin").size()) << "a link's own size";
+    EXPECT_EQ(link.attributes, P::kFileAttributeReparsePoint);
+    EXPECT_EQ(link.lastWriteTime, writeTime - kMicroseconds);
+
+    EXPECT_EQ(Find(entries, "link-to-folder").attributes,
+              P::kFileAttributeReparsePoint | P::kFileAttributeDirectory);
+    EXPECT_EQ(Find(entries, "folder").attributes, P::kFileAttributeDirectory);
+    EXPECT_EQ(Find(entries, "locked.txt").attributes, P::kFileAttributeReadOnly);
+    const DetailedEntry& hidden = Find(entries, ".hidden");
+    EXPECT_TRUE(hidden.hidden);
+    EXPECT_EQ(hidden.attributes, P::kFileAttributeHidden);
+    const DetailedEntry& sparseEntry = Find(entries, "sparse.raw");
+    EXPECT_EQ(sparseEntry.size, std::uint64_t{64} << 20);
+    EXPECT_EQ(sparseEntry.attributes, P::kFileAttributeSparseFile);
+
+    // Details not asked for stay zero.
+    const std::vector<DetailedEntry> sizesOnly = ReadWith(dir.path(), P::kDetailSize);
+    EXPECT_EQ(Find(sizesOnly, "plain.bin").size, 5000u);
+    EXPECT_EQ(Find(sizesOnly, "plain.bin").attributes, 0u);
+    EXPECT_EQ(Find(sizesOnly, "plain.bin").lastWriteTime, 0);
+    EXPECT_FALSE(Find(sizesOnly, "plain.bin").creationTime.has_value());
+}
+
+TEST(FileDetails, FifosAndSocketsAreMarkedAndNeverOpened) {
+    TempDir dir;
+    ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "fifo"));
+    ASSERT_TRUE(Tessel::Test::MakeUnixSocket(dir.path() / "socket"));
+    fs::create_symlink("fifo", dir.path() / "link-to-fifo");
+    fs::create_symlink("nowhere", dir.path() / "dangling");
+
+    Tessel::Test::FifoReaderWatch watch(dir.path() / "fifo");
+    const std::vector<DetailedEntry> entries = ReadWith(dir.path(), P::kAllDetails);
+    EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
+
+    ASSERT_EQ(entries.size(), 4u);
+    for (const char* name : {"fifo", "socket"}) {
+        const DetailedEntry& entry = Find(entries, name);
+        EXPECT_EQ(entry.kind, EntryKind::Other) << name;
+        EXPECT_FALSE(entry.isLink) << name;
+        EXPECT_EQ(entry.attributes & P::kFileAttributeDevice, P::kFileAttributeDevice) << name;
+        EXPECT_EQ(entry.attributes & P::kFileAttributeNormal, 0u) << name;
+    }
+    for (const char* name : {"link-to-fifo", "dangling"}) {
+        const DetailedEntry& entry = Find(entries, name);
+        EXPECT_EQ(entry.kind, EntryKind::Other) << name;
+        EXPECT_TRUE(entry.isLink) << name;
+        EXPECT_EQ(entry.attributes, P::kFileAttributeReparsePoint) << name;
+    }
+}
+
+TEST(FileDetails, FolderRemovedWhileBeingReadEndsCleanly) {
+    TempDir dir;
+    const fs::path doomed = dir.MakeDir("doomed");
+    for (int i = 0; i < 2000; ++i)
+        dir.WriteFile("doomed/file" + std::to_string(i), "x");
+
+    std::vector<DetailedEntry> entries;
+    bool removed = false;
+    const bool read = P::ReadDirectoryWithDetails(doomed.native(), P::kAllDetails, entries, [&] {
+        if (!removed) {
+            fs::remove_all(doomed);
+            removed = true;
+        }
+        return false;
+    });
+    EXPECT_TRUE(read) << "the folder was open when it went";
+    EXPECT_TRUE(removed);
+    // What was already buffered is listed; the entries are gone, so nothing is known of them.
+    for (const DetailedEntry& entry : entries) {
+        EXPECT_FALSE(entry.detailsKnown) << entry.name;
+        EXPECT_EQ(entry.size, 0u);
+    }
+
+    entries.clear();
+    EXPECT_FALSE(P::ReadDirectoryWithDetails(doomed.native(), P::kAllDetails, entries, {}));
+    EXPECT_TRUE(entries.empty());
+}
+
+// Sets TZ for one test and puts the old value back.
+class TimeZoneGuard {
+public:
+    explicit TimeZoneGuard(const char* zone) {
+        if (const char* old = std::getenv("TZ"))
+            mOld = old;
+        Set(zone);
+    }
+    ~TimeZoneGuard() { Set(mOld ? mOld->c_str() : nullptr); }
+    void Set(const char* zone) {
+        if (zone != nullptr)
+            setenv("TZ", zone, 1);
+        else
+            unsetenv("TZ");
+        tzset();  // the library reads the zone once; a change needs this
+    }
+
+private:
+    std::optional<std::string> mOld;
+};
+
+TEST(FormatLocalTime, MillisecondsInTheCurrentZoneAndEmptyWhenOutOfRange) {
+    TimeZoneGuard zone("UTC");
+    using P::FormatLocalTime;
+    EXPECT_EQ(FormatLocalTime(0), "1970-01-01 00:00:00.000");
+    EXPECT_EQ(FormatLocalTime(1999), "1970-01-01 00:00:00.001");
+    EXPECT_EQ(FormatLocalTime(981173106789012), "2001-02-03 04:05:06.789");
+    // Before 1970 the millisecond part still counts forwards.
+    EXPECT_EQ(FormatLocalTime(-1), "1969-12-31 23:59:59.999");
+    EXPECT_EQ(FormatLocalTime(-1500000), "1969-12-31 23:59:58.500");
+    // 9999-12-31 23:59:59.999 is the last time with a four-digit year.
+    const std::int64_t lastSecond = 253402300799;
+    EXPECT_EQ(FormatLocalTime(lastSecond * kMicroseconds + 999999), "9999-12-31 23:59:59.999");
+    EXPECT_EQ(FormatLocalTime((lastSecond + 1) * kMicroseconds), "");
+    EXPECT_EQ(FormatLocalTime(-62135596800 * kMicroseconds), "0001-01-01 00:00:00.000");
+    EXPECT_EQ(FormatLocalTime(-62135596801 * kMicroseconds), "");
+    EXPECT_EQ(FormatLocalTime(INT64_MAX), "");
+    EXPECT_EQ(FormatLocalTime(INT64_MIN), "");
+
+    zone.Set("EST5");  // five hours behind, no summer time
+    EXPECT_EQ(FormatLocalTime(0), "1969-12-31 19:00:00.000");
+    zone.Set("UTC");
+    EXPECT_EQ(FormatLocalTime(0), "1970-01-01 00:00:00.000");
+}
+
+}  // namespace
+
+#endif  // !_WIN32

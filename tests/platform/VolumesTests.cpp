@@ -1,0 +1,220 @@
+// The volume lists against fake mount tables, label links and block-device folders
+// written to a temporary folder, plus the real system's root.
+#include <tessel/platform/Volumes.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/TempDir.h"
+
+#if defined(__linux__)
+
+namespace {
+
+namespace fs = std::filesystem;
+using Tessel::Platform::MountInfo;
+using Tessel::Platform::MountTableFiles;
+using Tessel::Test::TempDir;
+namespace P = Tessel::Platform;
+
+std::vector<std::string> MountPoints(const std::vector<MountInfo>& mounts) {
+    std::vector<std::string> points;
+    for (const MountInfo& mount : mounts)
+        points.push_back(mount.mountPoint);
+    return points;
+}
+
+const MountInfo* FindMount(const std::vector<MountInfo>& mounts, const std::string& point) {
+    auto it = std::find_if(mounts.begin(), mounts.end(),
+                           [&](const MountInfo& mount) { return mount.mountPoint == point; });
+    return it == mounts.end() ? nullptr : &*it;
+}
+
+// A machine in a folder: its mountinfo, fstab, by-label links and sysfs block devices.
+class FakeMachine : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const std::string dev = mDir.str() + "/dev";
+        mFiles.labelDirectory = mDir.MakeDir("dev/disk/by-label").native();
+        mFiles.blockDeviceDirectory = mDir.MakeDir("sys/class/block").native();
+        mFiles.fstab = (mDir.path() / "fstab").native();
+        mFiles.mountTable = (mDir.path() / "mountinfo").native();
+
+        // sdb is a removable stick with one partition; sdc a fixed disk; sr0 an optical drive.
+        mDir.WriteFile("sys/class/block/sdb/removable", "1\n");
+        mDir.WriteFile("sys/class/block/sdb/sdb1/partition", "1\n");
+        fs::create_directory_symlink("sdb/sdb1", mDir.path() / "sys/class/block/sdb1");
+        mDir.WriteFile("sys/class/block/sdc/removable", "0\n");
+        mDir.WriteFile("sys/class/block/sdc/sdc1/partition", "1\n");
+        fs::create_directory_symlink("sdc/sdc1", mDir.path() / "sys/class/block/sdc1");
+        mDir.WriteFile("sys/class/block/sr0/removable", "1\n");
+
+        // udev escapes blanks and slashes in label names; the links are relative.
+        fs::create_symlink("../../sdb1", mDir.path() / "dev/disk/by-label/My\\x20Stick");
+        fs::create_symlink("../../sdc1", mDir.path() / "dev/disk/by-label/Caf\\xc3\\xa9\\x2fMedia");
+        fs::create_symlink("../../sr0", mDir.path() / "dev/disk/by-label/Odd\\xZZ");
+        // A mapper name is a link to the real node; its label link points at the node.
+        fs::create_symlink("../dm-0", mDir.MakeDir("dev/mapper") / "vg-data");
+        fs::create_symlink("../../dm-0", mDir.path() / "dev/disk/by-label/Data");
+
+        mDir.WriteFile("fstab",
+                       "# static file systems\n"
+                       "UUID=1234 / ext4 defaults 0 1\n" +
+                           dev + "/sdd1 /srv/hidden ext4 defaults,x-gvfs-hide 0 2\n");
+
+        const std::string table =
+            "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n"
+            "23 22 0:21 / /proc rw,nosuid - proc proc rw\n"
+            "24 22 0:22 / /sys rw - sysfs sysfs rw\n"
+            "25 22 8:2 / /boot rw - ext4 /dev/sda2 rw\n"
+            "26 25 8:3 / /boot/efi rw - vfat /dev/sda3 rw\n"
+            "27 22 7:0 / /snap/core/123 ro - squashfs /dev/loop0 ro\n"
+            "28 22 7:5 / /media/u/squash ro - squashfs /dev/loop5 ro\n"
+            "29 22 8:17 / /media/u/My\\040Stick rw - vfat " +
+            dev +
+            "/sdb1 rw\n"
+            "30 22 8:17 / /mnt/again rw - vfat " +
+            dev +
+            "/sdb1 rw\n"
+            "31 22 8:17 /DCIM /mnt/photos rw - vfat " +
+            dev +
+            "/sdb1 rw\n"
+            "32 22 8:33 / /data rw - ext4 " +
+            dev +
+            "/sdc1 rw\n"
+            "33 22 0:50 / /mnt/share rw - cifs //server/media rw\n"
+            "34 22 0:51 / /home/u/nfs rw - nfs4 server:/export rw\n"
+            "35 22 0:52 / /home/u/remote rw - fuse.sshfs u@host:/ rw\n"
+            "36 22 0:53 / /media/ram rw - tmpfs tmpfs rw\n"
+            "37 22 0:54 / /run/user/1000 rw - tmpfs tmpfs rw\n"
+            "38 22 0:55 / /tmp rw - tmpfs tmpfs rw\n"
+            "39 22 11:0 / /media/cdrom ro - iso9660 " +
+            dev +
+            "/sr0 ro\n"
+            "40 22 8:49 / /srv/hidden rw - ext4 " +
+            dev +
+            "/sdd1 rw\n"
+            "41 22 8:50 / /srv/marked rw - ext4 /dev/sdd2 rw,x-gvfs-hide\n"
+            "42 22 7:1 / /media/u/image ro - iso9660 /dev/loop1 ro\n"
+            "43 22 7:2 / /opt/loopimg rw - ext4 /dev/loop2 rw\n"
+            "44 22 8:1 /var/lib/docker/c/hosts /etc/hosts rw - ext4 /dev/sda1 rw\n"
+            "45 22 8:65 / /media/shadowed rw - ext4 /dev/sde1 rw\n"
+            "46 22 8:81 / /media/shadowed rw - ext4 /dev/sdf1 rw\n"
+            "47 22 0:70 / /var/lib/docker/overlay2/x/merged rw - overlay overlay rw\n"
+            "48 22 0:71 / /run/media/u/Card rw - exfat /dev/mmcblk0p1 rw\n"
+            "49 22 253:0 / /srv/data rw - xfs " +
+            dev +
+            "/mapper/vg-data rw\n"
+            "50 22 0:72 / /media/u/overlay rw - overlay overlay rw\n"
+            "this line is no mount at all\n";
+        mDir.WriteFile("mountinfo", table);
+    }
+
+    TempDir mDir;
+    MountTableFiles mFiles;
+};
+
+TEST_F(FakeMachine, VolumesAreTheMountsAPersonWouldPick) {
+    const std::vector<MountInfo> volumes = P::ListVolumes(mFiles);
+    EXPECT_EQ(MountPoints(volumes),
+              (std::vector<std::string>{"/", "/data", "/home/u/nfs", "/home/u/remote",
+                                        "/media/cdrom", "/media/ram", "/media/shadowed",
+                                        "/media/u/My Stick", "/media/u/image", "/mnt/photos",
+                                        "/mnt/share", "/run/media/u/Card", "/srv/data"}));
+
+    const MountInfo* stick = FindMount(volumes, "/media/u/My Stick");
+    ASSERT_NE(stick, nullptr);
+    EXPECT_EQ(stick->label, "My Stick");
+    EXPECT_TRUE(stick->isRemovable) << "the flag of the disk the partition is on";
+    EXPECT_FALSE(stick->isNetwork);
+    EXPECT_FALSE(stick->readOnly);
+    EXPECT_EQ(stick->fileSystemType, "vfat");
+    EXPECT_EQ(stick->source, mDir.str() + "/dev/sdb1");
+
+    const MountInfo* data = FindMount(volumes, "/data");
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(data->label, "Caf\xc3\xa9/Media");
+    EXPECT_FALSE(data->isRemovable);
+
+    const MountInfo* cdrom = FindMount(volumes, "/media/cdrom");
+    ASSERT_NE(cdrom, nullptr);
+    EXPECT_TRUE(cdrom->isOptical);
+    EXPECT_TRUE(cdrom->readOnly);
+    EXPECT_EQ(cdrom->label, "Odd\\xZZ") << "a broken escape stays as it is";
+
+    EXPECT_EQ(FindMount(volumes, "/srv/data")->label, "Data") << "found through the mapper link";
+    EXPECT_TRUE(FindMount(volumes, "/media/ram")->isRamDisk);
+    EXPECT_TRUE(FindMount(volumes, "/media/u/image")->isOptical);
+    EXPECT_EQ(FindMount(volumes, "/media/shadowed")->source, "/dev/sdf1")
+        << "the mount on top is the one that can be seen";
+    EXPECT_EQ(FindMount(volumes, "/")->label, "");
+
+    const std::vector<MountInfo> network = P::ListNetworkMounts(mFiles);
+    EXPECT_EQ(MountPoints(network),
+              (std::vector<std::string>{"/home/u/nfs", "/home/u/remote", "/mnt/share"}));
+    for (const MountInfo& mount : network) {
+        EXPECT_TRUE(mount.isNetwork) << mount.mountPoint;
+        EXPECT_FALSE(mount.isRemovable) << mount.mountPoint;
+        EXPECT_EQ(mount.label, "") << mount.mountPoint;
+    }
+    EXPECT_EQ(network.back().source, "//server/media");
+}
+
+TEST_F(FakeMachine, TableIsReadWholeAndMountPointsAreTestedExactly) {
+    const std::vector<MountInfo> all = P::ReadMountTable(mFiles);
+    ASSERT_EQ(all.size(), 29u) << "every line but the broken one";
+    EXPECT_EQ(all.front().mountPoint, "/");
+    EXPECT_EQ(all[1].fileSystemType, "proc");
+
+    EXPECT_TRUE(P::IsMountPoint("/", mFiles));
+    EXPECT_TRUE(P::IsMountPoint("/media/u/My Stick", mFiles));
+    EXPECT_TRUE(P::IsMountPoint("/media/u/My Stick//", mFiles));
+    EXPECT_TRUE(P::IsMountPoint("//media//u/My Stick", mFiles));
+    EXPECT_TRUE(P::IsMountPoint("/proc", mFiles)) << "hidden from the lists, still mounted";
+    EXPECT_FALSE(P::IsMountPoint("/media/u", mFiles));
+    EXPECT_FALSE(P::IsMountPoint("/media/u/My Stick/DCIM", mFiles));
+    EXPECT_FALSE(P::IsMountPoint("media/cdrom", mFiles));
+    EXPECT_FALSE(P::IsMountPoint("", mFiles));
+
+    MountTableFiles missing = mFiles;
+    missing.mountTable = (mDir.path() / "no-such-table").native();
+    EXPECT_TRUE(P::ListVolumes(missing).empty());
+    EXPECT_FALSE(P::IsMountPoint("/", missing));
+}
+
+TEST(Volumes, FstabFormatTablesHaveNoDevicesToCompare) {
+    TempDir dir;
+    const fs::path table = dir.WriteFile("fstab",
+                                         "UUID=1 / ext4 defaults 0 1\n"
+                                         "/dev/sdb1 /media/usb vfat noauto,x-gvfs-hide 0 0\n"
+                                         "server:/e /nfs// nfs defaults 0 0\n"
+                                         "/dev/sdb1 /media/usb2 vfat noauto 0 0\n"
+                                         "proc /proc proc defaults 0 0\n");
+    MountTableFiles files;
+    files.mountTable = table.native();
+    files.fstab.clear();
+    files.labelDirectory = (dir.path() / "none").native();
+    files.blockDeviceDirectory = (dir.path() / "none").native();
+    EXPECT_EQ(MountPoints(P::ListVolumes(files)),
+              (std::vector<std::string>{"/", "/media/usb2", "/nfs"}));
+}
+
+TEST(Volumes, TheRealRootIsAMountPointAndListedFirst) {
+    EXPECT_TRUE(P::IsMountPoint("/"));
+    TempDir dir;
+    EXPECT_FALSE(P::IsMountPoint(dir.path().native())) << "a fresh folder mounts nothing";
+    const std::vector<MountInfo> volumes = P::ListVolumes();
+    ASSERT_FALSE(volumes.empty());
+    EXPECT_EQ(volumes.front().mountPoint, "/");
+    EXPECT_TRUE(std::is_sorted(
+        volumes.begin() + 1, volumes.end(),
+        [](const MountInfo& a, const MountInfo& b) { return a.mountPoint < b.mountPoint; }));
+}
+
+}  // namespace
+
+#endif  // __linux__
