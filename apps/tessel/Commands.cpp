@@ -9,7 +9,9 @@
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/media/PngEncoding.h>
 #include <tessel/platform/Terminal.h>
+#include <tessel/thumbnails/RenderThumbnail.h>
 
 #include "Format.h"
 #include "Requests.h"
@@ -260,6 +262,89 @@ int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& e
     return PrintListing(path, answer->wrapper->GetIdentification(), answer->result,
                         answer->content, fields, answer->wrapper->GetFieldLabelList(),
                         options.json, out, err);
+}
+
+std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text) {
+    // Larger boxes than this are no thumbnails, and would only cost memory.
+    constexpr unsigned long kLargestSide = 16384;
+    const std::size_t x = text.find_first_of("xX");
+    if (x == std::string::npos || x == 0 || x + 1 == text.size()) return std::nullopt;
+    const auto side = [&](const std::string& digits) -> std::optional<std::uint32_t> {
+        if (digits.empty() || digits.size() > 5 ||
+            digits.find_first_not_of("0123456789") != std::string::npos) {
+            return std::nullopt;
+        }
+        const unsigned long value = std::stoul(digits);
+        if (value > kLargestSide) return std::nullopt;
+        return static_cast<std::uint32_t>(value);
+    };
+    const auto width = side(text.substr(0, x));
+    const auto height = side(text.substr(x + 1));
+    if (!width || !height) return std::nullopt;
+    return std::make_pair(*width, *height);
+}
+
+int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err) {
+    const auto size = ParseThumbnailSize(options.size);
+    if (!size) {
+        err << "tessel: --size expects WIDTHxHEIGHT (each 0 to 16384, 0 keeps the image's own), "
+               "not '"
+            << options.size << "'\n";
+        return kExitUsage;
+    }
+    const std::u16string path = NormalizeLocation(options.path);
+    if (path.empty()) return ReportNoProvider(path, err);
+
+    MF::IVideoFrameRef frame;
+    std::u16string providerID;
+    if (options.imageOnly) {
+        PelPixHandle buffer = RenderThumbnail(Utf16ToUtf8(path), size->first, size->second);
+        frame = MF::CreateVideoFrameFromPelPix(buffer);
+        pelpixDispose(buffer);
+        if (!frame) {
+            if (!Path::FileOrDirectoryExists(path)) return ReportNoProvider(path, err);
+            err << "tessel: " << Display(path)
+                << ": not an image that can be read (JPEG, PNG, BMP, GIF or TGA)\n";
+            return kExitNotFound;
+        }
+    } else {
+        ProviderWrapper* wrapper = nullptr;
+        if (!options.provider.empty()) {
+            wrapper = ProviderHost::FindProvider(Utf8ToUtf16(options.provider));
+            if (!wrapper) {
+                err << "tessel: no provider is called '" << options.provider
+                    << "' (see 'tessel providers --all')\n";
+                return kExitUsage;
+            }
+        } else {
+            std::optional<GetProviderListMessage> answer = RunProviderList(path);
+            if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+            if (!answer || answer->providers.empty()) return ReportNoProvider(path, err);
+            wrapper = answer->providers.front();
+        }
+        providerID = wrapper->GetIdentification();
+        auto data = std::make_shared<ProviderThumbnailRequestData>(
+            path, options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
+            any_regular_t(), static_cast<std::int32_t>(size->first),
+            static_cast<std::int32_t>(size->second));
+        std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
+        if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+        if (!answer || !answer->frame) {
+            err << "tessel: " << Display(providerID) << " has no thumbnail for " << Display(path)
+                << "\n";
+            return kExitNotFound;
+        }
+        frame = answer->frame;
+    }
+
+    if (auto error = WritePngFile(*frame, options.output)) {
+        err << "tessel: cannot write " << options.output << ": " << *error << "\n";
+        return kExitNotFound;
+    }
+    out << options.output << ": " << frame->GetWidth() << "x" << frame->GetHeight();
+    if (!providerID.empty()) out << " from " << Display(providerID);
+    out << "\n";
+    return kExitOk;
 }
 
 }  // namespace Tessel::Tool

@@ -1,7 +1,10 @@
 // The tool's commands, on the library's public API.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <ostream>
+#include <utility>
 #include <string>
 
 #include <tessel/framework/ContentRecord.h>
@@ -16,12 +19,21 @@ struct CommandOptions {
     std::string provider;
     std::string fields;
     int depth = 8;
+    // thumb
+    std::string extraPath;
+    std::string size = "256x144";
+    std::string output;
+    bool imageOnly = false;
 };
 
 int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& err);
+int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err);
+
+// Reads "WxH" (each 0..16384; 0 keeps the image's own size on that side).
+std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text);
 
 // How the tool turns a PATH argument into a location: list paths ("volumes:"), scheme
 // paths ("CLSource://...") and Windows long paths pass unchanged; everything else is made

@@ -65,4 +65,12 @@ std::optional<GetDefaultContentMessage> RunDefaultContent(
         [&](const GetDefaultContentMessage& m) { return m.data == data; });
 }
 
+std::optional<GetThumbnailMessage> RunThumbnail(
+    ProviderWrapper& wrapper, std::shared_ptr<ProviderThumbnailRequestData> data) {
+    auto request = wrapper.RequestThumbnail(data, ToolStation());
+    return Await<GetThumbnailMessage>(
+        request, ProviderHost::GetProviderExecutor() != nullptr,
+        [&](const GetThumbnailMessage& m) { return m.data == data; });
+}
+
 }  // namespace Tessel::Tool

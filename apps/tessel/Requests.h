@@ -20,5 +20,7 @@ std::optional<GetContentMessage> RunContent(ProviderWrapper& wrapper, const std:
                                             const FieldSet& fields);
 std::optional<GetDefaultContentMessage> RunDefaultContent(
     std::shared_ptr<DefaultContentRequestData> data);
+std::optional<GetThumbnailMessage> RunThumbnail(ProviderWrapper& wrapper,
+                                                std::shared_ptr<ProviderThumbnailRequestData> data);
 
 }  // namespace Tessel::Tool

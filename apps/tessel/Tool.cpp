@@ -95,6 +95,22 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     browse->add_option("--depth", options.depth, "How many folder levels to descend")
         ->check(CLI::Range(0, 64));
 
+    auto* thumb = app.add_subcommand(
+        "thumb", "Write the thumbnail of PATH as PNG, from its best (or the named) provider");
+    thumb->add_option("path", options.path, "Item to make the thumbnail of")->required();
+    thumb->add_option("--extra", options.extraPath,
+                      "The item's second path (its ExtraPath field), if it has one")
+        ->type_name("PATH");
+    thumb->add_option("--provider", options.provider, "Provider identification to use")
+        ->type_name("ID");
+    thumb->add_option("--size", options.size, "Box to fit the thumbnail in (default 256x144)")
+        ->type_name("WxH");
+    thumb->add_option("-o,--output", options.output, "PNG file to write")
+        ->type_name("FILE.png")
+        ->required();
+    thumb->add_flag("--image", options.imageOnly,
+                    "Render the image file itself instead of asking the providers");
+
     try {
         std::vector<std::string> reversed(args.rbegin(), args.rend());
         app.parse(reversed);
@@ -137,6 +153,7 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     if (ls->parsed()) return RunList(options, out, err);
     if (def->parsed()) return RunDefault(options, out, err);
     if (browse->parsed()) return RunBrowse(options, out, err);
+    if (thumb->parsed()) return RunThumbnail(options, out, err);
     return 2;
 }
 

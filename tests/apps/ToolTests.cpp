@@ -1,7 +1,12 @@
 // The tessel command line, run in process against test providers.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -161,6 +166,64 @@ TEST(Tool, DefaultListingAndInterrupt) {
     Tool::SetInterruptRequested(false);
     EXPECT_EQ(interrupted.status, 3);
     EXPECT_EQ(interrupted.err, "tessel: interrupted\n");
+}
+
+// Reads the size from a PNG file's header (the IHDR chunk follows the signature).
+std::optional<std::pair<std::uint32_t, std::uint32_t>> PngSize(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (bytes.size() < 24 || bytes.compare(0, 8, "\x89PNG\r\n\x1a\n") != 0) return std::nullopt;
+    const auto be32 = [&](std::size_t at) {
+        return (std::uint32_t(std::uint8_t(bytes[at])) << 24) |
+               (std::uint32_t(std::uint8_t(bytes[at + 1])) << 16) |
+               (std::uint32_t(std::uint8_t(bytes[at + 2])) << 8) | std::uint8_t(bytes[at + 3]);
+    };
+    return std::make_pair(be32(16), be32(20));
+}
+
+TEST(Tool, ThumbnailsAreWrittenAsPng) {
+    Tessel::Test::HostFixture host;
+    Tessel::Test::TempDir dir;
+    auto card = std::make_shared<Tessel::Test::TestProvider>("Card", 100);
+    std::atomic<std::uint32_t> askedWidth{0}, askedHeight{0};
+    card->thumbnailFunction = [&](const std::string&, std::uint32_t width, std::uint32_t height) {
+        askedWidth = width;
+        askedHeight = height;
+        PelPixHandle buffer = pelpixNew(3, 5);
+        return buffer;
+    };
+    auto none = std::make_shared<Tessel::Test::TestProvider>("None", 10);
+    none->thumbnailFunction = [](const std::string&, std::uint32_t, std::uint32_t) {
+        return PelPixHandle(nullptr);
+    };
+    Tessel::Test::Register(card);
+    Tessel::Test::Register(none);
+
+    const std::string output = (dir.path() / "out.png").string();
+    Result best = RunTool({"thumb", dir.str(), "--size", "320x180", "-o", output});
+    ASSERT_EQ(best.status, 0) << best.err;
+    EXPECT_NE(best.out.find("3x5 from " + Id("Card")), std::string::npos) << best.out;
+    EXPECT_EQ(askedWidth, 320u);
+    EXPECT_EQ(askedHeight, 180u);
+    EXPECT_EQ(PngSize(output), std::make_pair(3u, 5u));
+
+    // A provider without a picture, a bad size, an unknown provider, an unwritable file.
+    Result nothing = RunTool({"thumb", dir.str(), "--provider", Id("None"), "-o", output});
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_NE(nothing.err.find("has no thumbnail"), std::string::npos) << nothing.err;
+    for (const char* size : {"320", "x180", "320x", "-1x5", "99999x1", "20000x1", "axb"}) {
+        Result bad = RunTool({"thumb", dir.str(), "--size", size, "-o", output});
+        EXPECT_EQ(bad.status, 2) << size;
+        EXPECT_NE(bad.err.find("--size"), std::string::npos) << bad.err;
+    }
+    EXPECT_EQ(RunTool({"thumb", dir.str(), "--provider", "nope", "-o", output}).status, 2);
+    EXPECT_EQ(RunTool({"thumb", dir.str()}).status, 2);  // no -o
+    Result unwritable =
+        RunTool({"thumb", dir.str(), "-o", (dir.path() / "missing" / "x.png").string()});
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_NE(unwritable.err.find("cannot write"), std::string::npos) << unwritable.err;
+    // The earlier thumbnail is still there, whole.
+    EXPECT_EQ(PngSize(output), std::make_pair(3u, 5u));
 }
 
 }  // namespace

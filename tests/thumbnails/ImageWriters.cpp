@@ -1,0 +1,312 @@
+#include "ImageWriters.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#if !defined(_WIN32)
+#include <turbojpeg.h>
+#endif
+
+namespace Tessel::Test {
+
+namespace {
+
+void Put16Le(Bytes& out, std::uint32_t value) {
+    out.push_back(static_cast<std::uint8_t>(value));
+    out.push_back(static_cast<std::uint8_t>(value >> 8));
+}
+void Put32Le(Bytes& out, std::uint32_t value) {
+    Put16Le(out, value & 0xFFFF);
+    Put16Le(out, value >> 16);
+}
+void Put32Be(Bytes& out, std::uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out.push_back(static_cast<std::uint8_t>(value >> shift));
+}
+
+void PutPngChunk(Bytes& out, std::string_view type, const Bytes& data) {
+    Put32Be(out, static_cast<std::uint32_t>(data.size()));
+    const std::size_t start = out.size();
+    out.insert(out.end(), type.begin(), type.end());
+    out.insert(out.end(), data.begin(), data.end());
+    const uLong crc = crc32(0, out.data() + start, static_cast<uInt>(out.size() - start));
+    Put32Be(out, static_cast<std::uint32_t>(crc));
+}
+
+}  // namespace
+
+Bytes WritePng(std::uint32_t width, std::uint32_t height, std::uint8_t bitDepth,
+               std::uint8_t colorType, const Bytes& rows, const Bytes& palette,
+               const Bytes& transparency) {
+    const std::size_t rowBytes = rows.size() / height;
+    Bytes filtered;
+    for (std::uint32_t y = 0; y < height; ++y) {
+        filtered.push_back(0);  // filter type None
+        filtered.insert(filtered.end(), rows.begin() + y * rowBytes,
+                        rows.begin() + (y + 1) * rowBytes);
+    }
+    uLongf compressedSize = compressBound(static_cast<uLong>(filtered.size()));
+    Bytes compressed(compressedSize);
+    if (compress2(compressed.data(), &compressedSize, filtered.data(),
+                  static_cast<uLong>(filtered.size()), 9) != Z_OK)
+        throw std::runtime_error("zlib failed");
+    compressed.resize(compressedSize);
+
+    Bytes out = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    Bytes header;
+    Put32Be(header, width);
+    Put32Be(header, height);
+    header.insert(header.end(), {bitDepth, colorType, 0, 0, 0});
+    PutPngChunk(out, "IHDR", header);
+    if (!palette.empty())
+        PutPngChunk(out, "PLTE", palette);
+    if (!transparency.empty())
+        PutPngChunk(out, "tRNS", transparency);
+    PutPngChunk(out, "IDAT", compressed);
+    PutPngChunk(out, "IEND", {});
+    return out;
+}
+
+Bytes WritePng(const Picture& picture, bool alpha) {
+    Bytes rows;
+    for (const Rgba& p : picture.pixels) {
+        rows.insert(rows.end(), {p.r, p.g, p.b});
+        if (alpha)
+            rows.push_back(p.a);
+    }
+    return WritePng(picture.width, picture.height, 8, alpha ? 6 : 2, rows);
+}
+
+namespace {
+
+Bytes BmpHeaders(std::uint32_t width, std::int32_t height, std::uint32_t headerSize,
+                 std::uint16_t bitCount, std::uint32_t compression, std::uint32_t paletteBytes,
+                 std::uint32_t pixelBytes) {
+    Bytes out = {'B', 'M'};
+    const std::uint32_t offset = 14 + headerSize + paletteBytes;
+    Put32Le(out, offset + pixelBytes);
+    Put32Le(out, 0);
+    Put32Le(out, offset);
+    Put32Le(out, headerSize);
+    Put32Le(out, width);
+    Put32Le(out, static_cast<std::uint32_t>(height));
+    Put16Le(out, 1);
+    Put16Le(out, bitCount);
+    Put32Le(out, compression);
+    Put32Le(out, pixelBytes);
+    Put32Le(out, 2835);  // 72 dpi
+    Put32Le(out, 2835);
+    Put32Le(out, paletteBytes / 4);
+    Put32Le(out, 0);
+    return out;
+}
+
+}  // namespace
+
+Bytes WriteBmp24(const Picture& picture, bool topDown) {
+    const std::uint32_t stride = (picture.width * 3 + 3) / 4 * 4;
+    const auto height = static_cast<std::int32_t>(picture.height);
+    Bytes out = BmpHeaders(picture.width, topDown ? -height : height, 40, 24, 0, 0,
+                           stride * picture.height);
+    for (std::uint32_t row = 0; row < picture.height; ++row) {
+        const std::uint32_t y = topDown ? row : picture.height - 1 - row;
+        for (std::uint32_t x = 0; x < picture.width; ++x) {
+            const Rgba& p = picture.at(x, y);
+            out.insert(out.end(), {p.b, p.g, p.r});
+        }
+        out.resize(out.size() + stride - picture.width * 3, 0);
+    }
+    return out;
+}
+
+Bytes WriteBmp32(const Picture& picture) {
+    Bytes out = BmpHeaders(picture.width, static_cast<std::int32_t>(picture.height), 108, 32,
+                           3 /* bit fields */, 0, picture.width * 4 * picture.height);
+    Put32Le(out, 0x00FF0000);  // red, green, blue and alpha masks
+    Put32Le(out, 0x0000FF00);
+    Put32Le(out, 0x000000FF);
+    Put32Le(out, 0xFF000000);
+    Put32Le(out, 0x73524742);        // 'sRGB'
+    out.resize(out.size() + 48, 0);  // end points and gamma
+    for (std::uint32_t row = 0; row < picture.height; ++row) {
+        for (std::uint32_t x = 0; x < picture.width; ++x) {
+            const Rgba& p = picture.at(x, picture.height - 1 - row);
+            out.insert(out.end(), {p.b, p.g, p.r, p.a});
+        }
+    }
+    return out;
+}
+
+Bytes WriteBmp8(std::uint32_t width, std::uint32_t height, const Bytes& indices,
+                const std::vector<Rgba>& palette) {
+    const std::uint32_t stride = (width + 3) / 4 * 4;
+    Bytes out = BmpHeaders(width, static_cast<std::int32_t>(height), 40, 8, 0,
+                           static_cast<std::uint32_t>(palette.size() * 4), stride * height);
+    for (const Rgba& p : palette)
+        out.insert(out.end(), {p.b, p.g, p.r, 0});
+    for (std::uint32_t row = 0; row < height; ++row) {
+        const std::uint32_t y = height - 1 - row;
+        out.insert(out.end(), indices.begin() + y * width, indices.begin() + (y + 1) * width);
+        out.resize(out.size() + stride - width, 0);
+    }
+    return out;
+}
+
+Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength) {
+    Bytes out = {0, 0, static_cast<std::uint8_t>(runLength ? 10 : 2), 0, 0, 0, 0, 0};
+    Put16Le(out, 0);  // origin
+    Put16Le(out, 0);
+    Put16Le(out, picture.width);
+    Put16Le(out, picture.height);
+    out.push_back(static_cast<std::uint8_t>(bits));
+    out.push_back(static_cast<std::uint8_t>((bits == 32 ? 8 : 0) | (topDown ? 0x20 : 0)));
+    auto pixel = [&](std::uint32_t i) {
+        const std::uint32_t row = i / picture.width;
+        const std::uint32_t y = topDown ? row : picture.height - 1 - row;
+        const Rgba& p = picture.at(i % picture.width, y);
+        Bytes bytes = {p.b, p.g, p.r};
+        if (bits == 32)
+            bytes.push_back(p.a);
+        return bytes;
+    };
+    const std::uint32_t count = picture.width * picture.height;
+    for (std::uint32_t i = 0; i < count;) {
+        if (!runLength) {
+            const Bytes p = pixel(i++);
+            out.insert(out.end(), p.begin(), p.end());
+            continue;
+        }
+        // A run of equal pixels becomes a repeat packet, anything else a raw packet.
+        std::uint32_t run = 1;
+        while (i + run < count && run < 128 && pixel(i + run) == pixel(i))
+            ++run;
+        if (run > 1) {
+            out.push_back(static_cast<std::uint8_t>(0x80 | (run - 1)));
+            const Bytes p = pixel(i);
+            out.insert(out.end(), p.begin(), p.end());
+            i += run;
+        } else {
+            out.push_back(0);
+            const Bytes p = pixel(i++);
+            out.insert(out.end(), p.begin(), p.end());
+        }
+    }
+    return out;
+}
+
+Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
+               const std::vector<Rgba>& palette, std::optional<std::uint8_t> transparentIndex) {
+    unsigned tableBits = 1;
+    while ((1u << tableBits) < palette.size())
+        ++tableBits;
+    Bytes out = {'G', 'I', 'F', '8', '9', 'a'};
+    Put16Le(out, width);
+    Put16Le(out, height);
+    out.push_back(static_cast<std::uint8_t>(0x80 | (tableBits - 1)));
+    out.push_back(0);  // background index
+    out.push_back(0);  // square pixels
+    for (unsigned i = 0; i < (1u << tableBits); ++i) {
+        const Rgba p = i < palette.size() ? palette[i] : Rgba{};
+        out.insert(out.end(), {p.r, p.g, p.b});
+    }
+    if (transparentIndex)
+        out.insert(out.end(), {0x21, 0xF9, 4, 0x01, 0, 0, *transparentIndex, 0});
+    out.push_back(0x2C);
+    Put16Le(out, 0);
+    Put16Le(out, 0);
+    Put16Le(out, width);
+    Put16Le(out, height);
+    out.push_back(0);  // no local table, not interlaced
+
+    // LZW without compression: every index is a literal code, and a clear code comes
+    // before the table would grow past the starting code size.
+    const unsigned minimumCodeSize = std::max(2u, tableBits);
+    const unsigned clear = 1u << minimumCodeSize;
+    const unsigned codeSize = minimumCodeSize + 1;
+    Bytes data;
+    std::uint32_t bitBuffer = 0;
+    unsigned bitCount = 0;
+    auto emit = [&](unsigned code) {
+        bitBuffer |= code << bitCount;
+        bitCount += codeSize;
+        while (bitCount >= 8) {
+            data.push_back(static_cast<std::uint8_t>(bitBuffer));
+            bitBuffer >>= 8;
+            bitCount -= 8;
+        }
+    };
+    const unsigned period = clear - 2;
+    unsigned sinceClear = period;
+    for (std::uint8_t index : indices) {
+        if (sinceClear == period) {
+            emit(clear);
+            sinceClear = 0;
+        }
+        emit(index);
+        ++sinceClear;
+    }
+    emit(clear + 1);  // end of information
+    if (bitCount > 0)
+        data.push_back(static_cast<std::uint8_t>(bitBuffer));
+
+    out.push_back(static_cast<std::uint8_t>(minimumCodeSize));
+    for (std::size_t i = 0; i < data.size(); i += 255) {
+        const std::size_t length = std::min<std::size_t>(255, data.size() - i);
+        out.push_back(static_cast<std::uint8_t>(length));
+        out.insert(out.end(), data.begin() + i, data.begin() + i + length);
+    }
+    out.push_back(0);
+    out.push_back(0x3B);
+    return out;
+}
+
+#if !defined(_WIN32)
+
+namespace {
+
+Bytes Compress(const unsigned char* pixels, std::uint32_t width, std::uint32_t height,
+               int pixelFormat, int subsampling, int quality, int flags = 0) {
+    tjhandle handle = tjInitCompress();
+    unsigned char* jpeg = nullptr;
+    unsigned long size = 0;
+    const int result =
+        tjCompress2(handle, pixels, static_cast<int>(width), 0, static_cast<int>(height),
+                    pixelFormat, &jpeg, &size, subsampling, quality, flags);
+    Bytes out;
+    if (result == 0)
+        out.assign(jpeg, jpeg + size);
+    tjFree(jpeg);
+    tjDestroy(handle);
+    if (out.empty())
+        throw std::runtime_error("TurboJPEG failed");
+    return out;
+}
+
+}  // namespace
+
+Bytes WriteJpeg(const Picture& picture, int quality, bool gray, bool progressive) {
+    Bytes pixels;
+    for (const Rgba& p : picture.pixels) {
+        if (gray)
+            pixels.push_back(p.g);
+        else
+            pixels.insert(pixels.end(), {p.r, p.g, p.b});
+    }
+    return Compress(pixels.data(), picture.width, picture.height, gray ? TJPF_GRAY : TJPF_RGB,
+                    gray ? TJSAMP_GRAY : TJSAMP_420, quality, progressive ? TJFLAG_PROGRESSIVE : 0);
+}
+
+Bytes WriteCmykJpeg(std::uint32_t width, std::uint32_t height, std::array<std::uint8_t, 4> cmyk) {
+    Bytes pixels;
+    for (std::uint32_t i = 0; i < width * height; ++i)
+        pixels.insert(pixels.end(), cmyk.begin(), cmyk.end());
+    return Compress(pixels.data(), width, height, TJPF_CMYK, TJSAMP_444, 95);
+}
+
+#endif
+
+}  // namespace Tessel::Test
