@@ -1,0 +1,89 @@
+#include <tessel/thumbnails/FileIconThumbnail.h>
+
+#include <array>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include <tessel/foundation/Path.h>
+#include <tessel/platform/FileIcons.h>
+#include <tessel/thumbnails/Artwork.h>
+
+#include "SvgRaster.h"
+
+namespace Tessel {
+
+namespace {
+
+using Platform::FileIconKind;
+
+const char* ArtworkFor(FileIconKind kind) {
+    switch (kind) {
+        case FileIconKind::Folder: return "folder.svg";
+        case FileIconKind::Drive: return "drive.svg";
+        case FileIconKind::RemovableDrive: return "removable-drive.svg";
+        case FileIconKind::NetworkShare: return "network-share.svg";
+        case FileIconKind::Video: return "video.svg";
+        case FileIconKind::Audio: return "audio.svg";
+        case FileIconKind::Image: return "image.svg";
+        case FileIconKind::Document: return "document.svg";
+        case FileIconKind::File: break;
+    }
+    return "file.svg";
+}
+
+// Icons are drawn once per kind and size; listings ask for the same few again and again.
+struct IconCache {
+    std::mutex mutex;
+    std::map<std::pair<FileIconKind, std::uint32_t>, std::optional<RasterImage>> icons;
+};
+
+IconCache& Cache() {
+    static auto* cache = new IconCache();
+    return *cache;
+}
+
+std::optional<RasterImage> DrawIcon(FileIconKind kind, std::uint32_t size) {
+    IconCache& cache = Cache();
+    std::lock_guard lock(cache.mutex);
+    auto found = cache.icons.find({kind, size});
+    if (found == cache.icons.end()) {
+        std::optional<RasterImage> image;
+        if (auto svg = Artwork::Find(ArtworkFor(kind))) image = RasterizeSvg(*svg, size, size);
+        found = cache.icons.emplace(std::make_pair(kind, size), std::move(image)).first;
+    }
+    return found->second;
+}
+
+}  // namespace
+
+std::uint32_t ChooseIconSize(std::uint32_t requested, std::uint32_t largest) {
+    constexpr std::array<std::uint32_t, 4> kSizes{16, 32, 48, 256};
+    std::uint32_t wanted = requested == 0 ? 256 : requested;
+    if (largest != 0 && wanted > largest) wanted = largest;
+    std::uint32_t best = kSizes.front();
+    for (std::uint32_t size : kSizes) {
+        const auto distance = [&](std::uint32_t s) { return s > wanted ? s - wanted : wanted - s; };
+        // Strictly nearer only, so a tie keeps the smaller size found first.
+        if (distance(size) < distance(best)) best = size;
+    }
+    return best;
+}
+
+PelPixHandle RenderFileIconThumbnail(const std::string& directoryPart, const std::string& filePart,
+                                     std::uint32_t size, std::uint32_t largestSize) {
+    std::string path = directoryPart;
+    if (!filePart.empty()) {
+        if (!path.empty() && !Path::IsSeparator(static_cast<char16_t>(path.back()))) {
+            path += static_cast<char>(Path::kSeparator);
+        }
+        path += filePart;
+    }
+    if (path.empty()) return nullptr;
+    const FileIconKind kind = Platform::ClassifyFileIcon(Path::ToNative(std::string_view(path)));
+    const std::optional<RasterImage> icon = DrawIcon(kind, ChooseIconSize(size, largestSize));
+    return icon ? RasterImageToPelPix(*icon) : nullptr;
+}
+
+}  // namespace Tessel

@@ -1,0 +1,29 @@
+// Draws SVG documents into BGRA pixels with librsvg and cairo (not on Windows, where the
+// artwork comes pre-rendered).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include <tessel/media/PelPix.h>
+
+namespace Tessel {
+
+// Pixels of a drawn picture: rows top-down, 4 bytes a pixel (B, G, R, A), straight alpha.
+struct RasterImage {
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::vector<std::uint8_t> pixels;
+};
+
+// Draws the SVG document SVG scaled to fit WIDTH x HEIGHT (aspect ratio kept, centred,
+// the rest transparent). Null for a document that does not parse or an empty size.
+std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::uint32_t width,
+                                        std::uint32_t height);
+
+// Copies IMAGE into a new PelPix of its size, rows bottom-up.
+PelPixHandle RasterImageToPelPix(const RasterImage& image);
+
+}  // namespace Tessel
