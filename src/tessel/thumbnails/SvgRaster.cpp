@@ -28,7 +28,8 @@ struct ObjectDeleter {
 }  // namespace
 
 std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::uint32_t width,
-                                        std::uint32_t height) {
+                                        std::uint32_t height, double pixelAspect) {
+    if (!(pixelAspect > 0.01 && pixelAspect < 100)) pixelAspect = 1.0;
     if (svg.empty() || width == 0 || height == 0 ||
         std::uint64_t{width} * height > kLargestRasterPixels || width > 32767 || height > 32767) {
         return std::nullopt;
@@ -44,8 +45,11 @@ std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::
         CAIRO_FORMAT_ARGB32, static_cast<int>(width), static_cast<int>(height)));
     if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return std::nullopt;
     std::unique_ptr<cairo_t, ContextDeleter> context(cairo_create(surface.get()));
-    // The viewport keeps the document's aspect ratio and centres it.
-    const RsvgRectangle viewport{0, 0, static_cast<double>(width), static_cast<double>(height)};
+    // The viewport keeps the document's aspect ratio and centres it; it is laid out in
+    // square units and squeezed horizontally onto pixels of the given aspect.
+    cairo_scale(context.get(), 1.0 / pixelAspect, 1.0);
+    const RsvgRectangle viewport{0, 0, static_cast<double>(width) * pixelAspect,
+                                 static_cast<double>(height)};
     if (!rsvg_handle_render_document(handle.get(), context.get(), &viewport, &error)) {
         if (error) g_error_free(error);
         return std::nullopt;
@@ -76,6 +80,31 @@ std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::
         }
     }
     return image;
+}
+
+std::optional<std::pair<double, double>> SvgNaturalSize(std::span<const std::uint8_t> svg) {
+    if (svg.empty()) return std::nullopt;
+    GError* error = nullptr;
+    std::unique_ptr<RsvgHandle, ObjectDeleter> handle(
+        rsvg_handle_new_from_data(svg.data(), svg.size(), &error));
+    if (!handle) {
+        if (error) g_error_free(error);
+        return std::nullopt;
+    }
+    rsvg_handle_set_dpi(handle.get(), 96.0);
+    double width = 0, height = 0;
+    if (rsvg_handle_get_intrinsic_size_in_pixels(handle.get(), &width, &height) && width > 0 &&
+        height > 0) {
+        return std::make_pair(width, height);
+    }
+    gboolean hasWidth = false, hasHeight = false, hasViewBox = false;
+    RsvgLength lengthWidth, lengthHeight;
+    RsvgRectangle viewBox;
+    rsvg_handle_get_intrinsic_dimensions(handle.get(), &hasWidth, &lengthWidth, &hasHeight,
+                                         &lengthHeight, &hasViewBox, &viewBox);
+    if (hasViewBox && viewBox.width > 0 && viewBox.height > 0)
+        return std::make_pair(viewBox.width, viewBox.height);
+    return std::nullopt;
 }
 
 PelPixHandle RasterImageToPelPix(const RasterImage& image) {

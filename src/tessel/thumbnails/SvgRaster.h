@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include <tessel/media/PelPix.h>
@@ -19,9 +20,15 @@ struct RasterImage {
 };
 
 // Draws the SVG document SVG scaled to fit WIDTH x HEIGHT (aspect ratio kept, centred,
-// the rest transparent). Null for a document that does not parse or an empty size.
+// the rest transparent). PIXEL_ASPECT is the width of one target pixel over its height: a
+// picture for pixels twice as wide is drawn half as many pixels wide. Null for a document
+// that does not parse or an empty size.
 std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::uint32_t width,
-                                        std::uint32_t height);
+                                        std::uint32_t height, double pixelAspect = 1.0);
+
+// The size the document asks to be drawn at, in pixels, when it says (width and height in
+// absolute units, or a view box); null when it does not parse.
+std::optional<std::pair<double, double>> SvgNaturalSize(std::span<const std::uint8_t> svg);
 
 // Copies IMAGE into a new PelPix of its size, rows bottom-up.
 PelPixHandle RasterImageToPelPix(const RasterImage& image);
