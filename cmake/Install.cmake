@@ -23,7 +23,13 @@ install(TARGETS tessel_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/tessel/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tessel
   FILES_MATCHING PATTERN "*.h"
-  REGEX "/platform/(posix|win32)$" EXCLUDE)
+  REGEX "/platform/(posix|win32)$" EXCLUDE
+  # Library-internal headers.
+  REGEX "/(JsonNesting|Resample|SvgRaster)\\.h$" EXCLUDE)
+
+# The providers' pictures as files too, for hosts that load artwork by path.
+file(GLOB TESSEL_ARTWORK_PNG ${PROJECT_SOURCE_DIR}/src/tessel/thumbnails/artwork/*.png)
+install(FILES ${TESSEL_ARTWORK_PNG} DESTINATION ${CMAKE_INSTALL_DATADIR}/tessel/resources/PNG)
 
 install(EXPORT TesselTargets
   NAMESPACE Tessel::
