@@ -174,6 +174,29 @@ TEST(Requests, ContentThumbnailAndPossibleContent) {
     EXPECT_EQ(thumbs.messages[1].result, kResultNothingFound);
     EXPECT_FALSE(thumbs.messages[1].frame);
 
+    // Aborted before it runs: the provider is not asked, and nothing is left undisposed.
+    std::atomic<int> thumbnailCalls{0};
+    provider->thumbnailFunction = [&](const std::string&, std::uint32_t, std::uint32_t) {
+        ++thumbnailCalls;
+        return pelpixNew(4, 2);
+    };
+    const std::int64_t live = pelpixLiveCount();
+    auto early = ProviderThumbnailRequest::CreateClassRef();
+    early->Initialize(kStation, wrapper);
+    early->SetRequestParams(data);
+    early->Abort();
+    early->Start();
+    ASSERT_TRUE(thumbs.WaitFor(3));
+    EXPECT_EQ(thumbs.messages[2].result, kResultAborted);
+    EXPECT_FALSE(thumbs.messages[2].frame);
+    EXPECT_EQ(thumbnailCalls, 0);
+    wrapper->RequestThumbnail(data, kStation);
+    ASSERT_TRUE(thumbs.WaitFor(4));
+    EXPECT_EQ(thumbnailCalls, 1);
+    thumbs.messages.clear();
+    EXPECT_EQ(pelpixLiveCount(), live);
+    provider->thumbnailFunction = nullptr;
+
     auto question = std::make_shared<HasPossibleDirectoryContentRequestData>(dir.u16(), any_regular_t());
     ProviderHost::RequestHasPossibleDirectoryContent(question, kStation);
     ASSERT_TRUE(possible.WaitFor(1));
