@@ -16,6 +16,7 @@
 #include <tessel/framework/ProviderHost.h>
 
 #include "Commands.h"
+#include "FileSystemCommands.h"
 #include "Interrupt.h"
 
 #ifndef TESSEL_VERSION_STRING
@@ -53,7 +54,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     app.footer(
         "Paths: folders are made absolute; list paths (volumes:, favorites:, ...) and scheme\n"
         "paths (CLSource://...) are passed as given.\n"
-        "Exit status: 0 success, 1 no provider or nothing found, 2 usage error, 3 interrupted.");
+        "Exit status: 0 success, 1 no provider or nothing found, 2 usage error, 3 interrupted\n"
+        "(watch ends with 0 on Ctrl-C, its normal way to stop).");
 
     std::vector<std::string> settings;
     std::string prefsFile;
@@ -111,6 +113,33 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     thumb->add_flag("--image", options.imageOnly,
                     "Render the image file itself instead of asking the providers");
 
+    FileSystemOptions fileSystemOptions;
+    auto* volumes = app.add_subcommand("volumes", "List the mounted volumes (volumes:)");
+    volumes->add_flag("--json", fileSystemOptions.json, "Write JSON");
+
+    auto* networkVolumes =
+        app.add_subcommand("network-volumes", "List the mounted network shares (networkvolumes:)");
+    networkVolumes->add_flag("--json", fileSystemOptions.json, "Write JSON");
+
+    auto* cloud = app.add_subcommand(
+        "cloud", "List the folders that cloud storage clients keep in sync (cloudsync:)");
+    cloud->add_flag("--json", fileSystemOptions.json, "Write JSON");
+
+    auto* favorites =
+        app.add_subcommand("favorites", "List the favorite folders, or add or remove some");
+    favorites
+        ->add_option("action", fileSystemOptions.favoritesAction, "list (default), add or remove")
+        ->check(CLI::IsMember({"list", "add", "remove"}));
+    favorites->add_option("paths", fileSystemOptions.paths, "Folders to add or remove")
+        ->type_name("PATH...");
+    favorites->add_flag("--json", fileSystemOptions.json, "Write JSON");
+
+    auto* watch = app.add_subcommand(
+        "watch", "Print the changes of PATH (a folder, or volumes:) as they happen, until Ctrl-C");
+    watch->add_option("path", fileSystemOptions.path, "Location to watch")->required();
+    watch->add_option("--count", fileSystemOptions.count, "Stop after this many changes")
+        ->check(CLI::NonNegativeNumber);
+
     try {
         std::vector<std::string> reversed(args.rbegin(), args.rend());
         app.parse(reversed);
@@ -142,6 +171,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         out << app.help();
         return 2;
     }
+    // Rendering an image file by itself asks no provider, so it starts no host.
+    if (thumb->parsed() && options.imageOnly) return RunThumbnail(options, out, err);
     HostSession session;
     if (providers->parsed()) {
         if (!options.all && providers->count("path") == 0) {
@@ -154,6 +185,11 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     if (def->parsed()) return RunDefault(options, out, err);
     if (browse->parsed()) return RunBrowse(options, out, err);
     if (thumb->parsed()) return RunThumbnail(options, out, err);
+    if (volumes->parsed()) return RunVolumes(fileSystemOptions, out, err);
+    if (networkVolumes->parsed()) return RunNetworkVolumes(fileSystemOptions, out, err);
+    if (cloud->parsed()) return RunCloud(fileSystemOptions, out, err);
+    if (favorites->parsed()) return RunFavorites(fileSystemOptions, out, err);
+    if (watch->parsed()) return RunWatch(fileSystemOptions, out, err);
     return 2;
 }
 

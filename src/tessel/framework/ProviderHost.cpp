@@ -1,10 +1,13 @@
 #include <tessel/framework/ProviderHost.h>
 
 #include <algorithm>
+#include <ctime>
 #include <mutex>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 
+#include <tessel/foundation/JsonNesting.h>
 #include <tessel/foundation/Messaging.h>
 #include <tessel/foundation/Preferences.h>
 #include <tessel/foundation/Settings.h>
@@ -23,8 +26,19 @@ namespace {
 
 constexpr const char* kFavoritesWrapperKey = "SerializerWrappedObject";
 
+// The favorites' load state. The mutex orders the loads and the saves of the list, so the
+// preference always ends up holding the latest list however many threads change it.
+struct FavoritesState {
+    std::mutex mutex;
+    std::atomic<bool> loaded{false};
+    std::optional<ProviderHost::FavoritesLoadProblem> problem;
+    // The stored value could be neither read nor copied aside: saving would destroy it.
+    bool mustNotSave = false;
+};
+
 struct HostState {
     ProviderHost::ProviderList providers;
+    FavoritesState favorites;
     std::atomic<std::int32_t> initialized{0};
     // Requests may be started from any thread while the main thread shuts down.
     std::mutex executorMutex;
@@ -45,6 +59,105 @@ void SendToHostStation() {
 std::shared_ptr<Executor> MakeExecutor(const char* key) {
     const auto workers = static_cast<int>(Settings::GetInt(key, -1));
     return std::make_shared<Executor>(key, workers);
+}
+
+constexpr const char* kFavoritesNotWellFormed = "JSON not well-formed";
+// How many "-N" variants of a set-aside preference name are tried.
+constexpr int kMaxSetAsideAttempts = 1000;
+
+// "YYYYMMDD-HHMMSS" in local time, as the preferences name their own set-aside files.
+std::string LocalTimestamp() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+#if defined(_WIN32)
+    localtime_s(&parts, &now);
+#else
+    localtime_r(&now, &parts);
+#endif
+    char text[32];
+    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &parts);
+    return text;
+}
+
+// A preference name beside the favorites that nothing holds yet.
+std::optional<std::string> FreeSetAsideKey() {
+    const std::vector<std::string> keys = Preferences::Keys();
+    const std::string base = std::string(kFavoritesPreference) + ".unreadable-" + LocalTimestamp();
+    for (int attempt = 1; attempt <= kMaxSetAsideAttempts; ++attempt) {
+        std::string key = attempt == 1 ? base : base + "-" + std::to_string(attempt);
+        if (std::find(keys.begin(), keys.end(), key) == keys.end()) return key;
+    }
+    return std::nullopt;
+}
+
+// The stored list, or std::nullopt when TEXT is not of the favorites' shape. A list with
+// anything but strings in it is refused whole: saving only its strings would lose the rest.
+std::optional<std::list<std::u16string>> ParseFavorites(const std::string& text) {
+    if (text.empty()) return std::list<std::u16string>();
+    if (!detail::JsonNestingWithin(text, detail::kMaxJsonTextDepth)) return std::nullopt;
+    const nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
+    if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
+    const auto member = parsed.find(kFavoritesWrapperKey);
+    if (member == parsed.end() || !member->is_array()) return std::nullopt;
+    std::list<std::u16string> paths;
+    for (const auto& entry : *member) {
+        if (!entry.is_string()) return std::nullopt;
+        paths.push_back(Utf8ToUtf16(entry.get<std::string>()));
+    }
+    return paths;
+}
+
+// With the favorites mutex held.
+std::optional<std::string> LoadFavoritesLocked(FavoritesState& favorites,
+                                               ProviderWrapper* wrapper) {
+    favorites.problem.reset();
+    favorites.mustNotSave = false;
+    const any_regular_t stored = Preferences::GetValue(kFavoritesPreference);
+    std::optional<std::list<std::u16string>> paths;
+    if (const auto* wide = stored.get_if<std::u16string>()) {
+        paths = ParseFavorites(Utf16ToUtf8(*wide));
+    } else if (const auto* narrow = stored.get_if<std::string>()) {
+        paths = ParseFavorites(*narrow);
+    } else if (stored.empty()) {
+        // Absent, unless the key is there with a value of a type this build does not know.
+        const std::vector<std::string> keys = Preferences::Keys();
+        if (std::find(keys.begin(), keys.end(), kFavoritesPreference) == keys.end()) {
+            paths.emplace();
+        }
+    }
+    favorites.loaded = true;
+    if (paths) {
+        wrapper->AddProviderManagedPaths(*paths);
+        return std::nullopt;
+    }
+
+    ProviderHost::FavoritesLoadProblem problem{kFavoritesNotWellFormed, {}};
+    const std::optional<std::string> setAsideKey =
+        stored.empty() ? std::nullopt : FreeSetAsideKey();
+    if (setAsideKey) {
+        Preferences::SetValue(*setAsideKey, stored);
+        Preferences::RemoveValue(kFavoritesPreference);
+        if (auto error = Preferences::Save()) {
+            Trace::Write("Favorites", "cannot save the unreadable favorites aside: " + *error);
+        }
+        problem.setAsidePreference = *setAsideKey;
+        Trace::Write("Favorites", std::string(kFavoritesNotWellFormed) +
+                                      "; the stored value was moved to the preference " +
+                                      *setAsideKey);
+    } else {
+        favorites.mustNotSave = true;
+        Trace::Write("Favorites", std::string(kFavoritesNotWellFormed) +
+                                      "; the stored value stays and the favorites are not saved");
+    }
+    favorites.problem = std::move(problem);
+    return std::string(kFavoritesNotWellFormed);
+}
+
+// Loads the stored list once since Initialize, when a favorites provider is registered.
+void EnsureFavoritesLoaded(FavoritesState& favorites, ProviderWrapper* wrapper) {
+    if (favorites.loaded || !wrapper) return;
+    std::lock_guard lock(favorites.mutex);
+    if (!favorites.loaded) LoadFavoritesLocked(favorites, wrapper);
 }
 
 void SaveFavorites(const std::list<std::u16string>& favorites) {
@@ -74,8 +187,15 @@ void ProviderHost::Initialize() {
         }
     }
     Messaging::RegisterStation(sProviderHostStation);
+    {
+        std::lock_guard lock(state.favorites.mutex);
+        state.favorites.loaded = false;
+        state.favorites.problem.reset();
+        state.favorites.mustNotSave = false;
+    }
     MainThread::Post([] {
-        if (IsInitialized()) LoadFavorites();
+        if (!IsInitialized()) return;
+        EnsureFavoritesLoaded(State().favorites, FirstProviderFor(kFavoritesListPath));
     });
 }
 
@@ -212,6 +332,7 @@ ProviderWrapper* ProviderHost::FindProvider(const std::u16string& identification
 std::list<std::u16string> ProviderHost::GetFavorites() {
     std::list<std::u16string> favorites;
     if (ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath)) {
+        EnsureFavoritesLoaded(State().favorites, wrapper);
         wrapper->GetProviderManagedPaths(favorites);
     }
     return favorites;
@@ -221,12 +342,24 @@ void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
                                    FavoriteOperation operation) {
     ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath);
     if (!wrapper) return;
-    if (operation == FavoriteOperation::Add) {
-        wrapper->AddProviderManagedPaths(paths);
-    } else if (operation == FavoriteOperation::Remove) {
-        wrapper->RemoveProviderManagedPaths(paths);
+    FavoritesState& state = State().favorites;
+    {
+        std::lock_guard lock(state.mutex);
+        if (!state.loaded) LoadFavoritesLocked(state, wrapper);
+        if (operation == FavoriteOperation::Add) {
+            wrapper->AddProviderManagedPaths(paths);
+        } else if (operation == FavoriteOperation::Remove) {
+            wrapper->RemoveProviderManagedPaths(paths);
+        }
     }
+    // Not under the lock: on the main thread the listeners run now and may read the list.
     SendToHostStation<FavoritesChangedMessage>();
+    // The list is read and stored under the lock, so the last save holds the latest list.
+    std::lock_guard lock(state.mutex);
+    if (state.mustNotSave) {
+        Trace::Write("Favorites", "not saved: the stored favorites could not be kept aside");
+        return;
+    }
     std::list<std::u16string> favorites;
     wrapper->GetProviderManagedPaths(favorites);
     SaveFavorites(favorites);
@@ -235,27 +368,15 @@ void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
 std::optional<std::string> ProviderHost::LoadFavorites() {
     ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath);
     if (!wrapper) return std::nullopt;
-    const any_regular_t stored = Preferences::GetValue(kFavoritesPreference);
-    std::string text;
-    if (const auto* wide = stored.get_if<std::u16string>()) {
-        text = Utf16ToUtf8(*wide);
-    } else if (const auto* narrow = stored.get_if<std::string>()) {
-        text = *narrow;
-    } else if (stored.empty()) {
-        return std::nullopt;
-    }
-    const nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
-    if (parsed.is_discarded() || !parsed.is_object() || !parsed.contains(kFavoritesWrapperKey) ||
-        !parsed[kFavoritesWrapperKey].is_array()) {
-        Trace::Write("Favorites", "JSON not well-formed");
-        return std::string("JSON not well-formed");
-    }
-    std::list<std::u16string> paths;
-    for (const auto& entry : parsed[kFavoritesWrapperKey]) {
-        if (entry.is_string()) paths.push_back(Utf8ToUtf16(entry.get<std::string>()));
-    }
-    wrapper->AddProviderManagedPaths(paths);
-    return std::nullopt;
+    FavoritesState& state = State().favorites;
+    std::lock_guard lock(state.mutex);
+    return LoadFavoritesLocked(state, wrapper);
+}
+
+std::optional<ProviderHost::FavoritesLoadProblem> ProviderHost::GetFavoritesLoadProblem() {
+    FavoritesState& state = State().favorites;
+    std::lock_guard lock(state.mutex);
+    return state.problem;
 }
 
 std::shared_ptr<Executor> ProviderHost::GetProviderExecutor() {

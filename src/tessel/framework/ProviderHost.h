@@ -10,6 +10,7 @@
 #include <atomic>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,12 +68,29 @@ public:
     // The wrapper whose identification is ID; null when none.
     static ProviderWrapper* FindProvider(const std::u16string& identification);
 
+    // The favorites may be read and changed from any thread. Both load the stored list
+    // first when that has not happened since Initialize, so that an early change cannot
+    // replace the stored list with a shorter one.
     static std::list<std::u16string> GetFavorites();
     static void ModifyFavorites(const std::list<std::u16string>& paths,
                                 FavoriteOperation operation);
-    // Reads the favorites preference into the favorites provider. Returns an error
-    // message when the stored value could not be used.
+    // Reads the favorites preference (kFavoritesPreference) into the favorites provider.
+    // The stored text is compact JSON, {"SerializerWrappedObject": ["path", ...]}, paths in
+    // UTF-8 in list order; an absent or empty value is an empty list. A value of any other
+    // shape adds nothing and answers "JSON not well-formed"; it is then moved to the
+    // preference kFavoritesPreference + ".unreadable-YYYYMMDD-HHMMSS" and the preferences
+    // are saved at once, before anything else can write, so that no later save of the list
+    // overwrites what the user had. A value that cannot even be copied (a type this build
+    // does not know) stays where it is, and the favorites are not saved until the next
+    // Initialize. The host loads once after Initialize, as a task on the main thread.
     static std::optional<std::string> LoadFavorites();
+
+    struct FavoritesLoadProblem {
+        std::string message;             // "JSON not well-formed"
+        std::string setAsidePreference;  // where the stored value went; empty when it stayed
+    };
+    // The problem of the last load since Initialize; none when the stored list was used.
+    static std::optional<FavoritesLoadProblem> GetFavoritesLoadProblem();
 
     static std::shared_ptr<Executor> GetProviderExecutor();
     static std::shared_ptr<Executor> GetHighPriorityProviderExecutor();

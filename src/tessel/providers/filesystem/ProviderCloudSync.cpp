@@ -1,0 +1,323 @@
+#include <tessel/providers/filesystem/ProviderCloudSync.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <set>
+
+#include <nlohmann/json.hpp>
+
+#include <tessel/foundation/JsonNesting.h>
+#include <tessel/foundation/Localizer.h>
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/Settings.h>
+#include <tessel/foundation/Trace.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/platform/AtomicFile.h>
+#include <tessel/providers/filesystem/ListIconThumbnail.h>
+
+namespace Tessel {
+
+namespace {
+
+constexpr const char* kTraceCategory = "CloudSync";
+constexpr const char* kSettingPrefix = "Tessel.CloudSync.";
+constexpr const char* kNameLabel = "$$$/Pelimar/Provider/CloudSync/Column/Name=Name";
+constexpr const char* kPathLabel = "$$$/Pelimar/Provider/CloudSync/Column/Path=Path";
+
+struct Service {
+    const char* name;
+    std::function<std::string(const CloudSyncEnvironment&)> lookup;
+};
+
+// In list order. The flag of the Dropbox and OneDrive lookups is set for the personal
+// account and clear for the business one.
+const std::vector<Service>& Services() {
+    static const std::vector<Service> services{
+        {"Dropbox", [](const CloudSyncEnvironment& e) { return DropboxSyncDir(true, e); }},
+        {"Dropbox (Business)",
+         [](const CloudSyncEnvironment& e) { return DropboxSyncDir(false, e); }},
+        {"Google Drive", [](const CloudSyncEnvironment& e) { return GoogleDriveSyncDir(e); }},
+        {"iCloud Drive", [](const CloudSyncEnvironment& e) { return ICloudSyncDir(e); }},
+        {"One Drive", [](const CloudSyncEnvironment& e) { return OneDriveSyncDir(true, e); }},
+        {"One Drive (Business)",
+         [](const CloudSyncEnvironment& e) { return OneDriveSyncDir(false, e); }},
+        {"Framecast", [](const CloudSyncEnvironment& e) { return FramecastSyncDir(e); }},
+    };
+    return services;
+}
+
+std::string_view Trim(std::string_view text) {
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// A client's small text file, or none when it is missing, not a regular file, or too large.
+std::optional<std::string> ReadClientFile(const std::string& path) {
+    if (path.empty())
+        return std::nullopt;
+    const Platform::NativeString native = Path::ToNative(std::string_view(path));
+    if (Platform::GetPathKind(native) != Platform::PathKind::File)
+        return std::nullopt;
+    std::error_code error;
+    const auto size = std::filesystem::file_size(std::filesystem::path(native), error);
+    if (error || size > kMaximumCloudConfigBytes)
+        return std::nullopt;
+    std::string bytes;
+    std::string message;
+    if (Platform::ReadWholeFile(native, bytes, message) != Platform::ReadFileStatus::Ok) {
+        Trace::Write(kTraceCategory, "cannot read " + ToDisplayUtf8(path) + ": " + message);
+        return std::nullopt;
+    }
+    // It may have grown between the two looks.
+    if (bytes.size() > kMaximumCloudConfigBytes)
+        return std::nullopt;
+    return bytes;
+}
+
+// "~" and "~/..." (and "$HOME", "$HOME/...") against the home folder; other paths unchanged.
+std::string ExpandHome(std::string_view path, const std::string& home) {
+    for (std::string_view prefix : {std::string_view("~"), std::string_view("$HOME")}) {
+        if (path.substr(0, prefix.size()) != prefix)
+            continue;
+        const std::string_view rest = path.substr(prefix.size());
+        if (rest.empty())
+            return home;
+        if (rest.front() != '/')
+            continue;
+        return home.empty() ? std::string() : home + std::string(rest);
+    }
+    return std::string(path);
+}
+
+bool IsAbsolute(const std::string& path) {
+    return !path.empty() && path.front() == '/';
+}
+
+std::string InHome(const CloudSyncEnvironment& environment, std::string_view leaf) {
+    if (!IsAbsolute(environment.homeDirectory))
+        return {};
+    return Path::Join(std::string_view(environment.homeDirectory), leaf);
+}
+
+// The first of the folders LEAVES in the home folder that exists; empty when none does.
+std::string FirstExistingInHome(const CloudSyncEnvironment& environment,
+                                std::initializer_list<std::string_view> leaves) {
+    for (std::string_view leaf : leaves) {
+        std::string folder = InHome(environment, leaf);
+        if (!folder.empty() && Path::DirectoryExists(std::string_view(folder)))
+            return folder;
+    }
+    return {};
+}
+
+std::string GetEnvironmentVariable(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? std::string(value) : std::string();
+}
+
+}  // namespace
+
+CloudSyncEnvironment CloudSyncEnvironment::FromProcess() {
+    CloudSyncEnvironment environment;
+    environment.homeDirectory = GetEnvironmentVariable("HOME");
+    // The XDG base-directory rules say a relative XDG_CONFIG_HOME is to be ignored.
+    const std::string config = GetEnvironmentVariable("XDG_CONFIG_HOME");
+    if (IsAbsolute(config)) {
+        environment.configDirectory = config;
+    } else if (IsAbsolute(environment.homeDirectory)) {
+        environment.configDirectory =
+            Path::Join(std::string_view(environment.homeDirectory), ".config");
+    }
+    return environment;
+}
+
+DropboxFolders ParseDropboxInfo(std::string_view jsonText) {
+    DropboxFolders folders;
+    // The parser keeps its own stack, but walking a hostile document must stay bounded too.
+    if (!detail::JsonNestingWithin(jsonText, detail::kMaxJsonTextDepth))
+        return folders;
+    const nlohmann::json document = nlohmann::json::parse(jsonText, nullptr, false);
+    if (document.is_discarded() || !document.is_object())
+        return folders;
+    const auto pathOf = [&](const char* account) -> std::string {
+        const auto entry = document.find(account);
+        if (entry == document.end() || !entry->is_object())
+            return {};
+        const auto path = entry->find("path");
+        if (path == entry->end() || !path->is_string())
+            return {};
+        return path->get<std::string>();
+    };
+    folders.personal = pathOf("personal");
+    folders.business = pathOf("business");
+    return folders;
+}
+
+std::optional<std::string> ParseOneDriveSyncDir(std::string_view configText) {
+    std::optional<std::string> syncDir;
+    while (!configText.empty()) {
+        const std::size_t end = configText.find('\n');
+        std::string_view line = Trim(configText.substr(0, end));
+        configText =
+            end == std::string_view::npos ? std::string_view() : configText.substr(end + 1);
+        if (line.empty() || line.front() == '#')
+            continue;
+        const std::size_t equals = line.find('=');
+        if (equals == std::string_view::npos || Trim(line.substr(0, equals)) != "sync_dir") {
+            continue;
+        }
+        std::string_view value = Trim(line.substr(equals + 1));
+        if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
+            value = value.substr(1, value.size() - 2);
+        }
+        syncDir = std::string(value);
+    }
+    return syncDir;
+}
+
+std::string DropboxSyncDir(bool personal, const CloudSyncEnvironment& environment) {
+    const std::string infoPath = InHome(environment, ".dropbox/info.json");
+    const std::optional<std::string> text = ReadClientFile(infoPath);
+    if (!text)
+        return {};
+    const DropboxFolders folders = ParseDropboxInfo(*text);
+    std::string folder = personal ? folders.personal : folders.business;
+    // A relative folder would be found against whatever the current directory is.
+    return IsAbsolute(folder) ? folder : std::string();
+}
+
+std::string GoogleDriveSyncDir(const CloudSyncEnvironment& environment) {
+    return FirstExistingInHome(environment, {"Google Drive", "GoogleDrive"});
+}
+
+std::string ICloudSyncDir(const CloudSyncEnvironment& environment) {
+    return FirstExistingInHome(environment, {"iCloud Drive", "iCloudDrive"});
+}
+
+std::string OneDriveSyncDir(bool personal, const CloudSyncEnvironment& environment) {
+    if (!IsAbsolute(environment.configDirectory))
+        return {};
+    const std::string configPath =
+        Path::Join(std::string_view(environment.configDirectory),
+                   personal ? "onedrive/config" : "onedrive-business/config");
+    const std::optional<std::string> text = ReadClientFile(configPath);
+    // The business account exists only where a configuration was made for it.
+    if (!text && !personal)
+        return {};
+    const std::optional<std::string> syncDir = text ? ParseOneDriveSyncDir(*text) : std::nullopt;
+    if (!syncDir || syncDir->empty())
+        return InHome(environment, "OneDrive");
+    std::string folder = ExpandHome(*syncDir, environment.homeDirectory);
+    return IsAbsolute(folder) ? folder : std::string();
+}
+
+std::string FramecastSyncDir(const CloudSyncEnvironment& environment) {
+    return InHome(environment, "Framecast");
+}
+
+std::vector<CloudSyncFolder> ProviderCloudSync::GetCloudSyncPaths() {
+    return GetCloudSyncPaths(CloudSyncEnvironment::FromProcess());
+}
+
+std::vector<CloudSyncFolder> ProviderCloudSync::GetCloudSyncPaths(
+    const CloudSyncEnvironment& environment) {
+    std::vector<CloudSyncFolder> folders;
+    for (const Service& service : Services()) {
+        const std::string configured =
+            Settings::GetString(std::string(kSettingPrefix) + service.name, "");
+        std::string folder = configured.empty() ? service.lookup(environment)
+                                                : ExpandHome(configured, environment.homeDirectory);
+        if (folder.empty() || !Path::DirectoryExists(std::string_view(folder)))
+            continue;
+        folders.push_back({service.name, std::move(folder)});
+    }
+    return folders;
+}
+
+SDKContentMap ProviderCloudSync::GetContent(const std::string&, const any_regular_t&,
+                                            const SDKFieldSet&, ProviderRequest* request) {
+    SDKContentMap content;
+    for (const CloudSyncFolder& folder : GetCloudSyncPaths()) {
+        if (IsRequestAborted(request))
+            return {};
+        auto [it, added] = content.try_emplace(folder.folder);
+        if (!added)
+            continue;
+        it->second[kSDKNameField] = Utf8ToUtf16(folder.serviceName);
+        it->second[kSDKPathField] = Utf8ToUtf16(folder.folder);
+    }
+    if (IsRequestAborted(request))
+        return {};
+    return content;
+}
+
+SDKFieldSet ProviderCloudSync::GetFieldList() {
+    return {kSDKNameField, kSDKPathField};
+}
+
+std::vector<std::string> ProviderCloudSync::GetDefaultFieldList() {
+    return {kSDKNameField, kSDKPathField};
+}
+
+std::map<std::u16string, std::u16string> ProviderCloudSync::GetFieldLabelList() {
+    return {{kNameField, LocalizeUtf16(kNameLabel)}, {kPathField, LocalizeUtf16(kPathLabel)}};
+}
+
+int ProviderCloudSync::CanProvideFor(const std::string& path, const any_regular_t&,
+                                     DirectoryContents&, const AbortPredicate&) {
+    return path == kSDKCloudSyncListPath ? 100 : 0;
+}
+
+std::string ProviderCloudSync::GetIdentification() {
+    return std::string(kProviderIDPrefix) + "ProviderCloudSync";
+}
+
+std::string ProviderCloudSync::GetUIString() {
+    return Localize("$$$/Farreach/Libraries/Tessel/CloudSyncUIString=CloudSync");
+}
+
+std::uint32_t ProviderCloudSync::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) {
+    return ListItemIconHeight(requestedHeight);
+}
+
+PelPixHandle ProviderCloudSync::GetThumbnail(const std::string& itemPath, const std::string&,
+                                             const any_regular_t&, std::uint32_t width,
+                                             std::uint32_t height, ProviderRequest* request) {
+    if (IsRequestAborted(request))
+        return nullptr;
+    return RenderListItemIcon(itemPath, width, height);
+}
+
+bool ProviderCloudSync::ShouldCheckFilter() {
+    return false;
+}
+bool ProviderCloudSync::IsSelectable() {
+    return true;
+}
+bool ProviderCloudSync::IsCloudStorageType() {
+    return true;
+}
+bool ProviderCloudSync::IsUserLoggedIn() {
+    return !GetCloudSyncPaths().empty();
+}
+void ProviderCloudSync::Login() {}
+
+void ProviderCloudSync::PostProcessContextMenu(Menu&, const SelectedPaths&, const SelectedStates&) {
+}
+
+bool ProviderCloudSync::OnMenuItemID(std::int32_t, const SelectedPaths&, const SelectedStates&) {
+    return false;
+}
+
+bool ProviderCloudSync::OnMenuItemIDStatus(std::int32_t, const SelectedPaths&,
+                                           const SelectedStates&, bool& enabled) {
+    enabled = false;
+    return false;
+}
+
+}  // namespace Tessel

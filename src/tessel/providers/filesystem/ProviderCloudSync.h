@@ -1,0 +1,118 @@
+// The cloud-sync list: the virtual container "cloudsync:" holding the local folders that
+// cloud storage clients keep in sync with their services, one item per service whose folder
+// exists. Opening an item hands the folder to the file directory provider; the provider
+// claims nothing but "cloudsync:" itself, so cards and folders inside a sync folder are
+// still shown by their own providers.
+//
+// The services, in list order, and where their folders are looked for on Linux:
+// - "Dropbox", "Dropbox (Business)": the "path" of the "personal" and the "business" entry
+//   of the Dropbox client's ~/.dropbox/info.json.
+// - "Google Drive": ~/Google Drive, else ~/GoogleDrive (the usual mount points of the
+//   third-party clients; there is no official one).
+// - "iCloud Drive": ~/iCloud Drive, else ~/iCloudDrive. "iCloud" names the service in
+//   traces only; nothing is appended to the folder found.
+// - "One Drive": the sync_dir of the onedrive client's configuration
+//   ($XDG_CONFIG_HOME or ~/.config)/onedrive/config, ~/OneDrive when it sets none.
+// - "One Drive (Business)": the same client run for a second account with the
+//   configuration folder onedrive-business beside it, as its documentation suggests; its
+//   sync_dir, or the client's default ~/OneDrive. Without that configuration file there is
+//   no business folder.
+// - "Framecast": ~/Framecast.
+// The setting "Tessel.CloudSync.<service name>" (for example "Tessel.CloudSync.Dropbox" or
+// "Tessel.CloudSync.One Drive (Business)"), when it holds a non-empty text, is the folder
+// of that service instead (a leading "~" is the home folder).
+//
+// Records carry Name (the service name) and Path (the folder). No sync state is written:
+// these clients tell other programs nothing about their progress. The provider is a cloud
+// storage provider; the user counts as logged in when at least one service has a folder,
+// and Login does nothing (each client has its own sign-in).
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <tessel/framework/CapabilityInterfaces.h>
+#include <tessel/framework/Provider.h>
+#include <tessel/platform/Export.h>
+
+namespace Tessel {
+
+// Where the clients keep their files.
+struct TESSEL_API CloudSyncEnvironment {
+    std::string homeDirectory;    // $HOME
+    std::string configDirectory;  // $XDG_CONFIG_HOME when absolute, else $HOME/.config
+
+    // The running process's; empty strings when HOME is unset.
+    static CloudSyncEnvironment FromProcess();
+};
+
+struct CloudSyncFolder {
+    std::string serviceName;
+    std::string folder;  // UTF-8 bytes, as the path is on disk
+};
+
+// The client files are read only up to this size; larger ones are not theirs.
+inline constexpr std::size_t kMaximumCloudConfigBytes = 1 << 20;
+
+// The folders of Dropbox's info.json; an entry that is missing or not of the expected shape,
+// or text that is not JSON, leaves its folder empty.
+struct DropboxFolders {
+    std::string personal;
+    std::string business;
+};
+TESSEL_API DropboxFolders ParseDropboxInfo(std::string_view jsonText);
+
+// The sync_dir value of an onedrive client configuration ("key = "value"" lines, '#' starts
+// a comment; the last sync_dir wins), quotes removed and not yet expanded; none when unset.
+TESSEL_API std::optional<std::string> ParseOneDriveSyncDir(std::string_view configText);
+
+// The lookups: the folder each client uses (not checked for existence), or an empty string
+// when it cannot be known. PERSONAL selects the personal account when set and the business
+// account when clear.
+TESSEL_API std::string DropboxSyncDir(bool personal, const CloudSyncEnvironment& environment);
+TESSEL_API std::string GoogleDriveSyncDir(const CloudSyncEnvironment& environment);
+TESSEL_API std::string ICloudSyncDir(const CloudSyncEnvironment& environment);
+TESSEL_API std::string OneDriveSyncDir(bool personal, const CloudSyncEnvironment& environment);
+TESSEL_API std::string FramecastSyncDir(const CloudSyncEnvironment& environment);
+
+class TESSEL_API ProviderCloudSync : public Provider, public MenuProviderInterface {
+public:
+    // The services whose folder exists, in list order, settings applied.
+    static std::vector<CloudSyncFolder> GetCloudSyncPaths();
+    static std::vector<CloudSyncFolder> GetCloudSyncPaths(const CloudSyncEnvironment& environment);
+
+    // One record per service whose folder exists, keyed by the folder (a folder two services
+    // share is listed once, under the first). An abort observed during the listing empties it.
+    SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
+                             const SDKFieldSet& fields, ProviderRequest* request) override;
+    SDKFieldSet GetFieldList() override;
+    std::vector<std::string> GetDefaultFieldList() override;
+    std::map<std::u16string, std::u16string> GetFieldLabelList() override;
+    // 100 for exactly "cloudsync:", 0 for everything else (paths inside the folders too).
+    int CanProvideFor(const std::string& path, const any_regular_t& state,
+                      DirectoryContents& contents, const AbortPredicate& abort) override;
+    std::string GetIdentification() override;
+    std::string GetUIString() override;
+    std::uint32_t GetMaximumThumbnailHeight(std::uint32_t requestedHeight) override;
+    // The folder's icon; null when the request has been aborted.
+    PelPixHandle GetThumbnail(const std::string& itemPath, const std::string& extraPath,
+                              const any_regular_t& state, std::uint32_t width, std::uint32_t height,
+                              ProviderRequest* request) override;
+    bool ShouldCheckFilter() override;
+    bool IsSelectable() override;
+    bool IsCloudStorageType() override;
+    bool IsUserLoggedIn() override;
+    void Login() override;
+
+    // The list has no menu entries of its own.
+    void PostProcessContextMenu(Menu& menu, const SelectedPaths& paths,
+                                const SelectedStates& states) override;
+    bool OnMenuItemID(std::int32_t id, const SelectedPaths& paths,
+                      const SelectedStates& states) override;
+    bool OnMenuItemIDStatus(std::int32_t id, const SelectedPaths& paths,
+                            const SelectedStates& states, bool& enabled) override;
+};
+
+}  // namespace Tessel

@@ -1,0 +1,207 @@
+// The volume utilities against a fake machine's mount table, and the two volume-list
+// providers: their scores, columns, listings, thumbnails and volume monitoring.
+#include <tessel/providers/filesystem/WinProviderNetworkVolume.h>
+#include <tessel/providers/filesystem/WinProviderVolume.h>
+#include <tessel/providers/filesystem/WinVolumeUtils.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <tessel/foundation/Localizer.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/framework/ProviderRequests.h>
+#include <tessel/media/DirectoryChangeMonitor.h>
+
+#include "support/TempDir.h"
+#include "support/TestProvider.h"
+
+namespace Tessel {
+namespace {
+
+namespace fs = std::filesystem;
+using Platform::MountTableFiles;
+
+std::u16string Text(const SDKPropertyMap& record, const char* field) {
+    auto it = record.find(field);
+    if (it == record.end())
+        return u"<absent>";
+    const std::u16string* text = it->second.get_if<std::u16string>();
+    return text ? *text : u"<not text>";
+}
+
+std::vector<std::string> Keys(const SDKContentMap& content) {
+    std::vector<std::string> keys;
+    for (const auto& entry : content)
+        keys.push_back(entry.first);
+    return keys;
+}
+
+// A machine in a folder: a root disk, a labelled and an unlabelled stick, an optical disc,
+// a RAM disk, and two network shares.
+class VolumeMachine : public ::testing::Test {
+protected:
+    void SetUp() override {
+        mFiles.labelDirectory = mDir.MakeDir("dev/disk/by-label").native();
+        mFiles.blockDeviceDirectory = mDir.MakeDir("sys/class/block").native();
+        mFiles.fstab.clear();
+        mFiles.mountTable = (mDir.path() / "mountinfo").native();
+        const std::string dev = mDir.str() + "/dev";
+        for (const char* disk : {"sdb", "sdd"}) {
+            mDir.WriteFile(std::string("sys/class/block/") + disk + "/removable", "1\n");
+            mDir.WriteFile(std::string("sys/class/block/") + disk + "/" + disk + "1/partition",
+                           "1\n");
+            fs::create_directory_symlink(
+                std::string(disk) + "/" + disk + "1",
+                mDir.path() / "sys/class/block" / (std::string(disk) + "1"));
+        }
+        mDir.WriteFile("sys/class/block/sr0/removable", "1\n");
+        fs::create_symlink("../../sdb1", mDir.path() / "dev/disk/by-label/Media");
+        // A label that is not UTF-8 is shown with U+FFFD.
+        fs::create_symlink("../../sda1", mDir.path() / "dev/disk/by-label/Sys\\xff");
+        std::string table =
+            "22 1 8:2 / / rw - ext4 DEV/sda2 rw\n"
+            "23 22 8:17 / /media/u/Media rw - vfat DEV/sdb1 rw\n"
+            "24 22 8:49 / /media/u/STICK rw - exfat DEV/sdd1 rw\n"
+            "25 22 11:0 / /media/cdrom ro - iso9660 DEV/sr0 ro\n"
+            "26 22 0:53 / /media/ram rw - tmpfs tmpfs rw\n"
+            "27 22 0:50 / /mnt/share rw - cifs //server/media rw\n"
+            "28 22 0:51 / /home/u/nfs rw - nfs4 server:/export rw\n"
+            "29 22 8:1 / /data rw - ext4 DEV/sda1 rw\n";
+        for (std::size_t at; (at = table.find("DEV")) != std::string::npos;) {
+            table.replace(at, 3, dev);
+        }
+        mDir.WriteFile("mountinfo", table);
+    }
+
+    Tessel::Test::TempDir mDir;
+    MountTableFiles mFiles;
+};
+
+TEST(VolumeUtils, DriveTypeNamesFollowTheTableAndItsKeys) {
+    const std::vector<std::string> expected{"Unknown", "Invalid", "Removable", "Local Disk",
+                                            "Network", "CD-ROM",  "RAM Disk"};
+    for (std::uint32_t type = 0; type < expected.size(); ++type) {
+        EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(type), expected[type]) << type;
+    }
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(7), "error");
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(0xFFFFFFFFu), "error");
+
+    ASSERT_FALSE(Localizer::LoadTable(
+        R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
+            "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})"));
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(3), "Disque local");
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(9), "erreur");
+    Localizer::ClearTable();
+}
+
+TEST_F(VolumeMachine, DrivesAreNamedByLabelOrTypeAndNetworkMountsLikeMappedDrives) {
+    SDKContentMap content;
+    WinVolumeUtils::GetDriveLetterContent(
+        content, {kSDKNameField, kSDKPathField, kSDKExtraPathField}, {}, mFiles);
+    ASSERT_EQ(Keys(content),
+              (std::vector<std::string>{"/", "/data", "/home/u/nfs", "/media/cdrom", "/media/ram",
+                                        "/media/u/Media", "/media/u/STICK", "/mnt/share"}));
+    EXPECT_EQ(Text(content["/"], kSDKNameField), u"Local Disk (/)");
+    EXPECT_EQ(Text(content["/data"], kSDKNameField), u"Sys\uFFFD (/data)");
+    EXPECT_EQ(Text(content["/media/u/Media"], kSDKNameField), u"Media (/media/u/Media)");
+    EXPECT_EQ(Text(content["/media/u/STICK"], kSDKNameField), u"Removable (/media/u/STICK)");
+    EXPECT_EQ(Text(content["/media/cdrom"], kSDKNameField), u"CD-ROM (/media/cdrom)")
+        << "an optical drive is removable too, but named as optical";
+    EXPECT_EQ(Text(content["/media/ram"], kSDKNameField), u"RAM Disk (/media/ram)");
+    EXPECT_EQ(Text(content["/mnt/share"], kSDKNameField), u"/mnt/share (//server/media)");
+    EXPECT_EQ(Text(content["/home/u/nfs"], kSDKNameField), u"/home/u/nfs (server:/export)");
+    EXPECT_EQ(Text(content["/media/u/Media"], kSDKPathField), u"/media/u/Media");
+    EXPECT_EQ(Text(content["/media/u/Media"], kSDKExtraPathField),
+              Utf8ToUtf16(mDir.str() + "/dev/sdb1"));
+
+    // Fields only when asked; a record without fields still lists the volume.
+    SDKContentMap bare;
+    WinVolumeUtils::GetDriveLetterContent(bare, {"Size"}, {}, mFiles);
+    EXPECT_EQ(bare.size(), 8u);
+    EXPECT_TRUE(bare["/"].empty());
+
+    // The map is added to, not cleared.
+    SDKContentMap added{{"kept", {}}};
+    WinVolumeUtils::GetNetUseContent(added, {kSDKNameField}, {}, mFiles);
+    EXPECT_EQ(Keys(added), (std::vector<std::string>{"/home/u/nfs", "/mnt/share", "kept"}));
+    EXPECT_EQ(Text(added["/mnt/share"], kSDKNameField), u"/mnt/share (//server/media)");
+}
+
+TEST_F(VolumeMachine, AbortStopsBetweenRecordsAndKeepsWhatWasMade) {
+    int asked = 0;
+    SDKContentMap content;
+    WinVolumeUtils::GetDriveLetterContent(
+        content, {kSDKNameField}, [&] { return ++asked > 3; }, mFiles);
+    EXPECT_EQ(Keys(content), (std::vector<std::string>{"/", "/data"}))
+        << "asked once before reading and once before each record";
+
+    SDKContentMap none;
+    WinVolumeUtils::GetNetUseContent(
+        none, {kSDKNameField}, [] { return true; }, mFiles);
+    EXPECT_TRUE(none.empty());
+}
+
+TEST_F(VolumeMachine, WithoutNetworkMountsTheNetworkListIsEmpty) {
+    EXPECT_TRUE(WinVolumeUtils::IsVolumeMounted("/media/u/Media", mFiles));
+    EXPECT_FALSE(WinVolumeUtils::IsVolumeMounted("/media/u", mFiles));
+    mDir.WriteFile("mountinfo", "22 1 8:1 / / rw - ext4 /dev/sda2 rw\n");
+    SDKContentMap content;
+    WinVolumeUtils::GetNetUseContent(content, {kSDKNameField}, {}, mFiles);
+    EXPECT_TRUE(content.empty());
+}
+
+TEST(VolumeProviders, ClaimOnlyTheirExactListPathAndSkipWorkWhenAborted) {
+    WinProviderVolume volume;
+    WinProviderNetworkVolume network;
+    DirectoryContents contents(u"");
+    const auto score = [&](Provider& provider, const std::string& path) {
+        return provider.CanProvideFor(path, any_regular_t(), contents, {});
+    };
+    EXPECT_EQ(score(volume, "volumes:"), 100);
+    EXPECT_EQ(score(network, "volumes:"), 0);
+    EXPECT_EQ(score(network, "networkvolumes:"), 100);
+    EXPECT_EQ(score(volume, "networkvolumes:"), 0);
+    for (const char* path :
+         {"Volumes:", "volumes:/", "NetworkVolumes:", "networkvolumes:/", "", "volumes: "}) {
+        EXPECT_EQ(score(volume, path), 0) << path;
+        EXPECT_EQ(score(network, path), 0) << path;
+    }
+    for (Provider* provider : std::initializer_list<Provider*>{&volume, &network}) {
+        const auto labels = provider->GetFieldLabelList();
+        EXPECT_EQ(labels.size(), 3u);
+        EXPECT_EQ(labels.at(kExtraPathField), u"Additional Path");
+        EXPECT_EQ(provider->GetDefaultFieldList(),
+                  (std::vector<std::string>{kSDKNameField, kSDKPathField}));
+
+        PelPixHandle icon = provider->GetThumbnail("/", "", any_regular_t(), 64, 32, nullptr);
+        ASSERT_NE(icon, nullptr);
+        EXPECT_EQ(pelpixGetWidth(icon), 32u) << "a square icon fitting the box";
+        EXPECT_EQ(pelpixGetHeight(icon), 32u);
+        pelpixDispose(icon);
+        auto aborted = ProviderThumbnailRequest::CreateClassRef();
+        aborted->Abort();
+        EXPECT_EQ(provider->GetThumbnail("/", "", any_regular_t(), 64, 64, aborted.get()), nullptr);
+        EXPECT_TRUE(
+            provider->GetContent("", any_regular_t(), {kSDKNameField}, aborted.get()).empty());
+    }
+}
+
+TEST(VolumeProviders, OnlyTheVolumeListWatchesForVolumeChanges) {
+    Tessel::Test::HostFixture host;
+    WinProviderVolume volume;
+    WinProviderNetworkVolume network;
+    network.MonitorPath(kNetworkVolumeListPath, any_regular_t());
+    EXPECT_FALSE(MF::DirectoryChangeMonitor::IsMonitoringVolumeChanges());
+    EXPECT_TRUE(MF::DirectoryChangeMonitor::GetMonitoredDirectories().empty());
+    volume.MonitorPath(u"ignored", any_regular_t());
+    EXPECT_TRUE(MF::DirectoryChangeMonitor::IsMonitoringVolumeChanges());
+    EXPECT_TRUE(MF::DirectoryChangeMonitor::GetMonitoredDirectories().empty());
+    volume.StopMonitoringPath(kVolumeListPath, any_regular_t());
+    EXPECT_FALSE(MF::DirectoryChangeMonitor::IsMonitoringVolumeChanges());
+}
+
+}  // namespace
+}  // namespace Tessel
