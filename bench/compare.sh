@@ -2,7 +2,7 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [thumbnails]
+#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
@@ -85,9 +85,38 @@ thumbnails() {
     fi
 }
 
+listing() {
+    local dir="$work/listing"
+    mkdir -p "$dir"
+    # 100,000 empty files; xargs hands touch thousands of names at a time, which is quick.
+    (cd "$dir" && seq -f 'clip-%06g.mxf' 0 99999 | xargs touch)
+
+    echo "== listing: one folder of 100,000 empty files, output to /dev/null"
+    local t v
+    t=$(seconds "$TESSEL" ls "$dir"); v=$(seconds ls -1 "$dir")
+    row "tessel ls (Name, File Path)" "$t" "ls -1" "$v"
+    t=$(seconds "$TESSEL" ls "$dir" --fields all); v=$(seconds ls -l --full-time "$dir")
+    row "tessel ls --fields all" "$t" "ls -l --full-time" "$v"
+
+    # A listing of names and paths must not examine the entries one by one. The provider's
+    # trace line counts the stats it made; strace counts every stat call of the process.
+    "$TESSEL" --trace WinProviderDirectory ls "$dir" --fields Name,Path 2>&1 >/dev/null |
+        grep -o 'GetContent took.*' | sed 's/^/tessel ls --fields Name,Path: /' || true
+    if have strace; then
+        local calls
+        calls=$(strace -f -c -e trace=stat,lstat,fstat,newfstatat,statx -o "$work/strace.txt" \
+                    "$TESSEL" ls "$dir" --fields Name,Path >/dev/null 2>&1 &&
+                awk '$NF == "total" { print $4 }' "$work/strace.txt")
+        echo "stat calls of the whole command (strace): ${calls:-?} for 100,000 entries"
+    else
+        echo "compare: strace missing; stat calls of the whole command not counted"
+    fi
+}
+
 for suite in "${suites[@]}"; do
     case "$suite" in
         thumbnails) thumbnails ;;
-        *) echo "compare: unknown suite '$suite' (known: thumbnails)" >&2; exit 2 ;;
+        listing) listing ;;
+        *) echo "compare: unknown suite '$suite' (known: thumbnails, listing)" >&2; exit 2 ;;
     esac
 done

@@ -86,7 +86,14 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
         if (name.empty()) name = Display(Path::LeafDisplayString(key));
         bool isFolder = false;
         if (auto it = record.find(kDirectoryFlagField); it != record.end()) {
-            isFolder = it->second.value_or(false);
+            // A flag, or the folder provider's "D" column (empty for files).
+            if (const auto* flag = it->second.get_if<bool>()) {
+                isFolder = *flag;
+            } else if (const auto* text = it->second.get_if<std::u16string>()) {
+                isFolder = !text->empty();
+            } else if (const auto* narrow = it->second.get_if<std::string>()) {
+                isFolder = !narrow->empty();
+            }
         }
         // Folders of the plain directory provider are ranked again: a card inside one is
         // then shown by its own provider. Items of any other provider are that provider's.

@@ -4,6 +4,7 @@
 
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Path.h>
+#include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/media/PelPix.h>
 
@@ -84,8 +85,9 @@ ProviderWrapper* Register(std::shared_ptr<Provider> provider) {
     return raw;
 }
 
-HostFixture::HostFixture() {
+HostFixture::HostFixture(bool builtInProviders) {
     MainThread::SetCurrent();
+    Settings::Set(kSettingRegisterBuiltInProviders, any_regular_t(builtInProviders));
     ProviderHost::Initialize();
     MainThread::RunPending();
 }
@@ -93,6 +95,7 @@ HostFixture::HostFixture() {
 HostFixture::~HostFixture() {
     ProviderHost::Shutdown();
     MainThread::RunPending();
+    Settings::Reset(kSettingRegisterBuiltInProviders);
 }
 
 bool PumpUntil(const std::function<bool()>& done) {

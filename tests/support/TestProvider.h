@@ -71,9 +71,11 @@ ProviderWrapper* Register(std::shared_ptr<Provider> provider);
 
 // The host for one test: names this thread the main thread, initialises, and shuts down
 // at the end (also when the test fails).
+// An initialised host on this thread as its main thread, shut down at the end. The
+// library's own providers are registered only when asked for.
 class HostFixture {
 public:
-    HostFixture();
+    explicit HostFixture(bool builtInProviders = false);
     ~HostFixture();
     HostFixture(const HostFixture&) = delete;
     HostFixture& operator=(const HostFixture&) = delete;

@@ -318,6 +318,77 @@ std::u16string MakeAbsolute(PathStyle style, std::u16string_view path,
     return StripTrailingSeparator(style, JoinOf(style, currentDirectory, path));
 }
 
+namespace {
+
+template <typename CharT>
+bool IsUncPathOf(View<CharT> path) {
+    if (path.size() < 2 || path[0] != CharT('\\') || path[1] != CharT('\\'))
+        return false;
+    if (path.size() > 2 && path[2] == CharT('?'))
+        return StartsWithAscii(path, "\\\\?\\UNC\\", true);
+    return true;
+}
+
+// The Windows rule, in UTF-16 units.
+bool IsValidWindowsDirectoryPath(std::u16string_view path) {
+    if (IsUncPathOf(path))
+        return true;
+    if (path.size() < 4 || !StartsWithAscii(path, "\\\\?\\", false))
+        return false;
+    // "\\?\C:" names the current folder of drive C, not its root.
+    const bool drive = path.size() >= 6 && IsAsciiLetter(path[4]) && path[5] == u':';
+    if (path.size() == 6 && drive)
+        return false;
+    if (path.back() != u'\\')
+        return true;
+    return path.size() == 7 && drive;  // only a drive root keeps its backslash
+}
+
+template <typename CharT>
+bool IsValidPosixDirectoryPath(View<CharT> path) {
+    return !path.empty() && path[0] == CharT('/') && (path.size() == 1 || path.back() != CharT('/'));
+}
+
+template <typename CharT>
+String<CharT> DisplayFilePathOf(PathStyle style, View<CharT> path) {
+    if (style == PathStyle::Windows) {
+        if (StartsWithAscii(path, "\\\\?\\UNC\\", false)) {
+            String<CharT> out(2, CharT('\\'));
+            out.append(path.substr(8));
+            return out;
+        }
+        if (StartsWithAscii(path, "\\\\?\\", false) && path.size() >= 7 && path[5] == CharT(':') &&
+            path[6] == CharT('\\')) {
+            return String<CharT>(path.substr(4));
+        }
+    }
+    return String<CharT>(path);
+}
+
+}  // namespace
+
+bool IsUncPath(std::u16string_view path) {
+    return IsUncPathOf(path);
+}
+
+bool IsValidDirectoryPath(PathStyle style, std::u16string_view path) {
+    return style == PathStyle::Windows ? IsValidWindowsDirectoryPath(path)
+                                       : IsValidPosixDirectoryPath(path);
+}
+
+bool IsValidDirectoryPath(PathStyle style, std::string_view path) {
+    return style == PathStyle::Windows ? IsValidWindowsDirectoryPath(Utf8ToUtf16(path))
+                                       : IsValidPosixDirectoryPath(path);
+}
+
+std::u16string ToDisplayFilePath(PathStyle style, std::u16string_view path) {
+    return DisplayFilePathOf(style, path);
+}
+
+std::string ToDisplayFilePath(PathStyle style, std::string_view path) {
+    return DisplayFilePathOf(style, path);
+}
+
 // The native forms.
 
 Platform::NativeString ToNative(std::u16string_view path) {

@@ -55,4 +55,23 @@ TESSEL_API bool ArePathsRelative(PathStyle style, std::u16string_view base,
 TESSEL_API std::u16string MakeAbsolute(PathStyle style, std::u16string_view path,
                                        std::u16string_view currentDirectory);
 
+// What the Windows UNC test (PathIsUNCW) accepts: a path that begins with two backslashes.
+// Of the "\\?\" long-path forms only "\\?\UNC\..." counts; "\\?\C:\..." is a drive path.
+// Forward slashes do not count. (A rule of Windows paths, meaningless for POSIX ones.)
+TESSEL_API bool IsUncPath(std::u16string_view path);
+
+// The folder paths the file-directory provider claims. Windows: a UNC path, or a "\\?\"
+// long path in which a drive root keeps its trailing backslash and nothing else has one:
+// "\\?\C:\" and "\\?\C:\Media" pass; "\\?\C:", "\\?\C:\Media\" and "C:\Media" fail. POSIX:
+// an absolute path of which only "/" itself may end with "/". The UTF-8 form counts
+// Windows characters in UTF-16 units, as the rule is written for them.
+TESSEL_API bool IsValidDirectoryPath(PathStyle style, std::u16string_view path);
+TESSEL_API bool IsValidDirectoryPath(PathStyle style, std::string_view path);
+
+// A path as people write it. Windows drops the long-path prefix: "\\?\UNC\server\x" shows
+// as "\\server\x" and "\\?\C:\x" as "C:\x" (the prefixes compared exactly); every other path,
+// and every POSIX path, shows unchanged.
+TESSEL_API std::u16string ToDisplayFilePath(PathStyle style, std::u16string_view path);
+TESSEL_API std::string ToDisplayFilePath(PathStyle style, std::string_view path);
+
 }  // namespace Tessel::Path

@@ -25,6 +25,8 @@ inline constexpr const char* kSettingContentLowPriorityThreads =
 inline constexpr const char* kSettingContentHighPriorityThreads =
     "zebmediabrowser.threads.ContentHighPriority";
 inline constexpr const char* kSettingUseFileSystemDisplayName = "Tessel.UseFileSystemDisplayName";
+// False: ProviderHost::Initialize registers none of the library's own providers.
+inline constexpr const char* kSettingRegisterBuiltInProviders = "Tessel.RegisterBuiltInProviders";
 inline constexpr const char* kSettingP2EnableMissingMediaCheck = "P2.EnableMissingMediaCheck";
 
 class TESSEL_API Settings {

@@ -7,6 +7,11 @@
 
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/providers/filesystem/ProviderCloudSync.h>
+#include <tessel/providers/filesystem/ProviderFavorites.h>
+#include <tessel/providers/filesystem/WinProviderDirectory.h>
+#include <tessel/providers/filesystem/WinProviderNetworkVolume.h>
+#include <tessel/providers/filesystem/WinProviderVolume.h>
 
 namespace Tessel {
 
@@ -33,14 +38,27 @@ struct ProviderRow {
 };
 
 // In registration order. Rows are added as the providers are written.
+template <class P>
+std::shared_ptr<Provider> Make() {
+    return std::make_shared<P>();
+}
+
 const ProviderRow kProviderTable[] = {
-    {nullptr, nullptr, nullptr},  // keeps the table non-empty until the first provider lands
+    {"WinProviderDirectory", Make<WinProviderDirectory>, nullptr},
+    {"WinProviderVolume", Make<WinProviderVolume>, nullptr},
+    {"WinProviderNetworkVolume", Make<WinProviderNetworkVolume>, nullptr},
+    {"ProviderFavorites", Make<ProviderFavorites>, nullptr},
+    // ProviderAVCHD comes here.
+    {"ProviderCloudSync", Make<ProviderCloudSync>, nullptr},
+    // Then the card formats, the project files, RED and the frame sequences.
 };
 
 }  // namespace
 
 void RegisterBuiltInProviders() {
     (void)kXAVCFeatureDeclared;
+    // A host (or a test) that brings only providers of its own turns the library's off.
+    if (!Settings::GetBool(kSettingRegisterBuiltInProviders, true)) return;
     for (const ProviderRow& row : kProviderTable) {
         if (!row.create) continue;
         if (row.requiredFeature && !IsFeatureEnabled(row.requiredFeature)) continue;

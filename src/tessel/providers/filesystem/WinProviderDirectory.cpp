@@ -1,0 +1,549 @@
+#include <tessel/providers/filesystem/WinProviderDirectory.h>
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <list>
+#include <type_traits>
+
+#include <fmt/format.h>
+
+#include <tessel/foundation/Localizer.h>
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/PathStyle.h>
+#include <tessel/foundation/Settings.h>
+#include <tessel/foundation/Trace.h>
+#include <tessel/foundation/Unicode.h>
+#include <tessel/framework/ProviderHost.h>
+#include <tessel/platform/FileDetails.h>
+#include <tessel/providers/filesystem/ProjectLockFile.h>
+#include <tessel/thumbnails/FileIconThumbnail.h>
+
+namespace Tessel {
+
+namespace {
+
+namespace P = Platform;
+
+constexpr const char* kTraceCategory = "WinProviderDirectory";
+constexpr const char* kLabelPrefix = "$$$/Pelimar/Provider/WinDirectory/Column/";
+constexpr const char* kProjectExtension = ".plproj";
+
+// The bits of the column table.
+enum Column : unsigned {
+    kName,
+    kPath,
+    kExtraPath,
+    kFilePath,
+    kArchive,
+    kCompressed,
+    kDevice,
+    kDirectory,
+    kEncrypted,
+    kHidden,
+    kNormalFile,
+    kNotContentIndexed,
+    kOffline,
+    kReadOnly,
+    kReparsePoint,
+    kSparseFile,
+    kSystem,
+    kTemporary,
+    kAlternativeFileName,
+    kCreationDate,
+    kLastAccessDate,
+    kLastWriteDate,
+    kSize,
+    kMediaStart,
+    kTapeName,
+    kDescription,
+    kScene,
+    kShot,
+    kLogComment,
+    kProjectLocked,
+};
+
+using ColumnSet = std::uint32_t;
+
+constexpr ColumnSet Bit(Column column) {
+    return ColumnSet{1} << column;
+}
+
+// The attribute columns: the attribute bit each tests and what it shows when set.
+struct AttributeColumn {
+    Column column;
+    std::uint32_t attribute;
+    const char16_t* text;
+};
+
+constexpr AttributeColumn kAttributeColumns[] = {
+    {kArchive, P::kFileAttributeArchive, u"A"},
+    {kCompressed, P::kFileAttributeCompressed, u"C"},
+    {kDevice, P::kFileAttributeDevice, u"Device"},
+    {kDirectory, P::kFileAttributeDirectory, u"D"},
+    {kEncrypted, P::kFileAttributeEncrypted, u"Encrypted"},
+    {kHidden, P::kFileAttributeHidden, u"H"},
+    {kNormalFile, P::kFileAttributeNormal, u"Normal"},
+    {kNotContentIndexed, P::kFileAttributeNotContentIndexed, u"Not Content Indexed"},
+    {kOffline, P::kFileAttributeOffline, u"Offline"},
+    {kReadOnly, P::kFileAttributeReadOnly, u"R"},
+    {kReparsePoint, P::kFileAttributeReparsePoint, u"Reparse Point"},
+    {kSparseFile, P::kFileAttributeSparseFile, u"Sparse File"},
+    {kSystem, P::kFileAttributeSystem, u"S"},
+    {kTemporary, P::kFileAttributeTemporary, u"Temporary"},
+};
+
+// The attribute columns that need an entry's stat. Directory and Reparse Point come from the
+// directory read itself; Hidden, System and Device are never set on a listed entry, and
+// Temporary, Offline and Not Content Indexed never on POSIX.
+constexpr ColumnSet kStatAttributeColumns = Bit(kArchive) | Bit(kCompressed) | Bit(kEncrypted) |
+                                            Bit(kNormalFile) | Bit(kReadOnly) | Bit(kSparseFile);
+constexpr ColumnSet kDateColumns = Bit(kCreationDate) | Bit(kLastAccessDate) | Bit(kLastWriteDate);
+
+// Progress is reported once per this many records.
+constexpr std::size_t kProgressInterval = 4096;
+
+// The display-name switch with the settings change count it was read at: bit 0 holds the
+// value, the bits above the count plus one (0: never read). One atomic word, so that two
+// listings racing to refresh it store consistent pairs.
+std::atomic<std::uint64_t> gDisplayNameSwitch{0};
+
+bool UseFileSystemDisplayName() {
+    const std::uint64_t count = Settings::ChangeCount();
+    const std::uint64_t cached = gDisplayNameSwitch.load(std::memory_order_relaxed);
+    if ((cached >> 1) == count + 1)
+        return (cached & 1) != 0;
+    // The count is read before the value: a change in between leaves an older count
+    // beside the newer value, which only costs one more read next time.
+    const bool on = Settings::GetBool(kSettingUseFileSystemDisplayName, false);
+    gDisplayNameSwitch.store(((count + 1) << 1) | (on ? 1 : 0), std::memory_order_relaxed);
+    return on;
+}
+
+// The column keys as std::string, and the columns in the order of their keys, so that a
+// record is filled front to back.
+struct ColumnKeys {
+    std::array<std::string, kWinDirectoryColumnCount> keys;
+    std::array<Column, kWinDirectoryColumnCount> keyOrder;
+};
+
+const ColumnKeys& GetColumnKeys() {
+    static const ColumnKeys columnKeys = [] {
+        ColumnKeys made;
+        for (std::size_t i = 0; i < kWinDirectoryColumnCount; ++i) {
+            made.keys[i] = WinDirectoryColumns()[i].key;
+            made.keyOrder[i] = static_cast<Column>(i);
+        }
+        std::sort(made.keyOrder.begin(), made.keyOrder.end(),
+                  [&](Column a, Column b) { return made.keys[a] < made.keys[b]; });
+        return made;
+    }();
+    return columnKeys;
+}
+
+// ASCII text (dates) as UTF-16, without a general conversion.
+std::u16string Widen(std::string_view ascii) {
+    return std::u16string(ascii.begin(), ascii.end());
+}
+
+// Names and paths as the host's strings. They are nearly always ASCII, which widens unit for
+// unit; the general conversion (with its escapes for bytes that are not UTF-8) does the rest.
+std::u16string ToHostString(std::string_view utf8) {
+    const bool ascii = std::all_of(utf8.begin(), utf8.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return ascii ? Widen(utf8) : Utf8ToUtf16(utf8);
+}
+
+// The date columns' text. Formatting a local time is costly next to everything else a record
+// takes, and the entries of one folder often share their second (they were copied or made
+// together), so the text of the last second is kept and only the milliseconds change.
+class DateFormatter {
+public:
+    std::u16string Format(std::int64_t microsecondsSinceEpoch) {
+        constexpr std::int64_t kPerSecond = 1000000;
+        constexpr std::int64_t kLimit = std::numeric_limits<std::int64_t>::max() / kPerSecond - 1;
+        std::int64_t second = microsecondsSinceEpoch / kPerSecond;
+        if (microsecondsSinceEpoch % kPerSecond < 0)
+            --second;  // floor, so times before 1970 keep a positive millisecond part
+        if (second > kLimit || second < -kLimit)
+            return {};  // hundreds of thousands of years away: no date to show
+        if (second != mSecond || !mKnown) {
+            // "YYYY-MM-DD HH:MM:SS.000" without its milliseconds; empty when not convertible.
+            std::string whole = P::FormatLocalTime(second * kPerSecond);
+            mPrefix =
+                Widen(std::string_view(whole).substr(0, whole.empty() ? 0 : whole.size() - 3));
+            mSecond = second;
+            mKnown = true;
+        }
+        if (mPrefix.empty())
+            return {};
+        const auto milliseconds =
+            static_cast<int>((microsecondsSinceEpoch - second * kPerSecond) / 1000);
+        std::u16string text;
+        text.reserve(mPrefix.size() + 3);
+        text.append(mPrefix);
+        text.push_back(static_cast<char16_t>(u'0' + milliseconds / 100));
+        text.push_back(static_cast<char16_t>(u'0' + milliseconds / 10 % 10));
+        text.push_back(static_cast<char16_t>(u'0' + milliseconds % 10));
+        return text;
+    }
+
+private:
+    bool mKnown = false;
+    std::int64_t mSecond = 0;
+    std::u16string mPrefix;
+};
+
+// What one listing needs to fill each record.
+struct ListingPlan {
+    ColumnSet columns = 0;
+    bool displayNames = false;
+    std::string prefix;  // the folder path with its separator, the start of every item path
+    DateFormatter creationDates, accessDates, writeDates;
+};
+
+bool IsListed(const P::DetailedEntry& entry) {
+    if (entry.hidden)
+        return false;
+    // FIFOs, sockets and device nodes have no kind; a link is listed whatever it points at
+    // (a dangling or looping link included), as Windows lists a reparse point itself.
+    return entry.kind != P::EntryKind::Other || entry.isLink;
+}
+
+// An entry's name as UTF-8. POSIX names are bytes already and are used in place; names of
+// other systems are converted into STORAGE, which the caller has made large enough that it
+// never moves.
+template <class NativeName>
+std::string_view Utf8Name(const NativeName& name, std::vector<std::string>& storage) {
+    if constexpr (std::is_same_v<NativeName, std::string>) {
+        return name;
+    } else {
+        return storage.emplace_back(Path::FromNativeUtf8(name));
+    }
+}
+
+void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::string_view name,
+                const std::string& itemPath, ListingPlan& plan) {
+    const ColumnKeys& columnKeys = GetColumnKeys();
+    std::uint32_t attributes = entry.attributes;
+    if (entry.kind == P::EntryKind::Directory)
+        attributes |= P::kFileAttributeDirectory;
+    if (entry.isLink)
+        attributes |= P::kFileAttributeReparsePoint;
+    std::u16string widePath;
+    if (plan.columns & (Bit(kPath) | Bit(kFilePath)))
+        widePath = ToHostString(itemPath);
+
+    for (const Column column : columnKeys.keyOrder) {
+        if ((plan.columns & Bit(column)) == 0)
+            continue;
+        any_regular_t value;
+        switch (column) {
+            case kName: {
+                // The file part of the item path is the entry's name.
+                std::u16string wide = ToHostString(name);
+                value = plan.displayNames ? ToDisplayUtf16(wide) : std::move(wide);
+                break;
+            }
+            case kPath:
+                value = std::move(widePath);  // its last use: "02" sorts before "Path"
+                break;
+            case kExtraPath:
+            case kAlternativeFileName:
+                value = std::u16string();
+                break;
+            case kFilePath:
+                if constexpr (Path::kNativePathStyle == Path::PathStyle::Posix) {
+                    value = widePath;  // POSIX paths show as they are
+                } else {
+                    value = Path::ToDisplayFilePath(Path::kNativePathStyle, widePath);
+                }
+                break;
+            case kCreationDate:
+                value = entry.detailsKnown && entry.creationTime
+                            ? plan.creationDates.Format(*entry.creationTime)
+                            : std::u16string();
+                break;
+            case kLastAccessDate:
+                value = entry.detailsKnown ? plan.accessDates.Format(entry.lastAccessTime)
+                                           : std::u16string();
+                break;
+            case kLastWriteDate:
+                value = entry.detailsKnown ? plan.writeDates.Format(entry.lastWriteTime)
+                                           : std::u16string();
+                break;
+            case kSize:
+                if (entry.detailsKnown) {
+                    const bool noData = entry.isLink || entry.kind == P::EntryKind::Directory;
+                    value = Provider::ByteSize_t(noData ? 0 : entry.size);
+                }
+                break;
+            case kProjectLocked: {
+                std::u16string holder;
+                if (name.ends_with(kProjectExtension)) {
+                    if (const auto lock = ReadProjectLockFile(itemPath)) {
+                        holder = ToHostString(lock->holder);
+                    }
+                }
+                value = std::move(holder);
+                break;
+            }
+            case kMediaStart:
+            case kTapeName:
+            case kDescription:
+            case kScene:
+            case kShot:
+            case kLogComment:
+                break;  // metadata columns are not written yet
+            default:
+                for (const AttributeColumn& attribute : kAttributeColumns) {
+                    if (attribute.column == column) {
+                        value = std::u16string((attributes & attribute.attribute) ? attribute.text
+                                                                                  : u"");
+                        break;
+                    }
+                }
+                break;
+        }
+        if (!value.empty()) {
+            record.emplace_hint(record.end(), columnKeys.keys[column], std::move(value));
+        }
+    }
+}
+
+}  // namespace
+
+const std::array<WinDirectoryColumn, kWinDirectoryColumnCount>& WinDirectoryColumns() {
+    static const std::array<WinDirectoryColumn, kWinDirectoryColumnCount> columns{{
+        {kSDKNameField, "Name", "Name"},
+        {kSDKPathField, "ActualPath", "UNC Path"},
+        {kSDKExtraPathField, "ExtraPath", "Additional UNC Path"},
+        {"02", "DisplayFilePath", "File Path"},
+        {"03", "Archive", "Archive"},
+        {"04", "Compressed", "Compressed"},
+        {"05", "Device", "Device"},
+        {kSDKDirectoryFlagField, "Directory", "Directory"},
+        {"07", "Encrypted", "Encrypted"},
+        {"08", "Hidden", "Hidden"},
+        {"09", "NormalFile", "Normal File"},
+        {"10", "NotContentIndexed", "Not Content Indexed"},
+        {"11", "Offline", "Offline"},
+        {"12", "ReadOnly", "Read-Only"},
+        {"13", "ReparsePoint", "Reparse Point"},
+        {"14", "SparseFile", "Sparse File"},
+        {"15", "System", "System"},
+        {"16", "Temporary", "Temporary"},
+        {"18", "AlternativeFileName", "Alternative File Name"},
+        {kSDKCreationDateField, "CreationDate", "Date Created"},
+        {"20", "LastAccessDate", "Date Last Accessed"},
+        {"21", "LastWriteDate", "Date Last Written"},
+        {"26", "Size", "Size"},
+        {"27", "MediaStart", "Media Start"},
+        {"28", "TapeName", "Tape Name"},
+        {"29", "Description", "Description"},
+        {"30", "Scene", "Scene"},
+        {"31", "Shot", "Shot"},
+        {"32", "LogComment", "Log Comment"},
+        {"33", "ProjectLocked", "Project Locked"},
+    }};
+    return columns;
+}
+
+WinProviderDirectory::WinProviderDirectory() = default;
+WinProviderDirectory::~WinProviderDirectory() = default;
+
+bool WinProviderDirectory::IsValidDirectoryPath(const std::string& path) {
+    return Path::IsValidDirectoryPath(Path::kNativePathStyle, std::string_view(path));
+}
+
+SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const any_regular_t&,
+                                               const SDKFieldSet& fields,
+                                               ProviderRequest* request) {
+    if (!IsValidDirectoryPath(path))
+        return {};
+    const TraceTimer timer;
+    const std::uint64_t statsBefore = P::EntryStatCount();
+
+    ListingPlan plan;
+    const auto& columns = WinDirectoryColumns();
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (fields.count(columns[i].key) != 0)
+            plan.columns |= Bit(static_cast<Column>(i));
+    }
+    if (plan.columns & Bit(kName))
+        plan.displayNames = UseFileSystemDisplayName();
+    plan.prefix = Path::AddTrailingSeparator(std::string_view(path));
+
+    // Hidden entries are skipped whatever is asked, so the DOS hidden bit is always wanted;
+    // everything else costs a stat per entry and is asked only for the columns that show it.
+    P::EntryDetails details = P::kDetailHidden;
+    if (plan.columns & kStatAttributeColumns)
+        details |= P::kDetailAttributes;
+    if (plan.columns & Bit(kSize))
+        details |= P::kDetailSize;
+    if (plan.columns & kDateColumns)
+        details |= P::kDetailTimes;
+
+    const P::NativeString nativePath = Path::ToNative(std::string_view(path));
+    bool readAborted = false;
+    std::vector<P::DetailedEntry> entries;
+    const bool read = P::ReadDirectoryWithDetails(nativePath, details, entries, [&] {
+        readAborted = readAborted || IsRequestAborted(request);
+        return readAborted;
+    });
+    if (!read) {
+        NotifyGetContentUnavailable(Utf8ToUtf16(path));
+        return {};
+    }
+
+    // Records go into the map in key order, each at its end: item paths share the folder's
+    // prefix, so their order is the order of the names.
+    struct Listed {
+        std::string_view name;
+        const P::DetailedEntry* entry;
+    };
+    std::vector<Listed> listed;
+    std::vector<std::string> convertedNames;
+    listed.reserve(entries.size());
+    convertedNames.reserve(std::is_same_v<P::NativeString, std::string> ? 0 : entries.size());
+    for (const P::DetailedEntry& entry : entries) {
+        if (IsListed(entry))
+            listed.push_back({Utf8Name(entry.name, convertedNames), &entry});
+    }
+    std::sort(listed.begin(), listed.end(),
+              [](const Listed& a, const Listed& b) { return a.name < b.name; });
+
+    SDKContentMap content;
+    std::u16string widePath;
+    for (std::size_t i = 0; i < listed.size(); ++i) {
+        // An abort during the read already ended it; the entries it got are all recorded.
+        if (!readAborted && IsRequestAborted(request))
+            break;
+        if (i % kProgressInterval == 0) {
+            if (widePath.empty())
+                widePath = Utf8ToUtf16(path);
+            NotifyGetContentProgress(widePath, static_cast<double>(i) / listed.size());
+        }
+        std::string itemPath;
+        itemPath.reserve(plan.prefix.size() + listed[i].name.size());
+        itemPath.append(plan.prefix).append(listed[i].name);
+        auto added = content.emplace_hint(content.end(), std::move(itemPath), SDKPropertyMap());
+        FillRecord(added->second, *listed[i].entry, listed[i].name, added->first, plan);
+    }
+
+    // A folder removed, unmounted or made unreadable while it was read gives no listing: the
+    // entries read may be incomplete.
+    if (!Path::DirectoryExists(std::string_view(path)) || !P::HasReadAccess(nativePath)) {
+        NotifyGetContentUnavailable(Utf8ToUtf16(path));
+        return {};
+    }
+    if (Trace::IsEnabled(kTraceCategory)) {
+        Trace::Write(
+            kTraceCategory,
+            fmt::format("GetContent took {:.1f} ms for path: {} ({} items, {} entry stats)",
+                        timer.Milliseconds(), ToDisplayUtf8(path), content.size(),
+                        P::EntryStatCount() - statsBefore));
+    }
+    return content;
+}
+
+SDKFieldSet WinProviderDirectory::GetFieldList() {
+    SDKFieldSet fields;
+    for (const WinDirectoryColumn& column : WinDirectoryColumns())
+        fields.insert(column.key);
+    return fields;
+}
+
+std::vector<std::string> WinProviderDirectory::GetDefaultFieldList() {
+    return {kSDKNameField, WinDirectoryColumns()[kFilePath].key};
+}
+
+std::map<std::u16string, std::u16string> WinProviderDirectory::GetFieldLabelList() {
+    std::map<std::u16string, std::u16string> labels;
+    for (const WinDirectoryColumn& column : WinDirectoryColumns()) {
+        labels.emplace(
+            Utf8ToUtf16(column.key),
+            LocalizeUtf16(std::string(kLabelPrefix) + column.labelId + "=" + column.englishLabel));
+    }
+    return labels;
+}
+
+int WinProviderDirectory::CanProvideFor(const std::string& path, const any_regular_t&,
+                                        DirectoryContents&, const AbortPredicate&) {
+    return IsValidDirectoryPath(path) && Path::DirectoryExists(std::string_view(path))
+               ? kDirectoryScore
+               : 0;
+}
+
+std::string WinProviderDirectory::GetIdentification() {
+    return kProviderDirectoryID;
+}
+
+std::string WinProviderDirectory::GetUIString() {
+    return Localize(
+        "$$$/Pelimar/Libraries/Tessel/WinDirectoryFileDirectoryUIString=File Directory");
+}
+
+std::uint32_t WinProviderDirectory::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) {
+    return std::min(requestedHeight, kLargestThumbnailSize);
+}
+
+PelPixHandle WinProviderDirectory::GetThumbnail(const std::string& itemPath, const std::string&,
+                                                const any_regular_t&, std::uint32_t width,
+                                                std::uint32_t height, ProviderRequest* request) {
+    if (itemPath.empty() || IsRequestAborted(request))
+        return nullptr;
+    // A square icon has to fit both sides of the box.
+    const std::uint32_t size =
+        (width && height) ? std::min(width, height) : std::max(width, height);
+    std::string filePart = Path::GetFilePart(std::string_view(itemPath));
+    // A root has no file part and is its own directory part.
+    std::string directoryPart =
+        filePart.empty() ? itemPath : Path::GetParent(std::string_view(itemPath));
+    return RenderFileIconThumbnail(directoryPart, filePart, size, kLargestThumbnailSize);
+}
+
+bool WinProviderDirectory::ShouldCheckFilter() {
+    return true;
+}
+bool WinProviderDirectory::IsSelectable() {
+    return true;
+}
+
+void WinProviderDirectory::PostProcessContextMenu(Menu& menu, const SelectedPaths& paths,
+                                                  const SelectedStates& states) {
+    if (paths.empty())
+        return;
+    MenuEntry entry =
+        MenuEntry::Command(kAddToFavoritesCommand,
+                           LocalizeUtf16("$$$/Provider/Favorites/AddToFavorites=Add to Favorites"));
+    bool enabled = false;
+    OnMenuItemIDStatus(kAddToFavoritesCommand, paths, states, enabled);
+    entry.enabled = enabled;
+    menu.Append(std::move(entry));
+}
+
+bool WinProviderDirectory::OnMenuItemID(std::int32_t id, const SelectedPaths& paths,
+                                        const SelectedStates&) {
+    if (id != kAddToFavoritesCommand && id != kRemoveFromFavoritesCommand)
+        return false;
+    std::list<std::u16string> widePaths;
+    for (const std::string& path : paths)
+        widePaths.push_back(Utf8ToUtf16(path));
+    ProviderHost::ModifyFavorites(widePaths, id == kAddToFavoritesCommand
+                                                 ? FavoriteOperation::Add
+                                                 : FavoriteOperation::Remove);
+    return true;
+}
+
+bool WinProviderDirectory::OnMenuItemIDStatus(std::int32_t id, const SelectedPaths& paths,
+                                              const SelectedStates&, bool& enabled) {
+    if (id != kAddToFavoritesCommand)
+        return false;
+    enabled = std::any_of(paths.begin(), paths.end(), [](const std::string& path) {
+        return Path::DirectoryExists(std::string_view(path));
+    });
+    return true;
+}
+
+}  // namespace Tessel
