@@ -22,9 +22,13 @@ void AppendCodePoint(std::string& out, char32_t cp) {
 }  // namespace
 
 std::u16string Utf8ToUtf16(std::string_view utf8) {
-    std::u16string out;
+    // Most names and paths are ASCII: widened byte by byte, without validation.
+    std::size_t ascii = 0;
+    while (ascii < utf8.size() && static_cast<unsigned char>(utf8[ascii]) < 0x80) ++ascii;
+    std::u16string out(utf8.begin(), utf8.begin() + static_cast<std::ptrdiff_t>(ascii));
+    if (ascii == utf8.size()) return out;
     out.reserve(utf8.size());
-    auto it = utf8.begin();
+    auto it = utf8.begin() + static_cast<std::ptrdiff_t>(ascii);
     const auto end = utf8.end();
     while (it != end) {
         auto invalid = utf8::find_invalid(it, end);
