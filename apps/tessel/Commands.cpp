@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <mutex>
 
@@ -14,6 +15,7 @@
 #include <tessel/thumbnails/RenderThumbnail.h>
 
 #include "Format.h"
+#include "Interrupt.h"
 #include "Requests.h"
 
 namespace Tessel::Tool {
@@ -284,21 +286,19 @@ std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const 
     return std::make_pair(*width, *height);
 }
 
-int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err) {
-    const auto size = ParseThumbnailSize(options.size);
-    if (!size) {
-        err << "tessel: --size expects WIDTHxHEIGHT (each 0 to 16384, 0 keeps the image's own), "
-               "not '"
-            << options.size << "'\n";
-        return kExitUsage;
-    }
-    const std::u16string path = NormalizeLocation(options.path);
+namespace {
+
+// One thumbnail of PATH into the PNG file OUTPUT.
+int WriteThumbnail(const std::string& argument, const std::string& output,
+                   std::pair<std::uint32_t, std::uint32_t> size, const CommandOptions& options,
+                   std::ostream& out, std::ostream& err) {
+    const std::u16string path = NormalizeLocation(argument);
     if (path.empty()) return ReportNoProvider(path, err);
 
     MF::IVideoFrameRef frame;
     std::u16string providerID;
     if (options.imageOnly) {
-        PelPixHandle buffer = RenderThumbnail(Utf16ToUtf8(path), size->first, size->second);
+        PelPixHandle buffer = RenderThumbnail(Utf16ToUtf8(path), size.first, size.second);
         frame = MF::CreateVideoFrameFromPelPix(buffer);
         pelpixDispose(buffer);
         if (!frame) {
@@ -325,8 +325,8 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
         providerID = wrapper->GetIdentification();
         auto data = std::make_shared<ProviderThumbnailRequestData>(
             path, options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
-            any_regular_t(), static_cast<std::int32_t>(size->first),
-            static_cast<std::int32_t>(size->second));
+            any_regular_t(), static_cast<std::int32_t>(size.first),
+            static_cast<std::int32_t>(size.second));
         std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
         if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
         if (!answer || !answer->frame) {
@@ -337,14 +337,45 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
         frame = answer->frame;
     }
 
-    if (auto error = WritePngFile(*frame, options.output)) {
-        err << "tessel: cannot write " << options.output << ": " << *error << "\n";
+    if (auto error = WritePngFile(*frame, output)) {
+        err << "tessel: cannot write " << output << ": " << *error << "\n";
         return kExitNotFound;
     }
-    out << options.output << ": " << frame->GetWidth() << "x" << frame->GetHeight();
+    out << output << ": " << frame->GetWidth() << "x" << frame->GetHeight();
     if (!providerID.empty()) out << " from " << Display(providerID);
     out << "\n";
     return kExitOk;
+}
+
+}  // namespace
+
+int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err) {
+    const auto size = ParseThumbnailSize(options.size);
+    if (!size) {
+        err << "tessel: --size expects WIDTHxHEIGHT (each 0 to 16384, 0 keeps the image's own), "
+               "not '"
+            << options.size << "'\n";
+        return kExitUsage;
+    }
+    if (options.paths.size() == 1) {
+        return WriteThumbnail(options.paths.front(), options.output, *size, options, out, err);
+    }
+    // Several items: -o names a folder, and each picture is named after its item.
+    if (!Path::DirectoryExists(Utf8ToUtf16(options.output))) {
+        err << "tessel: with several items, -o must name an existing folder, not '"
+            << options.output << "'\n";
+        return kExitUsage;
+    }
+    int status = kExitOk;
+    for (const std::string& argument : options.paths) {
+        if (InterruptRequested()) return ReportInterrupted(err);
+        const std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
+        const std::string output = options.output + "/" + (leaf.empty() ? "item" : leaf) + ".png";
+        const int one = WriteThumbnail(argument, output, *size, options, out, err);
+        if (one == kExitInterrupted || one == kExitUsage) return one;
+        status = std::max(status, one);
+    }
+    return status;
 }
 
 }  // namespace Tessel::Tool

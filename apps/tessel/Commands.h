@@ -5,6 +5,7 @@
 #include <optional>
 #include <ostream>
 #include <utility>
+#include <vector>
 #include <string>
 
 #include <tessel/framework/ContentRecord.h>
@@ -20,6 +21,7 @@ struct CommandOptions {
     std::string fields;
     int depth = 8;
     // thumb
+    std::vector<std::string> paths;
     std::string extraPath;
     std::string size = "256x144";
     std::string output;

@@ -99,7 +99,7 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
 
     auto* thumb = app.add_subcommand(
         "thumb", "Write the thumbnail of PATH as PNG, from its best (or the named) provider");
-    thumb->add_option("path", options.path, "Item to make the thumbnail of")->required();
+    thumb->add_option("path", options.paths, "Items to make thumbnails of")->required();
     thumb->add_option("--extra", options.extraPath,
                       "The item's second path (its ExtraPath field), if it has one")
         ->type_name("PATH");
@@ -107,7 +107,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         ->type_name("ID");
     thumb->add_option("--size", options.size, "Box to fit the thumbnail in (default 256x144)")
         ->type_name("WxH");
-    thumb->add_option("-o,--output", options.output, "PNG file to write")
+    thumb->add_option("-o,--output", options.output,
+                      "PNG file to write; with several items, the folder to write them to")
         ->type_name("FILE.png")
         ->required();
     thumb->add_flag("--image", options.imageOnly,

@@ -224,6 +224,28 @@ TEST(Tool, ThumbnailsAreWrittenAsPng) {
     EXPECT_NE(unwritable.err.find("cannot write"), std::string::npos) << unwritable.err;
     // The earlier thumbnail is still there, whole.
     EXPECT_EQ(PngSize(output), std::make_pair(3u, 5u));
+
+    // Several items go into a folder, each named after its item; a file is no folder.
+    dir.MakeDir("a");
+    dir.MakeDir("b");
+    dir.MakeDir("out");
+    Result several = RunTool({"thumb", (dir.path() / "a").string(), (dir.path() / "b").string(),
+                              "-o", (dir.path() / "out").string()});
+    ASSERT_EQ(several.status, 0) << several.err;
+    EXPECT_EQ(PngSize(dir.path() / "out" / "a.png"), std::make_pair(3u, 5u));
+    EXPECT_EQ(PngSize(dir.path() / "out" / "b.png"), std::make_pair(3u, 5u));
+    EXPECT_EQ(RunTool({"thumb", (dir.path() / "a").string(), (dir.path() / "b").string(), "-o",
+                       output})
+                  .status,
+              2);
+
+    // --image renders an image file without asking the providers.
+    Result image = RunTool({"thumb", "--image", output, "--size", "6x10", "-o",
+                            (dir.path() / "again.png").string()});
+    ASSERT_EQ(image.status, 0) << image.err;
+    EXPECT_EQ(PngSize(dir.path() / "again.png"), std::make_pair(6u, 10u));
+    EXPECT_EQ(image.out.find(" from "), std::string::npos);
+    EXPECT_EQ(RunTool({"thumb", "--image", (dir.path() / "a").string(), "-o", output}).status, 1);
 }
 
 }  // namespace
