@@ -50,6 +50,31 @@ int ReportInterrupted(std::ostream& err) {
     return kExitInterrupted;
 }
 
+// The provider named by ID, or else the best one for PATH. Null, with STATUS set and the
+// reason printed, when there is none.
+ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& id,
+                                std::ostream& err, int& status) {
+    if (!id.empty()) {
+        ProviderWrapper* wrapper = ProviderHost::FindProvider(Utf8ToUtf16(id));
+        if (!wrapper) {
+            err << "tessel: no provider is called '" << id << "' (see 'tessel providers --all')\n";
+            status = kExitUsage;
+        }
+        return wrapper;
+    }
+    std::optional<GetProviderListMessage> answer;
+    if (!path.empty()) answer = RunProviderList(path);
+    if (answer && answer->result == kResultAborted) {
+        status = ReportInterrupted(err);
+        return nullptr;
+    }
+    if (!answer || answer->providers.empty()) {
+        status = ReportNoProvider(path, err);
+        return nullptr;
+    }
+    return answer->providers.front();
+}
+
 std::vector<std::u16string> SplitFields(const std::string& list) {
     std::vector<std::u16string> fields;
     std::size_t start = 0;
@@ -224,21 +249,9 @@ int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream&
 
 int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(options.path);
-    ProviderWrapper* wrapper = nullptr;
-    if (!options.provider.empty()) {
-        wrapper = ProviderHost::FindProvider(Utf8ToUtf16(options.provider));
-        if (!wrapper) {
-            err << "tessel: no provider is called '" << options.provider
-                << "' (see 'tessel providers --all')\n";
-            return kExitUsage;
-        }
-    } else {
-        std::optional<GetProviderListMessage> answer;
-        if (!path.empty()) answer = RunProviderList(path);
-        if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
-        if (!answer || answer->providers.empty()) return ReportNoProvider(path, err);
-        wrapper = answer->providers.front();
-    }
+    int status = kExitOk;
+    ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
+    if (!wrapper) return status;
     const std::vector<std::u16string> fields = ChooseFields(*wrapper, options.fields);
     std::optional<GetContentMessage> answer;
     {
@@ -308,20 +321,9 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
             return kExitNotFound;
         }
     } else {
-        ProviderWrapper* wrapper = nullptr;
-        if (!options.provider.empty()) {
-            wrapper = ProviderHost::FindProvider(Utf8ToUtf16(options.provider));
-            if (!wrapper) {
-                err << "tessel: no provider is called '" << options.provider
-                    << "' (see 'tessel providers --all')\n";
-                return kExitUsage;
-            }
-        } else {
-            std::optional<GetProviderListMessage> answer = RunProviderList(path);
-            if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
-            if (!answer || answer->providers.empty()) return ReportNoProvider(path, err);
-            wrapper = answer->providers.front();
-        }
+        int status = kExitOk;
+        ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
+        if (!wrapper) return status;
         providerID = wrapper->GetIdentification();
         auto data = std::make_shared<ProviderThumbnailRequestData>(
             path, options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
