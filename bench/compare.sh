@@ -2,14 +2,14 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing]
+#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing] [listing]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
 [ -x "$TESSEL" ] || { echo "compare: no tessel at $TESSEL (build it first)" >&2; exit 1; }
 TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(thumbnails)
+[ ${#suites[@]} -gt 0 ] || suites=(thumbnails listing)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
