@@ -2,7 +2,7 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing] [listing]
+#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
