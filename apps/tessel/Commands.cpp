@@ -253,14 +253,15 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
     ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
     if (!wrapper) return status;
     const std::vector<std::u16string> fields = ChooseFields(*wrapper, options.fields);
-    std::optional<GetContentMessage> answer;
-    {
-        ProgressLine progress(*wrapper);
-        answer = RunContent(*wrapper, path, FieldSet(fields.begin(), fields.end()));
-    }
-    if (!answer) return ReportNoProvider(path, err);
-    return PrintListing(path, wrapper->GetIdentification(), answer->result, answer->content, fields,
-                        wrapper->GetFieldLabelList(), options.json, out, err);
+    std::optional<ProgressLine> progress(std::in_place, *wrapper);
+    const bool answered = RunContent(
+        *wrapper, path, FieldSet(fields.begin(), fields.end()), [&](const GetContentMessage& m) {
+            progress.reset();  // the progress line is cleared before the listing is printed
+            status = PrintListing(path, wrapper->GetIdentification(), m.result, m.content, fields,
+                                  wrapper->GetFieldLabelList(), options.json, out, err);
+        });
+    if (!answered) return ReportNoProvider(path, err);
+    return status;
 }
 
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err) {

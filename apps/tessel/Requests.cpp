@@ -16,24 +16,37 @@ const ImmutableString& ToolStation() {
 
 namespace {
 
-// Waits for the message of REQUEST. MATCHES tells whether a message answers it. Without a
-// running host nothing will ever come, so the wait gives up when the request was not queued.
+// Waits for the message of REQUEST and hands it to HANDLE while it is delivered (a listing
+// can be large: it is used where it stands rather than copied). MATCHES tells whether a
+// message answers it. Without a running host nothing will ever come, so the wait gives up
+// when the request was not queued. True when an answer came.
 template <class Msg, class Request>
-std::optional<Msg> Await(const ClassRef<Request>& request, bool started,
-                         const std::function<bool(const Msg&)>& matches) {
-    if (!started) return std::nullopt;
-    std::optional<Msg> answer;
+bool AwaitWith(const ClassRef<Request>& request, bool started,
+               const std::function<bool(const Msg&)>& matches,
+               const std::function<void(const Msg&)>& handle) {
+    if (!started) return false;
+    bool answered = false;
     ScopedListener listener(Messaging::Listen<Msg>(ToolStation(), [&](const Msg& message) {
-        if (!answer && matches(message)) answer = message;
+        if (answered || !matches(message)) return;
+        answered = true;
+        handle(message);
     }));
     bool aborted = false;
-    while (!answer) {
+    while (!answered) {
         MainThread::RunOne(std::chrono::milliseconds(50));
         if (!aborted && InterruptRequested()) {
             request->Abort();
             aborted = true;
         }
     }
+    return true;
+}
+
+template <class Msg, class Request>
+std::optional<Msg> Await(const ClassRef<Request>& request, bool started,
+                         const std::function<bool(const Msg&)>& matches) {
+    std::optional<Msg> answer;
+    AwaitWith<Msg>(request, started, matches, [&](const Msg& message) { answer = message; });
     return answer;
 }
 
@@ -48,12 +61,19 @@ std::optional<GetProviderListMessage> RunProviderList(const std::u16string& path
         [&](const GetProviderListMessage& m) { return m.path == path; });
 }
 
+bool RunContent(ProviderWrapper& wrapper, const std::u16string& path, const FieldSet& fields,
+                const std::function<void(const GetContentMessage&)>& onAnswer) {
+    auto request = wrapper.RequestContent(path, any_regular_t(), fields, ToolStation());
+    return AwaitWith<GetContentMessage>(
+        request, ProviderHost::GetHighPriorityProviderExecutor() != nullptr,
+        [&](const GetContentMessage& m) { return m.request == request; }, onAnswer);
+}
+
 std::optional<GetContentMessage> RunContent(ProviderWrapper& wrapper, const std::u16string& path,
                                             const FieldSet& fields) {
-    auto request = wrapper.RequestContent(path, any_regular_t(), fields, ToolStation());
-    return Await<GetContentMessage>(
-        request, ProviderHost::GetHighPriorityProviderExecutor() != nullptr,
-        [&](const GetContentMessage& m) { return m.request == request; });
+    std::optional<GetContentMessage> answer;
+    RunContent(wrapper, path, fields, [&](const GetContentMessage& m) { answer = m; });
+    return answer;
 }
 
 std::optional<GetDefaultContentMessage> RunDefaultContent(

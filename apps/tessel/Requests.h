@@ -18,6 +18,10 @@ const ImmutableString& ToolStation();
 std::optional<GetProviderListMessage> RunProviderList(const std::u16string& path);
 std::optional<GetContentMessage> RunContent(ProviderWrapper& wrapper, const std::u16string& path,
                                             const FieldSet& fields);
+// The same, handing the answer to ON_ANSWER as it is delivered instead of copying it out;
+// false when no answer can come.
+bool RunContent(ProviderWrapper& wrapper, const std::u16string& path, const FieldSet& fields,
+                const std::function<void(const GetContentMessage&)>& onAnswer);
 std::optional<GetDefaultContentMessage> RunDefaultContent(
     std::shared_ptr<DefaultContentRequestData> data);
 std::optional<GetThumbnailMessage> RunThumbnail(ProviderWrapper& wrapper,
