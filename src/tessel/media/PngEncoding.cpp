@@ -81,7 +81,8 @@ std::optional<std::string> WritePngFile(const MF::IVideoFrame& frame, const std:
     if (bytes.empty()) return std::string("the picture has no pixels to write");
     return Platform::WriteFileAtomically(
         Path::ToNative(std::string_view(path)),
-        std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+        std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+        Platform::Durability::Replaceable);
 }
 
 }  // namespace Tessel

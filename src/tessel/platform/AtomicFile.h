@@ -27,8 +27,14 @@ TESSEL_API ReadFileStatus ReadWholeFile(const NativeString& path, std::string& o
 // (PATH + ".tmp-" + something unique), is flushed to the disk, and is renamed over PATH;
 // on POSIX the folder is flushed too, so the rename itself survives a power cut. The folder
 // must exist. Returns an error message on failure, in which case PATH is untouched.
+// How much a replacement must survive. Durable files (preferences) are flushed to the disk,
+// with their folder, before and after the rename; replaceable output (a thumbnail written
+// for a person) is only renamed into place whole, which is much quicker.
+enum class Durability { Durable, Replaceable };
+
 TESSEL_API std::optional<std::string> WriteFileAtomically(const NativeString& path,
-                                                          std::string_view content);
+                                                          std::string_view content,
+                                                          Durability durability = Durability::Durable);
 
 // The prefix of the temporary files WriteFileAtomically makes for PATH (leaf name only).
 TESSEL_API NativeString AtomicTemporaryPrefix(const NativeString& path);

@@ -153,7 +153,9 @@ NativeString AtomicTemporaryPrefix(const NativeString& path) {
     return leaf + ".tmp-";
 }
 
-std::optional<std::string> WriteFileAtomically(const NativeString& path, std::string_view content) {
+std::optional<std::string> WriteFileAtomically(const NativeString& path, std::string_view content,
+                                               Durability durability) {
+    const bool durable = durability == Durability::Durable;
     std::string folder, leaf;
     SplitPath(path, folder, leaf);
     if (leaf.empty())
@@ -187,7 +189,7 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
     int error = 0;
     if (!WriteAll(fd, content, error))
         return fail("cannot write", error);
-    if (!SyncToDisk(fd))
+    if (durable && !SyncToDisk(fd))
         return fail("cannot flush", errno);
     if (!file.Close())
         return fail("cannot close", errno);
@@ -196,6 +198,8 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
 
     // Make the rename itself durable. Some file systems refuse fsync on folders; the file is
     // in place by now either way, so that is not an error.
+    if (!durable)
+        return std::nullopt;
     int folderFd = ::open(folder.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY);
     if (folderFd >= 0) {
         FileDescriptor folderFile(folderFd);

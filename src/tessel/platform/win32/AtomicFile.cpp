@@ -125,7 +125,9 @@ NativeString AtomicTemporaryPrefix(const NativeString& path) {
     return leaf + L".tmp-";
 }
 
-std::optional<std::string> WriteFileAtomically(const NativeString& path, std::string_view content) {
+std::optional<std::string> WriteFileAtomically(const NativeString& path, std::string_view content,
+                                               Durability durability) {
+    const bool durable = durability == Durability::Durable;
     std::wstring temporary;
     HANDLE created = INVALID_HANDLE_VALUE;
     for (int attempt = 0; attempt < 100 && created == INVALID_HANDLE_VALUE; ++attempt) {
@@ -161,12 +163,13 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
         data += written;
         left -= written;
     }
-    if (!FlushFileBuffers(file.get()))
+    if (durable && !FlushFileBuffers(file.get()))
         return fail("cannot flush", GetLastError());
     if (!file.Close())
         return fail("cannot close", GetLastError());
     if (!MoveFileExW(temporary.c_str(), path.c_str(),
-                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+                     MOVEFILE_REPLACE_EXISTING |
+                         (durable ? MOVEFILE_WRITE_THROUGH : DWORD{0}))) {
         return fail("cannot rename", GetLastError());
     }
     return std::nullopt;
