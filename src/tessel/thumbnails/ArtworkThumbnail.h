@@ -22,8 +22,9 @@ namespace Tessel {
 inline constexpr const char* kSettingMainThreadWaitMilliseconds =
     "Tessel.Thumbnails.MainThreadWaitMilliseconds";
 
-// Null when the image is not found, is not a PNG (or SVG), or the main thread did not run
-// the drawing in time.
+// Both draw PNG and SVG pictures alike (the image provider tells them apart by their
+// content); the two names are the host's. Null when the image is not found, is neither PNG
+// nor SVG, is corrupt, or the main thread did not run the drawing in time.
 TESSEL_API PelPixHandle RenderPNGToThumbnail(const std::u16string& path, std::uint32_t width,
                                              std::uint32_t height, ImageProvider& images,
                                              double pixelAspect = 1.0);
