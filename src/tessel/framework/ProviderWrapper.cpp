@@ -1,5 +1,9 @@
 #include <tessel/framework/ProviderWrapper.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include <tessel/foundation/Unicode.h>
 
 namespace Tessel {
@@ -28,10 +32,23 @@ ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_reg
     SDKFieldSet narrowFields;
     for (const auto& field : fields) narrowFields.insert(Utf16ToUtf8(field));
     SDKContentMap listing = mProvider->GetContent(Utf16ToUtf8(path), state, narrowFields, request);
+    // Listings can hold a hundred thousand records of many fields: field names are converted
+    // once each, and records are appended in order (UTF-8 and UTF-16 sort alike but for rare
+    // characters, where the hint is merely ignored).
+    std::vector<std::pair<std::string, std::u16string>> wideFields;
+    const auto wideField = [&](const std::string& field) -> const std::u16string& {
+        for (const auto& [narrow, wide] : wideFields) {
+            if (narrow == field) return wide;
+        }
+        return wideFields.emplace_back(field, Utf8ToUtf16(field)).second;
+    };
     ContentMap content;
-    for (auto& [itemPath, properties] : listing) {
-        PropertyMap& record = content[Utf8ToUtf16(itemPath)];
-        for (auto& [field, value] : properties) record.emplace(Utf8ToUtf16(field), std::move(value));
+    for (auto item = listing.begin(); item != listing.end(); item = listing.erase(item)) {
+        PropertyMap record;
+        for (auto& [field, value] : item->second) {
+            record.emplace_hint(record.end(), wideField(field), std::move(value));
+        }
+        content.emplace_hint(content.end(), Utf8ToUtf16(item->first), std::move(record));
     }
     return content;
 }
