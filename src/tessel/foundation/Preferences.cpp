@@ -318,6 +318,10 @@ std::vector<std::string> Preferences::Keys() {
     return {keys.begin(), keys.end()};
 }
 
+std::string Preferences::SetAsideTimestamp() {
+    return LocalTimestamp();
+}
+
 std::string Preferences::GetSetAsidePath() {
     State& state = GetState();
     std::lock_guard lock(state.mutex);

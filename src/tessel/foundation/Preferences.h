@@ -43,6 +43,9 @@ public:
 
     // Where the last unreadable file was moved to, empty when none was.
     static std::string GetSetAsidePath();
+    // The local time, "YYYYMMDD-HHMMSS", that names what is set aside (files here, and
+    // preference values set aside by their owners), so a person can find it.
+    static std::string SetAsideTimestamp();
 };
 
 }  // namespace Tessel

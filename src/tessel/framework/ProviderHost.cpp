@@ -1,7 +1,6 @@
 #include <tessel/framework/ProviderHost.h>
 
 #include <algorithm>
-#include <ctime>
 #include <mutex>
 #include <optional>
 
@@ -65,27 +64,15 @@ constexpr const char* kFavoritesNotWellFormed = "JSON not well-formed";
 // How many "-N" variants of a set-aside preference name are tried.
 constexpr int kMaxSetAsideAttempts = 1000;
 
-// "YYYYMMDD-HHMMSS" in local time, as the preferences name their own set-aside files.
-std::string LocalTimestamp() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-#if defined(_WIN32)
-    localtime_s(&parts, &now);
-#else
-    localtime_r(&now, &parts);
-#endif
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &parts);
-    return text;
-}
-
 // A preference name beside the favorites that nothing holds yet.
 std::optional<std::string> FreeSetAsideKey() {
     const std::vector<std::string> keys = Preferences::Keys();
-    const std::string base = std::string(kFavoritesPreference) + ".unreadable-" + LocalTimestamp();
+    const std::string base =
+        std::string(kFavoritesPreference) + ".unreadable-" + Preferences::SetAsideTimestamp();
     for (int attempt = 1; attempt <= kMaxSetAsideAttempts; ++attempt) {
         std::string key = attempt == 1 ? base : base + "-" + std::to_string(attempt);
-        if (std::find(keys.begin(), keys.end(), key) == keys.end()) return key;
+        if (std::find(keys.begin(), keys.end(), key) == keys.end())
+            return key;
     }
     return std::nullopt;
 }
@@ -93,15 +80,20 @@ std::optional<std::string> FreeSetAsideKey() {
 // The stored list, or std::nullopt when TEXT is not of the favorites' shape. A list with
 // anything but strings in it is refused whole: saving only its strings would lose the rest.
 std::optional<std::list<std::u16string>> ParseFavorites(const std::string& text) {
-    if (text.empty()) return std::list<std::u16string>();
-    if (!detail::JsonNestingWithin(text, detail::kMaxJsonTextDepth)) return std::nullopt;
+    if (text.empty())
+        return std::list<std::u16string>();
+    if (!detail::JsonNestingWithin(text, detail::kMaxJsonTextDepth))
+        return std::nullopt;
     const nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
-    if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
+    if (parsed.is_discarded() || !parsed.is_object())
+        return std::nullopt;
     const auto member = parsed.find(kFavoritesWrapperKey);
-    if (member == parsed.end() || !member->is_array()) return std::nullopt;
+    if (member == parsed.end() || !member->is_array())
+        return std::nullopt;
     std::list<std::u16string> paths;
     for (const auto& entry : *member) {
-        if (!entry.is_string()) return std::nullopt;
+        if (!entry.is_string())
+            return std::nullopt;
         paths.push_back(Utf8ToUtf16(entry.get<std::string>()));
     }
     return paths;
@@ -155,19 +147,23 @@ std::optional<std::string> LoadFavoritesLocked(FavoritesState& favorites,
 
 // Loads the stored list once since Initialize, when a favorites provider is registered.
 void EnsureFavoritesLoaded(FavoritesState& favorites, ProviderWrapper* wrapper) {
-    if (favorites.loaded || !wrapper) return;
+    if (favorites.loaded || !wrapper)
+        return;
     std::lock_guard lock(favorites.mutex);
-    if (!favorites.loaded) LoadFavoritesLocked(favorites, wrapper);
+    if (!favorites.loaded)
+        LoadFavoritesLocked(favorites, wrapper);
 }
 
 void SaveFavorites(const std::list<std::u16string>& favorites) {
     nlohmann::json paths = nlohmann::json::array();
-    for (const auto& path : favorites) paths.push_back(Utf16ToUtf8(path));
+    for (const auto& path : favorites)
+        paths.push_back(Utf16ToUtf8(path));
     nlohmann::json wrapped = {{kFavoritesWrapperKey, paths}};
-    Preferences::SetValue(kFavoritesPreference,
-                          Utf8ToUtf16(wrapped.dump(-1, ' ', false,
-                                                   nlohmann::json::error_handler_t::replace)));
-    if (auto error = Preferences::Save()) Trace::Write("Favorites", "cannot save: " + *error);
+    Preferences::SetValue(
+        kFavoritesPreference,
+        Utf8ToUtf16(wrapped.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)));
+    if (auto error = Preferences::Save())
+        Trace::Write("Favorites", "cannot save: " + *error);
 }
 
 }  // namespace
@@ -175,13 +171,15 @@ void SaveFavorites(const std::list<std::u16string>& favorites) {
 void ProviderHost::Initialize() {
     HostState& state = State();
     std::int32_t expected = 0;
-    if (!state.initialized.compare_exchange_strong(expected, 1)) return;
+    if (!state.initialized.compare_exchange_strong(expected, 1))
+        return;
 
     ImageResources::Setup();
     RegisterBuiltInProviders();
     {
         std::lock_guard lock(state.executorMutex);
-        if (!state.lowPriority) state.lowPriority = MakeExecutor(kSettingContentLowPriorityThreads);
+        if (!state.lowPriority)
+            state.lowPriority = MakeExecutor(kSettingContentLowPriorityThreads);
         if (!state.highPriority) {
             state.highPriority = MakeExecutor(kSettingContentHighPriorityThreads);
         }
@@ -194,7 +192,8 @@ void ProviderHost::Initialize() {
         state.favorites.mustNotSave = false;
     }
     MainThread::Post([] {
-        if (!IsInitialized()) return;
+        if (!IsInitialized())
+            return;
         EnsureFavoritesLoaded(State().favorites, FirstProviderFor(kFavoritesListPath));
     });
 }
@@ -202,7 +201,8 @@ void ProviderHost::Initialize() {
 void ProviderHost::Shutdown() {
     HostState& state = State();
     std::int32_t expected = 1;
-    if (!state.initialized.compare_exchange_strong(expected, 0)) return;
+    if (!state.initialized.compare_exchange_strong(expected, 0))
+        return;
 
     Messaging::DisposeStation(sProviderHostStation);
     for (std::shared_ptr<Executor>* slot : {&state.lowPriority, &state.highPriority}) {
@@ -218,43 +218,52 @@ void ProviderHost::Shutdown() {
         }
     }
     // Destroyed in registration order.
-    for (auto& wrapper : state.providers) wrapper.reset();
+    for (auto& wrapper : state.providers)
+        wrapper.reset();
     state.providers.clear();
     // Watches the providers started end with them, and the notification thread is joined.
     MF::DirectoryChangeMonitor::StopAll();
     ImageResources::Release();
 }
 
-bool ProviderHost::IsInitialized() { return State().initialized.load() == 1; }
-
-void ProviderHost::RegisterProvider(std::unique_ptr<ProviderWrapper> wrapper) {
-    if (wrapper) State().providers.push_back(std::move(wrapper));
+bool ProviderHost::IsInitialized() {
+    return State().initialized.load() == 1;
 }
 
-const ProviderHost::ProviderList& ProviderHost::GetAllProviders() { return State().providers; }
+void ProviderHost::RegisterProvider(std::unique_ptr<ProviderWrapper> wrapper) {
+    if (wrapper)
+        State().providers.push_back(std::move(wrapper));
+}
+
+const ProviderHost::ProviderList& ProviderHost::GetAllProviders() {
+    return State().providers;
+}
 
 std::vector<ProviderWrapper*> ProviderHost::GetProviderList(const std::u16string& path,
                                                             const any_regular_t& state) {
     return SelectProviders(path, state, nullptr, {}, false);
 }
 
-std::vector<ProviderWrapper*> ProviderHost::SelectProviders(const std::u16string& path,
-                                                            const any_regular_t& state,
-                                                            ProviderRequest* request,
-                                                            const AbortPredicate& abort,
-                                                            bool firstMatchOnly,
-                                                            std::vector<int>* scores) {
-    if (scores) scores->clear();
-    if (path.empty()) return {};
+std::vector<ProviderWrapper*> ProviderHost::SelectProviders(
+    const std::u16string& path, const any_regular_t& state, ProviderRequest* request,
+    const AbortPredicate& abort, bool firstMatchOnly, std::vector<int>* scores) {
+    if (scores)
+        scores->clear();
+    if (path.empty())
+        return {};
     DirectoryContents contents(path);
     std::vector<std::pair<int, ProviderWrapper*>> matches;
     for (const auto& wrapper : State().providers) {
-        if (request && request->GetAbort()) return {};
-        if (!wrapper) return {};
+        if (request && request->GetAbort())
+            return {};
+        if (!wrapper)
+            return {};
         const int score = wrapper->CanProvideFor(path, state, contents, abort);
-        if (score <= 0) continue;
+        if (score <= 0)
+            continue;
         matches.emplace_back(score, wrapper.get());
-        if (firstMatchOnly) break;
+        if (firstMatchOnly)
+            break;
     }
     std::stable_sort(matches.begin(), matches.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
@@ -262,7 +271,8 @@ std::vector<ProviderWrapper*> ProviderHost::SelectProviders(const std::u16string
     result.reserve(matches.size());
     for (const auto& match : matches) {
         result.push_back(match.second);
-        if (scores) scores->push_back(match.first);
+        if (scores)
+            scores->push_back(match.first);
     }
     return result;
 }
@@ -271,10 +281,13 @@ bool ProviderHost::HasProvider(const std::u16string& path, const any_regular_t& 
                                bool excludeProjectBased) {
     DirectoryContents contents(path);
     for (const auto& wrapper : State().providers) {
-        if (!wrapper) break;
-        if (excludeProjectBased && wrapper->IsProjectBasedProvider()) continue;
+        if (!wrapper)
+            break;
+        if (excludeProjectBased && wrapper->IsProjectBasedProvider())
+            continue;
         // Any non-zero answer counts here, negative ones included, unlike selection.
-        if (wrapper->CanProvideFor(path, state, contents, {}) != 0) return true;
+        if (wrapper->CanProvideFor(path, state, contents, {}) != 0)
+            return true;
     }
     return false;
 }
@@ -282,9 +295,12 @@ bool ProviderHost::HasProvider(const std::u16string& path, const any_regular_t& 
 bool ProviderHost::HasProjectBasedProvider(const std::u16string& path, const any_regular_t& state) {
     DirectoryContents contents(path);
     for (const auto& wrapper : State().providers) {
-        if (!wrapper) break;
-        if (!wrapper->IsProjectBasedProvider()) continue;
-        if (wrapper->CanProvideFor(path, state, contents, {}) != 0) return true;
+        if (!wrapper)
+            break;
+        if (!wrapper->IsProjectBasedProvider())
+            continue;
+        if (wrapper->CanProvideFor(path, state, contents, {}) != 0)
+            return true;
     }
     return false;
 }
@@ -292,8 +308,10 @@ bool ProviderHost::HasProjectBasedProvider(const std::u16string& path, const any
 ProviderWrapper* ProviderHost::FirstProviderFor(const std::u16string& path) {
     DirectoryContents contents(path);
     for (const auto& wrapper : State().providers) {
-        if (!wrapper) break;
-        if (wrapper->CanProvideFor(path, any_regular_t(), contents, {}) != 0) return wrapper.get();
+        if (!wrapper)
+            break;
+        if (wrapper->CanProvideFor(path, any_regular_t(), contents, {}) != 0)
+            return wrapper.get();
     }
     return nullptr;
 }
@@ -309,12 +327,14 @@ bool ProviderHost::IsUserLoggedInToCloudStorage(const std::u16string& path) {
 }
 
 void ProviderHost::LoginToCloudStorage(const std::u16string& path) {
-    if (ProviderWrapper* wrapper = FirstProviderFor(path)) wrapper->Login();
+    if (ProviderWrapper* wrapper = FirstProviderFor(path))
+        wrapper->Login();
 }
 
 bool ProviderHost::IsDefaultDirectoryAssetProvider(const std::u16string& identification) {
     for (const auto& wrapper : State().providers) {
-        if (!wrapper) return false;
+        if (!wrapper)
+            return false;
         if (wrapper->GetIdentification() == identification) {
             return wrapper->IsDefaultDirectoryAssetProvider();
         }
@@ -324,7 +344,8 @@ bool ProviderHost::IsDefaultDirectoryAssetProvider(const std::u16string& identif
 
 ProviderWrapper* ProviderHost::FindProvider(const std::u16string& identification) {
     for (const auto& wrapper : State().providers) {
-        if (wrapper && wrapper->GetIdentification() == identification) return wrapper.get();
+        if (wrapper && wrapper->GetIdentification() == identification)
+            return wrapper.get();
     }
     return nullptr;
 }
@@ -341,11 +362,13 @@ std::list<std::u16string> ProviderHost::GetFavorites() {
 void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
                                    FavoriteOperation operation) {
     ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath);
-    if (!wrapper) return;
+    if (!wrapper)
+        return;
     FavoritesState& state = State().favorites;
     {
         std::lock_guard lock(state.mutex);
-        if (!state.loaded) LoadFavoritesLocked(state, wrapper);
+        if (!state.loaded)
+            LoadFavoritesLocked(state, wrapper);
         if (operation == FavoriteOperation::Add) {
             wrapper->AddProviderManagedPaths(paths);
         } else if (operation == FavoriteOperation::Remove) {
@@ -367,7 +390,8 @@ void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
 
 std::optional<std::string> ProviderHost::LoadFavorites() {
     ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath);
-    if (!wrapper) return std::nullopt;
+    if (!wrapper)
+        return std::nullopt;
     FavoritesState& state = State().favorites;
     std::lock_guard lock(state.mutex);
     return LoadFavoritesLocked(state, wrapper);
@@ -419,6 +443,8 @@ ClassRef<HasPossibleDirectoryContentRequest> ProviderHost::RequestHasPossibleDir
     return request;
 }
 
-void RequestForceUpdate() { SendToHostStation<RequestForceUpdateMessage>(); }
+void RequestForceUpdate() {
+    SendToHostStation<RequestForceUpdateMessage>();
+}
 
 }  // namespace Tessel

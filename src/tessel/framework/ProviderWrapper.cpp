@@ -30,7 +30,8 @@ int ProviderWrapper::CanProvideFor(const std::u16string& path, const any_regular
 ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_regular_t& state,
                                        const FieldSet& fields, ProviderRequest* request) const {
     SDKFieldSet narrowFields;
-    for (const auto& field : fields) narrowFields.insert(Utf16ToUtf8(field));
+    for (const auto& field : fields)
+        narrowFields.insert(Utf16ToUtf8(field));
     SDKContentMap listing = mProvider->GetContent(Utf16ToUtf8(path), state, narrowFields, request);
     // Listings can hold a hundred thousand records of many fields: field names are converted
     // once each, and records are appended in order (UTF-8 and UTF-16 sort alike but for rare
@@ -38,7 +39,8 @@ ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_reg
     std::vector<std::pair<std::string, std::u16string>> wideFields;
     const auto wideField = [&](const std::string& field) -> const std::u16string& {
         for (const auto& [narrow, wide] : wideFields) {
-            if (narrow == field) return wide;
+            if (narrow == field)
+                return wide;
         }
         return wideFields.emplace_back(field, Utf8ToUtf16(field)).second;
     };
@@ -60,13 +62,15 @@ bool ProviderWrapper::GetHasPossibleDirectoryContent(const std::u16string& path,
 
 FieldSet ProviderWrapper::GetFieldList() const {
     FieldSet fields;
-    for (const auto& field : mProvider->GetFieldList()) fields.insert(Utf8ToUtf16(field));
+    for (const auto& field : mProvider->GetFieldList())
+        fields.insert(Utf8ToUtf16(field));
     return fields;
 }
 
 std::vector<std::u16string> ProviderWrapper::GetDefaultFieldList() const {
     std::vector<std::u16string> fields;
-    for (const auto& field : mProvider->GetDefaultFieldList()) fields.push_back(Utf8ToUtf16(field));
+    for (const auto& field : mProvider->GetDefaultFieldList())
+        fields.push_back(Utf8ToUtf16(field));
     return fields;
 }
 
@@ -78,7 +82,9 @@ std::u16string ProviderWrapper::GetIdentification() const {
     return Utf8ToUtf16(mProvider->GetIdentification());
 }
 
-std::u16string ProviderWrapper::GetUIString() const { return Utf8ToUtf16(mProvider->GetUIString()); }
+std::u16string ProviderWrapper::GetUIString() const {
+    return Utf8ToUtf16(mProvider->GetUIString());
+}
 
 std::uint32_t ProviderWrapper::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) const {
     return mProvider->GetMaximumThumbnailHeight(requestedHeight);
@@ -91,7 +97,8 @@ MF::IVideoFrameRef ProviderWrapper::GetThumbnail(const std::u16string& itemPath,
                                                  ProviderRequest* request) const {
     PelPixHandle buffer = mProvider->GetThumbnail(Utf16ToUtf8(itemPath), Utf16ToUtf8(extraPath),
                                                   state, width, height, request);
-    if (!buffer || !*buffer) return nullptr;
+    if (!buffer || !*buffer)
+        return nullptr;
     MF::IVideoFrameRef frame = MF::CreateVideoFrameFromPelPix(buffer);
     pelpixDispose(buffer);
     return frame;
@@ -104,15 +111,27 @@ bool ProviderWrapper::PathHasAccessPermission(const std::u16string& path) const 
 bool ProviderWrapper::IsDefaultDirectoryAssetProvider() const {
     return mProvider->IsDefaultDirectoryAssetProvider();
 }
-bool ProviderWrapper::ShouldCheckFilter() const { return mProvider->ShouldCheckFilter(); }
-bool ProviderWrapper::IsSelectable() const { return mProvider->IsSelectable(); }
-bool ProviderWrapper::IsProjectBasedProvider() const { return mProvider->IsProjectBasedProvider(); }
+bool ProviderWrapper::ShouldCheckFilter() const {
+    return mProvider->ShouldCheckFilter();
+}
+bool ProviderWrapper::IsSelectable() const {
+    return mProvider->IsSelectable();
+}
+bool ProviderWrapper::IsProjectBasedProvider() const {
+    return mProvider->IsProjectBasedProvider();
+}
 bool ProviderWrapper::IsRestrictedToMediaOnlyViews() const {
     return mProvider->IsRestrictedToMediaOnlyViews();
 }
-bool ProviderWrapper::IsCloudStorageProvider() const { return mProvider->IsCloudStorageType(); }
-bool ProviderWrapper::IsUserLoggedIn() const { return mProvider->IsUserLoggedIn(); }
-void ProviderWrapper::Login() const { mProvider->Login(); }
+bool ProviderWrapper::IsCloudStorageProvider() const {
+    return mProvider->IsCloudStorageType();
+}
+bool ProviderWrapper::IsUserLoggedIn() const {
+    return mProvider->IsUserLoggedIn();
+}
+void ProviderWrapper::Login() const {
+    mProvider->Login();
+}
 
 bool ProviderWrapper::ShouldMonitorPath(const std::u16string& path) const {
     return mProvider->ShouldMonitorPath(path);
@@ -187,7 +206,8 @@ bool ProviderWrapper::OnMenuItemIDStatus(std::int32_t id, const SelectedPaths& p
     auto* menus = CapabilityOf<MenuProviderInterface>(mProvider);
     return menus && menus->OnMenuItemIDStatus(id, paths, states, enabled);
 }
-void ProviderWrapper::PostProcessProjectItemForMenuItemID(std::int32_t id, ProjectItem& item) const {
+void ProviderWrapper::PostProcessProjectItemForMenuItemID(std::int32_t id,
+                                                          ProjectItem& item) const {
     if (auto* menus = CapabilityOf<MenuProviderInterface>(mProvider)) {
         menus->PostProcessProjectItemForMenuItemID(id, item);
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,8 +20,9 @@ enum class ReadFileStatus {
 };
 
 // Reads all of PATH into OUT. ERROR receives a message when the answer is Failed.
+// A file larger than MAX_BYTES is refused (Failed) without being read whole.
 TESSEL_API ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out,
-                                        std::string& error);
+                                        std::string& error, std::uint64_t maxBytes = UINT64_MAX);
 
 // Replaces PATH with CONTENT so that a crash at any moment leaves either the old file or the
 // new one, complete: CONTENT goes to a uniquely named temporary file in the same folder
@@ -32,9 +34,9 @@ TESSEL_API ReadFileStatus ReadWholeFile(const NativeString& path, std::string& o
 // for a person) is only renamed into place whole, which is much quicker.
 enum class Durability { Durable, Replaceable };
 
-TESSEL_API std::optional<std::string> WriteFileAtomically(const NativeString& path,
-                                                          std::string_view content,
-                                                          Durability durability = Durability::Durable);
+TESSEL_API std::optional<std::string> WriteFileAtomically(
+    const NativeString& path, std::string_view content,
+    Durability durability = Durability::Durable);
 
 // The prefix of the temporary files WriteFileAtomically makes for PATH (leaf name only).
 TESSEL_API NativeString AtomicTemporaryPrefix(const NativeString& path);

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -20,15 +21,24 @@ using Platform::FileIconKind;
 
 const char* ArtworkFor(FileIconKind kind) {
     switch (kind) {
-        case FileIconKind::Folder: return "folder.svg";
-        case FileIconKind::Drive: return "drive.svg";
-        case FileIconKind::RemovableDrive: return "removable-drive.svg";
-        case FileIconKind::NetworkShare: return "network-share.svg";
-        case FileIconKind::Video: return "video.svg";
-        case FileIconKind::Audio: return "audio.svg";
-        case FileIconKind::Image: return "image.svg";
-        case FileIconKind::Document: return "document.svg";
-        case FileIconKind::File: break;
+        case FileIconKind::Folder:
+            return "folder.svg";
+        case FileIconKind::Drive:
+            return "drive.svg";
+        case FileIconKind::RemovableDrive:
+            return "removable-drive.svg";
+        case FileIconKind::NetworkShare:
+            return "network-share.svg";
+        case FileIconKind::Video:
+            return "video.svg";
+        case FileIconKind::Audio:
+            return "audio.svg";
+        case FileIconKind::Image:
+            return "image.svg";
+        case FileIconKind::Document:
+            return "document.svg";
+        case FileIconKind::File:
+            break;
     }
     return "file.svg";
 }
@@ -36,7 +46,8 @@ const char* ArtworkFor(FileIconKind kind) {
 // Icons are drawn once per kind and size; listings ask for the same few again and again.
 struct IconCache {
     std::mutex mutex;
-    std::map<std::pair<FileIconKind, std::uint32_t>, std::optional<RasterImage>> icons;
+    // Null for an icon that could not be drawn.
+    std::map<std::pair<FileIconKind, std::uint32_t>, std::shared_ptr<const RasterImage>> icons;
 };
 
 IconCache& Cache() {
@@ -44,13 +55,16 @@ IconCache& Cache() {
     return *cache;
 }
 
-std::optional<RasterImage> DrawIcon(FileIconKind kind, std::uint32_t size) {
+std::shared_ptr<const RasterImage> DrawIcon(FileIconKind kind, std::uint32_t size) {
     IconCache& cache = Cache();
     std::lock_guard lock(cache.mutex);
     auto found = cache.icons.find({kind, size});
     if (found == cache.icons.end()) {
-        std::optional<RasterImage> image;
-        if (auto svg = Artwork::Find(ArtworkFor(kind))) image = RasterizeSvg(*svg, size, size);
+        std::shared_ptr<const RasterImage> image;
+        if (auto svg = Artwork::Find(ArtworkFor(kind))) {
+            if (auto drawn = RasterizeSvg(*svg, size, size))
+                image = std::make_shared<const RasterImage>(std::move(*drawn));
+        }
         found = cache.icons.emplace(std::make_pair(kind, size), std::move(image)).first;
     }
     return found->second;
@@ -61,12 +75,14 @@ std::optional<RasterImage> DrawIcon(FileIconKind kind, std::uint32_t size) {
 std::uint32_t ChooseIconSize(std::uint32_t requested, std::uint32_t largest) {
     constexpr std::array<std::uint32_t, 4> kSizes{16, 32, 48, 256};
     std::uint32_t wanted = requested == 0 ? 256 : requested;
-    if (largest != 0 && wanted > largest) wanted = largest;
+    if (largest != 0 && wanted > largest)
+        wanted = largest;
     std::uint32_t best = kSizes.front();
     for (std::uint32_t size : kSizes) {
         const auto distance = [&](std::uint32_t s) { return s > wanted ? s - wanted : wanted - s; };
         // Strictly nearer only, so a tie keeps the smaller size found first.
-        if (distance(size) < distance(best)) best = size;
+        if (distance(size) < distance(best))
+            best = size;
     }
     return best;
 }
@@ -80,9 +96,11 @@ PelPixHandle RenderFileIconThumbnail(const std::string& directoryPart, const std
         }
         path += filePart;
     }
-    if (path.empty()) return nullptr;
+    if (path.empty())
+        return nullptr;
     const FileIconKind kind = Platform::ClassifyFileIcon(Path::ToNative(std::string_view(path)));
-    const std::optional<RasterImage> icon = DrawIcon(kind, ChooseIconSize(size, largestSize));
+    const std::shared_ptr<const RasterImage> icon =
+        DrawIcon(kind, ChooseIconSize(size, largestSize));
     return icon ? RasterImageToPelPix(*icon) : nullptr;
 }
 

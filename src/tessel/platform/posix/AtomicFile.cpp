@@ -94,7 +94,8 @@ std::string UniqueSuffix() {
 
 }  // namespace
 
-ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error) {
+ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error,
+                             std::uint64_t maxBytes) {
     out.clear();
     // Devices and FIFOs are refused before they are opened; opening is also non-blocking
     // in case the entry is swapped for a FIFO in between.
@@ -130,8 +131,20 @@ ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::st
         error = "it is not a regular file";
         return ReadFileStatus::Failed;
     }
+    const std::string tooLarge = "it is larger than " + std::to_string(maxBytes) + " bytes";
+    if (static_cast<std::uint64_t>(info.st_size) > maxBytes) {
+        error = tooLarge;
+        return ReadFileStatus::Failed;
+    }
+    out.reserve(static_cast<std::size_t>(info.st_size));
     char buffer[65536];
     for (;;) {
+        // A file that grows while it is read is held to the limit too.
+        if (out.size() > maxBytes) {
+            error = tooLarge;
+            out.clear();
+            return ReadFileStatus::Failed;
+        }
         const ssize_t count = ::read(fd, buffer, sizeof buffer);
         if (count == 0)
             break;

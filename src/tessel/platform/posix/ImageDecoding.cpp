@@ -5,9 +5,7 @@
 // decoder would allocate whatever size a header claims.
 #include <tessel/platform/ImageDecoding.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <tessel/platform/AtomicFile.h>
 
 #include <png.h>
 #include <stb_image.h>
@@ -711,21 +709,6 @@ std::optional<DecodedBitmap> DecodeWithStb(std::span<const std::uint8_t> bytes,
     return bitmap;
 }
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : mFd(fd) {}
-    ~FileDescriptor() {
-        if (mFd >= 0)
-            ::close(mFd);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return mFd; }
-
-private:
-    int mFd;
-};
-
 }  // namespace
 
 std::optional<ImageInfo> ReadImageInfo(std::span<const std::uint8_t> bytes) {
@@ -754,49 +737,14 @@ std::optional<DecodedBitmap> DecodeImage(std::span<const std::uint8_t> bytes,
 }
 
 std::optional<std::vector<std::uint8_t>> ReadImageFile(const NativeString& path) {
-    if (path.empty() || path.find('\0') != NativeString::npos)
-        return std::nullopt;
-    // FIFOs and devices are refused before they are opened; the open is non-blocking too,
-    // in case the entry is swapped for a FIFO in between.
-    struct stat before;
-    if (::stat(path.c_str(), &before) != 0 || !S_ISREG(before.st_mode))
-        return std::nullopt;
-    int fd;
-    do {
-        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    } while (fd < 0 && errno == EINTR);
-    if (fd < 0)
-        return std::nullopt;
-    FileDescriptor file(fd);
-    struct stat info;
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0 ||
-        static_cast<std::uint64_t>(info.st_size) > kMaximumImageFileBytes)
-        return std::nullopt;
-
-    std::vector<std::uint8_t> bytes;
-    try {
-        bytes.resize(static_cast<std::size_t>(info.st_size));
-    } catch (const std::bad_alloc&) {
+    std::string bytes;
+    std::string error;
+    if (path.empty() || path.find('\0') != NativeString::npos ||
+        ReadWholeFile(path, bytes, error, kMaximumImageFileBytes) != ReadFileStatus::Ok ||
+        bytes.empty()) {
         return std::nullopt;
     }
-    // A file that shrinks while it is read keeps what was there; one that grows is read
-    // only up to the size it had.
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t count = ::read(fd, bytes.data() + done, bytes.size() - done);
-        if (count < 0) {
-            if (errno == EINTR)
-                continue;
-            return std::nullopt;
-        }
-        if (count == 0)
-            break;
-        done += static_cast<std::size_t>(count);
-    }
-    if (done == 0)
-        return std::nullopt;
-    bytes.resize(done);
-    return bytes;
+    return std::vector<std::uint8_t>(bytes.begin(), bytes.end());
 }
 
 std::optional<DecodedBitmap> DecodeImageFile(const NativeString& path, std::uint32_t hintWidth,

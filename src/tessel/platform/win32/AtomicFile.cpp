@@ -92,7 +92,8 @@ std::wstring UniqueSuffix() {
 
 }  // namespace
 
-ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error) {
+ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error,
+                             std::uint64_t maxBytes) {
     out.clear();
     Handle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -106,6 +107,11 @@ ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::st
     }
     char buffer[65536];
     for (;;) {
+        if (out.size() > maxBytes) {
+            error = "it is larger than " + std::to_string(maxBytes) + " bytes";
+            out.clear();
+            return ReadFileStatus::Failed;
+        }
         DWORD count = 0;
         if (!ReadFile(file.get(), buffer, sizeof buffer, &count, nullptr)) {
             error = ErrorText(GetLastError());
@@ -168,8 +174,7 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
     if (!file.Close())
         return fail("cannot close", GetLastError());
     if (!MoveFileExW(temporary.c_str(), path.c_str(),
-                     MOVEFILE_REPLACE_EXISTING |
-                         (durable ? MOVEFILE_WRITE_THROUGH : DWORD{0}))) {
+                     MOVEFILE_REPLACE_EXISTING | (durable ? MOVEFILE_WRITE_THROUGH : DWORD{0}))) {
         return fail("cannot rename", GetLastError());
     }
     return std::nullopt;

@@ -133,15 +133,10 @@ std::optional<std::string> FormatProjectLock(const ProjectLock& lock) {
 
 std::optional<ProjectLock> ReadProjectLockFile(std::string_view projectPath) {
     const Platform::NativeString lockPath = Path::ToNative(ProjectLockFilePath(projectPath));
-    // ReadWholeFile reads all there is, so a file too large to be a lock is refused first.
-    // This also answers for the usual case, a project nobody holds: the file is missing.
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(std::filesystem::path(lockPath), error);
-    if (error || size > kMaximumProjectLockFileSize)
-        return std::nullopt;
     std::string text;
     std::string message;
-    if (Platform::ReadWholeFile(lockPath, text, message) != Platform::ReadFileStatus::Ok) {
+    if (Platform::ReadWholeFile(lockPath, text, message, kMaximumProjectLockFileSize) !=
+        Platform::ReadFileStatus::Ok) {
         return std::nullopt;
     }
     return ParseProjectLock(text);

@@ -1,7 +1,6 @@
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <set>
 
@@ -63,19 +62,13 @@ std::optional<std::string> ReadClientFile(const std::string& path) {
     const Platform::NativeString native = Path::ToNative(std::string_view(path));
     if (Platform::GetPathKind(native) != Platform::PathKind::File)
         return std::nullopt;
-    std::error_code error;
-    const auto size = std::filesystem::file_size(std::filesystem::path(native), error);
-    if (error || size > kMaximumCloudConfigBytes)
-        return std::nullopt;
     std::string bytes;
     std::string message;
-    if (Platform::ReadWholeFile(native, bytes, message) != Platform::ReadFileStatus::Ok) {
+    if (Platform::ReadWholeFile(native, bytes, message, kMaximumCloudConfigBytes) !=
+        Platform::ReadFileStatus::Ok) {
         Trace::Write(kTraceCategory, "cannot read " + ToDisplayUtf8(path) + ": " + message);
         return std::nullopt;
     }
-    // It may have grown between the two looks.
-    if (bytes.size() > kMaximumCloudConfigBytes)
-        return std::nullopt;
     return bytes;
 }
 

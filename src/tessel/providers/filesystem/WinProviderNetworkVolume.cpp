@@ -19,10 +19,7 @@ SDKContentMap WinProviderNetworkVolume::GetContent(const std::string&, const any
 }
 
 SDKFieldSet WinProviderNetworkVolume::GetFieldList() {
-    SDKFieldSet fields;
-    for (const auto& column : VolumeListColumns())
-        fields.insert(column.first);
-    return fields;
+    return VolumeListFields();
 }
 
 std::vector<std::string> WinProviderNetworkVolume::GetDefaultFieldList() {
@@ -30,11 +27,7 @@ std::vector<std::string> WinProviderNetworkVolume::GetDefaultFieldList() {
 }
 
 std::map<std::u16string, std::u16string> WinProviderNetworkVolume::GetFieldLabelList() {
-    std::map<std::u16string, std::u16string> labels;
-    for (const auto& [key, label] : VolumeListColumns()) {
-        labels.emplace(Utf8ToUtf16(key), LocalizeUtf16(label));
-    }
-    return labels;
+    return VolumeListLabels();
 }
 
 int WinProviderNetworkVolume::CanProvideFor(const std::string& path, const any_regular_t&,

@@ -25,11 +25,23 @@ SDKContentMap WinProviderVolume::GetContent(const std::string&, const any_regula
     return content;
 }
 
-SDKFieldSet WinProviderVolume::GetFieldList() {
+SDKFieldSet VolumeListFields() {
     SDKFieldSet fields;
     for (const auto& column : VolumeListColumns())
         fields.insert(column.first);
     return fields;
+}
+
+std::map<std::u16string, std::u16string> VolumeListLabels() {
+    std::map<std::u16string, std::u16string> labels;
+    for (const auto& [key, label] : VolumeListColumns()) {
+        labels.emplace(Utf8ToUtf16(key), LocalizeUtf16(label));
+    }
+    return labels;
+}
+
+SDKFieldSet WinProviderVolume::GetFieldList() {
+    return VolumeListFields();
 }
 
 std::vector<std::string> WinProviderVolume::GetDefaultFieldList() {
@@ -37,11 +49,7 @@ std::vector<std::string> WinProviderVolume::GetDefaultFieldList() {
 }
 
 std::map<std::u16string, std::u16string> WinProviderVolume::GetFieldLabelList() {
-    std::map<std::u16string, std::u16string> labels;
-    for (const auto& [key, label] : VolumeListColumns()) {
-        labels.emplace(Utf8ToUtf16(key), LocalizeUtf16(label));
-    }
-    return labels;
+    return VolumeListLabels();
 }
 
 int WinProviderVolume::CanProvideFor(const std::string& path, const any_regular_t&,

@@ -15,6 +15,9 @@ namespace Tessel {
 
 // The column table of both volume lists, in bit order: (field key, localization key).
 TESSEL_API const std::vector<std::pair<std::string, std::string>>& VolumeListColumns();
+// Its field keys, and each key with its localized label.
+TESSEL_API SDKFieldSet VolumeListFields();
+TESSEL_API std::map<std::u16string, std::u16string> VolumeListLabels();
 
 class TESSEL_API WinProviderVolume : public Provider {
 public:
