@@ -45,41 +45,31 @@ Result RunTool(std::vector<std::string> args) {
     return {status, out.str(), err.str()};
 }
 
-bool IsRegistered(const char* className) {
-    return ProviderHost::FindProvider(Utf8ToUtf16(std::string(kProviderIDPrefix) + className));
-}
-
 // Registers the file-system list providers the host does not have yet.
 void RegisterListProviders() {
-    if (!IsRegistered("WinProviderVolume")) {
-        Tessel::Test::Register(std::make_shared<WinProviderVolume>());
-    }
-    if (!IsRegistered("WinProviderNetworkVolume")) {
-        Tessel::Test::Register(std::make_shared<WinProviderNetworkVolume>());
-    }
-    if (!IsRegistered("ProviderFavorites")) {
-        Tessel::Test::Register(std::make_shared<ProviderFavorites>());
-    }
-    if (!IsRegistered("ProviderCloudSync")) {
-        Tessel::Test::Register(std::make_shared<ProviderCloudSync>());
-    }
+    const auto add = [](const char* className, auto make) {
+        if (!ProviderHost::FindProvider(Utf8ToUtf16(std::string(kProviderIDPrefix) + className)))
+            Tessel::Test::Register(make());
+    };
+    add("WinProviderVolume", [] { return std::make_shared<WinProviderVolume>(); });
+    add("WinProviderNetworkVolume", [] { return std::make_shared<WinProviderNetworkVolume>(); });
+    add("ProviderFavorites", [] { return std::make_shared<ProviderFavorites>(); });
+    add("ProviderCloudSync", [] { return std::make_shared<ProviderCloudSync>(); });
 }
 
 // Preferences in a temporary folder, read before the host starts; forgotten at the end.
-class PrefsFile {
-public:
-    explicit PrefsFile(const fs::path& file) : mFile(file.string()) {
-        Preferences::UseFile(mFile);
+struct PrefsFile {
+    explicit PrefsFile(const fs::path& file) : path(file.string()) {
+        Preferences::UseFile(path);
         EXPECT_FALSE(Preferences::Load());
     }
     ~PrefsFile() { Preferences::UseFile({}); }
-    PrefsFile(const PrefsFile&) = delete;
-    PrefsFile& operator=(const PrefsFile&) = delete;
-    const std::string& str() const { return mFile; }
-
-private:
-    std::string mFile;
+    const std::string path;
 };
+
+const char* const kCloudServices[] = {"Dropbox",      "Dropbox (Business)", "Google Drive",
+                                      "iCloud Drive", "One Drive",          "One Drive (Business)",
+                                      "Framecast"};
 
 TEST(FileSystemCommands, FavoritesAreListedAddedAndRemoved) {
     Tessel::Test::TempDir dir;
@@ -89,12 +79,12 @@ TEST(FileSystemCommands, FavoritesAreListedAddedAndRemoved) {
     Tessel::Test::HostFixture host;
     RegisterListProviders();
 
-    Result empty = RunTool({"--prefs", prefs.str(), "favorites"});
+    Result empty = RunTool({"--prefs", prefs.path, "favorites"});
     EXPECT_EQ(empty.status, 0);
     EXPECT_EQ(empty.out, "");
     EXPECT_EQ(empty.err, "tessel: there are no favorites\n");
 
-    Result added = RunTool({"--prefs", prefs.str(), "favorites", "add", b, a + "/"});
+    Result added = RunTool({"--prefs", prefs.path, "favorites", "add", b, a + "/"});
     ASSERT_EQ(added.status, 0) << added.err;
     EXPECT_EQ(added.out, a + "\n" + b + "\n");
 
@@ -113,7 +103,7 @@ TEST(FileSystemCommands, FavoritesAreListedAddedAndRemoved) {
     EXPECT_EQ(nlohmann::json::parse(json.out),
               nlohmann::json({{"favorites", nlohmann::json::array({b})}}));
 
-    std::ifstream in(prefs.str());
+    std::ifstream in(prefs.path);
     const nlohmann::json onDisk = nlohmann::json::parse(in);
     EXPECT_EQ(onDisk.at(kFavoritesPreference),
               nlohmann::json({{"SerializerWrappedObject", {b}}}).dump());
@@ -131,7 +121,7 @@ TEST(FileSystemCommands, AMalformedFavoritesValueIsReportedWithWhereItWasKept) {
     Tessel::Test::HostFixture host;
     RegisterListProviders();
 
-    Result result = RunTool({"--prefs", prefs.str(), "favorites", "--json"});
+    Result result = RunTool({"--prefs", prefs.path, "favorites", "--json"});
     ASSERT_EQ(result.status, 0) << result.err;
     const nlohmann::json doc = nlohmann::json::parse(result.out);
     EXPECT_TRUE(doc.at("favorites").empty());
@@ -139,8 +129,8 @@ TEST(FileSystemCommands, AMalformedFavoritesValueIsReportedWithWhereItWasKept) {
     EXPECT_EQ(result.err,
               "tessel: warning: JSON not well-formed; the stored favorites were kept "
               "in the preference " +
-                  key + " of " + prefs.str() + "\n");
-    std::ifstream in(prefs.str());
+                  key + " of " + prefs.path + "\n");
+    std::ifstream in(prefs.path);
     EXPECT_EQ(nlohmann::json::parse(in).at(key), "[\"/a\"");
 }
 
@@ -149,10 +139,8 @@ TEST(FileSystemCommands, ListsGoThroughTheirProviders) {
     Tessel::Test::HostFixture host;
     RegisterListProviders();
 
-    for (const char* service : {"Dropbox", "Dropbox (Business)", "Google Drive", "iCloud Drive",
-                                "One Drive", "One Drive (Business)", "Framecast"}) {
+    for (const char* service : kCloudServices)
         Settings::Set(std::string("Tessel.CloudSync.") + service, dir.str() + "/none");
-    }
     Settings::Set("Tessel.CloudSync.One Drive", dir.MakeDir("OD").string());
     Settings::Set("Tessel.CloudSync.Dropbox", dir.MakeDir("DB").string());
     Result cloud = RunTool({"cloud", "--json"});
@@ -162,11 +150,8 @@ TEST(FileSystemCommands, ListsGoThroughTheirProviders) {
     ASSERT_EQ(doc.at("items").size(), 2u);
     EXPECT_EQ(doc["items"][0]["fields"]["Name"], "Dropbox");
     EXPECT_EQ(doc["items"][1]["fields"]["Path"], dir.str() + "/OD");
-    for (const char* service : {"Dropbox", "Dropbox (Business)", "Google Drive", "iCloud Drive",
-                                "One Drive", "One Drive (Business)", "Framecast"}) {
+    for (const char* service : kCloudServices)
         Settings::Reset(std::string("Tessel.CloudSync.") + service);
-    }
-
     Result volumes = RunTool({"volumes", "--json"});
     ASSERT_EQ(volumes.status, 0) << volumes.err;
     doc = nlohmann::json::parse(volumes.out);
@@ -185,15 +170,13 @@ Result WatchWhile(const std::vector<std::string>& args, const std::function<bool
     std::atomic<bool> done{false};
     std::thread helper([&] {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!done && !started() && std::chrono::steady_clock::now() < deadline) {
+        while (!done && !started() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
         if (!done)
             act();
         // Should the change never be seen, the test still ends.
-        while (!done && std::chrono::steady_clock::now() < deadline + std::chrono::seconds(10)) {
+        while (!done && std::chrono::steady_clock::now() < deadline + std::chrono::seconds(10))
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
         if (!done)
             Tool::SetInterruptRequested(true);
     });

@@ -367,14 +367,7 @@ public:
             return;
         Unlock();
 #if defined(__linux__)
-        int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
-        int flags = 0;
-        if (fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0) {
-            flags |= FS_IMMUTABLE_FL;
-            mImmutable = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-        }
-        if (fd >= 0)
-            ::close(fd);
+        mImmutable = SetImmutable(true);
         if (mImmutable && !Probe())
             Unlock();
 #endif
@@ -391,21 +384,28 @@ public:
             ::chmod(mFolder.c_str(), 0755);
         mChmod = false;
 #if defined(__linux__)
-        if (mImmutable) {
-            int fd = ::open(mFolder.c_str(), O_RDONLY | O_DIRECTORY);
-            int flags = 0;
-            if (fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0) {
-                flags &= ~FS_IMMUTABLE_FL;
-                ::ioctl(fd, FS_IOC_SETFLAGS, &flags);
-            }
-            if (fd >= 0)
-                ::close(fd);
-        }
+        if (mImmutable)
+            SetImmutable(false);
         mImmutable = false;
 #endif
     }
 
 private:
+#if defined(__linux__)
+    bool SetImmutable(bool on) {
+        const int fd = ::open(mFolder.c_str(), O_RDONLY | O_DIRECTORY);
+        int flags = 0;
+        bool done = false;
+        if (fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0) {
+            flags = on ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+            done = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+        }
+        if (fd >= 0)
+            ::close(fd);
+        return done;
+    }
+#endif
+
     // True when the lock holds: creating a file in the folder fails.
     bool Probe() {
         const fs::path probe = mFolder / "probe";

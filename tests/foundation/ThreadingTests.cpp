@@ -43,6 +43,28 @@ private:
     bool mOpen = false;
 };
 
+// Runs body(t) for t = 0..count-1 on threads released together, and joins them.
+template <class Body>
+void OnThreads(int count, Body body) {
+    Gate start;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+        threads.emplace_back([&, t] {
+            start.Wait();
+            body(t);
+        });
+    start.Open();
+    for (auto& thread : threads)
+        thread.join();
+}
+
+// Each (sender, sequence) pair must arrive in the sender's order 0, 1, 2, ...
+void ExpectEachSendersOrder(const std::vector<std::pair<int, int>>& arrived) {
+    std::map<int, int> next;
+    for (const auto& [sender, sequence] : arrived)
+        EXPECT_EQ(sequence, next[sender]++) << "sender " << sender;
+}
+
 // Every test here owns the main thread and leaves its queue empty.
 class MainThreadTest : public ::testing::Test {
 protected:
@@ -86,38 +108,22 @@ TEST_F(MainThreadTest, TasksFromManyThreadsKeepEachThreadsOrder) {
     constexpr int kThreads = 4;
     constexpr int kEach = 250;
     std::vector<std::pair<int, int>> ran;  // (thread, sequence); only the main thread writes
-    Gate start;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            start.Wait();
-            for (int i = 0; i < kEach; ++i) {
-                MainThread::Post([&ran, t, i] {
-                    EXPECT_TRUE(MainThread::IsCurrent());
-                    ran.emplace_back(t, i);
-                });
-            }
-        });
-    }
-    start.Open();
-    for (auto& thread : threads)
-        thread.join();
+    OnThreads(kThreads, [&](int t) {
+        for (int i = 0; i < kEach; ++i) {
+            MainThread::Post([&ran, t, i] {
+                EXPECT_TRUE(MainThread::IsCurrent());
+                ran.emplace_back(t, i);
+            });
+        }
+    });
     EXPECT_TRUE(ran.empty()) << "tasks run only when the main thread pumps";
     EXPECT_EQ(MainThread::RunPending(), std::size_t(kThreads * kEach));
     ASSERT_EQ(ran.size(), std::size_t(kThreads * kEach));
-    std::map<int, int> next;
-    for (const auto& [thread, sequence] : ran)
-        EXPECT_EQ(sequence, next[thread]++);
-}
+    ExpectEachSendersOrder(ran);
 
-TEST_F(MainThreadTest, RunOneAndRunUntilWaitForWorkPostedLater) {
+    // RunUntil waits for work posted while it waits.
     std::atomic<bool> done{false};
-    Gate pumping;
-    std::thread worker([&] {
-        pumping.Wait();
-        MainThread::Post([&] { done = true; });
-    });
-    pumping.Open();
+    std::thread worker([&] { MainThread::Post([&] { done = true; }); });
     EXPECT_TRUE(MainThread::RunUntil([&] { return done.load(); }, 60s));
     worker.join();
 }
@@ -160,14 +166,12 @@ TEST_F(MainThreadTest, RunPendingLeavesTasksPostedWhileItRunsForTheNextPump) {
 // ---------------------------------------------------------------------------------------
 // CallOnMainThreadAndWait
 
-TEST_F(MainThreadTest, CallAndWaitOnTheMainThreadRunsAtOnce) {
-    bool ran = false;
-    EXPECT_TRUE(CallOnMainThreadAndWait([&] { ran = true; }, 0ms));
-    EXPECT_TRUE(ran);
-    EXPECT_EQ(MainThread::RunPending(), 0u) << "nothing was queued";
-}
+TEST_F(MainThreadTest, CallAndWaitRunsOnTheMainThreadAtOnceOrWhenItPumps) {
+    bool ranAtOnce = false;
+    EXPECT_TRUE(CallOnMainThreadAndWait([&] { ranAtOnce = true; }, 0ms));
+    EXPECT_TRUE(ranAtOnce);
+    EXPECT_EQ(MainThread::RunPending(), 0u) << "a call from the main thread queues nothing";
 
-TEST_F(MainThreadTest, CallAndWaitFromAWorkerRunsOnThePumpingMainThread) {
     const std::thread::id mainId = std::this_thread::get_id();
     std::atomic<bool> workerDone{false};
     bool answer = false;
@@ -278,6 +282,12 @@ protected:
         MainThreadTest::TearDown();
     }
 
+    // Broadcasts CountMessage(sender, 0..count-1) from the calling thread.
+    void BroadcastCounts(int sender, int count) {
+        for (int i = 0; i < count; ++i)
+            Messaging::Broadcast(station, std::make_shared<const CountMessage>(sender, i));
+    }
+
     ImmutableString station;
 };
 
@@ -328,39 +338,19 @@ TEST_F(MessagingTest, BroadcastsFromWorkersArriveInOrderOnTheMainThreadOnly) {
     constexpr int kEach = 100;
     Received received;
     ScopedListener listener = received.Listen(station);
-    Gate start;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            start.Wait();
-            for (int i = 0; i < kEach; ++i) {
-                Messaging::Broadcast(station, std::make_shared<const CountMessage>(t, i));
-            }
-        });
-    }
-    start.Open();
-    for (auto& thread : threads)
-        thread.join();
+    OnThreads(kThreads, [&](int t) { BroadcastCounts(t, kEach); });
     EXPECT_TRUE(received.messages.empty());
     MainThread::RunPending();
     ASSERT_EQ(received.messages.size(), std::size_t(kThreads * kEach));
     EXPECT_EQ(received.offMainThread, 0);
-    std::map<int, int> next;
-    for (const auto& [sender, sequence] : received.messages) {
-        EXPECT_EQ(sequence, next[sender]++);
-    }
+    ExpectEachSendersOrder(received.messages);
 }
 
 TEST_F(MessagingTest, RemovedListenersHearNothingMoreAlsoOfMessagesOnTheirWay) {
     Received kept, removed;
     ScopedListener keptListener = kept.Listen(station);
     ScopedListener removedListener = removed.Listen(station);
-    std::thread worker([&] {
-        for (int i = 0; i < 3; ++i) {
-            Messaging::Broadcast(station, std::make_shared<const CountMessage>(1, i));
-        }
-    });
-    worker.join();
+    OnThreads(1, [&](int) { BroadcastCounts(1, 3); });
     removedListener.Reset();
     MainThread::RunPending();
     EXPECT_EQ(kept.messages.size(), 3u);
@@ -450,12 +440,7 @@ TEST_F(MessagingTest, ListenersComeAndGoOnWorkersWhileTheMainThreadDelivers) {
 TEST_F(MessagingTest, ADisposedStationDeliversNothingAndARegisteredAgainOneStartsAfresh) {
     Received received;
     ScopedListener listener = received.Listen(station);
-    std::thread worker([&] {
-        for (int i = 0; i < 3; ++i) {
-            Messaging::Broadcast(station, std::make_shared<const CountMessage>(1, i));
-        }
-    });
-    worker.join();
+    OnThreads(1, [&](int) { BroadcastCounts(1, 3); });
     Messaging::DisposeStation(station);
     EXPECT_FALSE(Messaging::IsStationRegistered(station));
     MainThread::RunPending();
@@ -487,7 +472,6 @@ TEST_F(MessagingTest, ADisposedStationDeliversNothingAndARegisteredAgainOneStart
 
 TEST(Executor, RunsTasksOnItsOwnWorkersAllAtOnce) {
     Executor executor("Tests.Workers", 3);
-    EXPECT_EQ(executor.GetName(), "Tests.Workers");
     ASSERT_EQ(executor.GetWorkerCount(), 3);
 
     // Each task waits for all the others to have started, which only three concurrent

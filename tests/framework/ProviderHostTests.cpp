@@ -23,7 +23,8 @@ using Tessel::Test::TestProvider;
 
 std::vector<std::u16string> Ids(const std::vector<ProviderWrapper*>& wrappers) {
     std::vector<std::u16string> ids;
-    for (auto* w : wrappers) ids.push_back(w->GetIdentification());
+    for (auto* w : wrappers)
+        ids.push_back(w->GetIdentification());
     return ids;
 }
 
@@ -41,7 +42,7 @@ TEST(ProviderHost, RanksByScoreWithTiesInRegistrationOrder) {
     Register(std::make_shared<TestProvider>("Foreign", 40));
     const auto ranked = ProviderHost::GetProviderList(u"/anything", {});
     EXPECT_EQ(Ids(ranked), (std::vector<std::u16string>{Id("CardA"), Id("CardB"), Id("Foreign"),
-                                                         Id("Directory")}));
+                                                        Id("Directory")}));
     // -1 is not a claim for selection, but any non-zero answer counts for HasProvider.
     EXPECT_TRUE(ProviderHost::HasProvider(u"/anything", {}, false));
     EXPECT_TRUE(ProviderHost::IsDefaultDirectoryAssetProvider(Id("Directory")) == false);
@@ -53,6 +54,12 @@ TEST(ProviderHost, NegativeScoreAloneMakesHasProviderTrueButSelectsNothing) {
     HostFixture host;
     auto onlyNegative = std::make_shared<TestProvider>("Negative", -1);
     Register(onlyNegative);
+    auto silent = std::make_shared<TestProvider>("Silent");  // scores 0
+    Register(silent);
+    // An empty path asks nobody.
+    EXPECT_TRUE(ProviderHost::GetProviderList(u"", {}).empty());
+    EXPECT_EQ(silent->canProvideCalls.load() + onlyNegative->canProvideCalls.load(), 0);
+
     EXPECT_TRUE(ProviderHost::GetProviderList(u"/x", {}).empty());
     EXPECT_TRUE(ProviderHost::HasProvider(u"/x", {}, false));
     onlyNegative->projectBased = true;
@@ -60,17 +67,10 @@ TEST(ProviderHost, NegativeScoreAloneMakesHasProviderTrueButSelectsNothing) {
     EXPECT_TRUE(ProviderHost::HasProjectBasedProvider(u"/x", {}));
 }
 
-TEST(ProviderHost, AnEmptyPathAsksNobody) {
-    HostFixture host;
-    auto provider = std::make_shared<TestProvider>("P", 50);
-    Register(provider);
-    EXPECT_TRUE(ProviderHost::GetProviderList(u"", {}).empty());
-    EXPECT_EQ(provider->canProvideCalls.load(), 0);
-}
-
 TEST(ProviderHost, OnePassReadsTheFolderOnceWhateverTheProvidersAsk) {
     Tessel::Test::TempDir dir;
-    for (int i = 0; i < 50; ++i) dir.WriteFile("f" + std::to_string(i));
+    for (int i = 0; i < 50; ++i)
+        dir.WriteFile("f" + std::to_string(i));
     dir.MakeDir("CONTENTS");
     HostFixture host;
     for (int i = 0; i < 20; ++i) {
@@ -129,7 +129,8 @@ TEST(ProviderHost, LifeCycle) {
 // A provider that answers for the favorites list, as the favorites provider does.
 std::shared_ptr<TestProvider> FavoritesProvider() {
     auto provider = std::make_shared<TestProvider>("Favorites");
-    provider->scoreFunction = [](const std::string& path, DirectoryContents&, const AbortPredicate&) {
+    provider->scoreFunction = [](const std::string& path, DirectoryContents&,
+                                 const AbortPredicate&) {
         return path == kSDKFavoritesListPath ? 100 : 0;
     };
     return provider;
@@ -168,7 +169,8 @@ TEST(ProviderHost, FavoritesAreChangedAnnouncedAndSaved) {
             }
         });
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads)
+        thread.join();
     EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return announced == 3 + 40; }));
     EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
 

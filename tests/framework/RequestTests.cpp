@@ -35,10 +35,27 @@ struct Inbox {
             messages.push_back(m);
         }));
     }
-    bool WaitFor(std::size_t count) { return PumpUntil([&] { return messages.size() >= count; }); }
+    bool WaitFor(std::size_t count) {
+        return PumpUntil([&] { return messages.size() >= count; });
+    }
     std::vector<Msg> messages;
     ScopedListener listener;
 };
+
+template <class Map>
+std::vector<std::u16string> Keys(const Map& content) {
+    std::vector<std::u16string> keys;
+    for (const auto& [key, record] : content)
+        keys.push_back(key);
+    return keys;
+}
+
+std::shared_ptr<DefaultContentRequestData> DefaultFor(const std::u16string& path,
+                                                      const std::u16string& providerId = u"",
+                                                      bool mediaOnly = false) {
+    return std::make_shared<DefaultContentRequestData>(path, any_regular_t(), providerId,
+                                                       mediaOnly);
+}
 
 TEST(Requests, ClassReferencesAnswerForTheirBases) {
     auto list = ProviderListRequest::CreateClassRef();
@@ -52,17 +69,6 @@ TEST(Requests, ClassReferencesAnswerForTheirBases) {
     EXPECT_FALSE(QueryClassRef<ProviderThumbnailRequest>(base));
     auto thumb = ProviderThumbnailRequest::CreateClassRef();
     EXPECT_FALSE(thumb->QueryMap("HighPriorityProviderRequest"));
-}
-
-TEST(Requests, AnObservedAbortStaysObserved) {
-    auto request = ProviderContentRequest::CreateClassRef();
-    EXPECT_FALSE(request->GetAbort());
-    request->Abort();
-    request->Abort();
-    EXPECT_TRUE(request->GetAbort());
-    EXPECT_TRUE(request->GetAbort());
-    auto predicate = request->MakeAbortPredicate();
-    EXPECT_TRUE(predicate());
 }
 
 TEST(Requests, ListRequestsAnswerWithCodes) {
@@ -103,7 +109,13 @@ TEST(Requests, AbortBeforeRunningStillAnswersOnce) {
     auto content = ProviderContentRequest::CreateClassRef();
     content->Initialize(kStation, wrapper);
     content->SetRequestParams(u"/x", {}, {kNameField});
+    EXPECT_FALSE(content->GetAbort());
     content->Abort();
+    content->Abort();
+    // An observed abort stays observed.
+    EXPECT_TRUE(content->GetAbort());
+    EXPECT_TRUE(content->GetAbort());
+    EXPECT_TRUE(content->MakeAbortPredicate()());
     content->Start();
     ASSERT_TRUE(contents.WaitFor(1));
     EXPECT_EQ(contents.messages[0].result, kResultAborted);
@@ -160,7 +172,8 @@ TEST(Requests, ContentThumbnailAndPossibleContent) {
     EXPECT_EQ(contents.messages[1].result, kResultSuccess);  // empty is still a success
     EXPECT_TRUE(contents.messages[1].content.empty());
 
-    auto data = std::make_shared<ProviderThumbnailRequestData>(u"/x/a.mov", u"", any_regular_t(), 4, 2);
+    auto data =
+        std::make_shared<ProviderThumbnailRequestData>(u"/x/a.mov", u"", any_regular_t(), 4, 2);
     wrapper->RequestThumbnail(data, kStation);
     ASSERT_TRUE(thumbs.WaitFor(1));
     EXPECT_EQ(thumbs.messages[0].result, kResultSuccess);
@@ -197,7 +210,8 @@ TEST(Requests, ContentThumbnailAndPossibleContent) {
     EXPECT_EQ(pelpixLiveCount(), live);
     provider->thumbnailFunction = nullptr;
 
-    auto question = std::make_shared<HasPossibleDirectoryContentRequestData>(dir.u16(), any_regular_t());
+    auto question =
+        std::make_shared<HasPossibleDirectoryContentRequestData>(dir.u16(), any_regular_t());
     ProviderHost::RequestHasPossibleDirectoryContent(question, kStation);
     ASSERT_TRUE(possible.WaitFor(1));
     EXPECT_TRUE(possible.messages[0].answer);
@@ -233,9 +247,7 @@ public:
             return content;
         };
     }
-    bool PathHasAccessPermission(const std::string& path) override {
-        return path != "/ok/secret";
-    }
+    bool PathHasAccessPermission(const std::string& path) override { return path != "/ok/secret"; }
 };
 
 TEST(Requests, DefaultContentKeepsOnlyItemsThatOpen) {
@@ -243,30 +255,25 @@ TEST(Requests, DefaultContentKeepsOnlyItemsThatOpen) {
     Register(std::make_shared<FilterProvider>());
     auto project = std::make_shared<TestProvider>("Project");
     project->projectBased = true;
-    project->scoreFunction = [](const std::string& path, DirectoryContents&, const AbortPredicate&) {
+    project->scoreFunction = [](const std::string& path, DirectoryContents&,
+                                const AbortPredicate&) {
         return path.rfind("/project", 0) == 0 ? 100 : 0;
     };
     Register(project);
     Inbox<GetDefaultContentMessage> inbox;
 
-    auto data = std::make_shared<DefaultContentRequestData>(u"/ok", any_regular_t(), u"", false);
-    ProviderHost::RequestDefaultProviderContent(data, kStation);
+    ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/ok"), kStation);
     ASSERT_TRUE(inbox.WaitFor(1));
     const auto& answer = inbox.messages[0];
     EXPECT_EQ(answer.result, kResultSuccess);
     EXPECT_EQ(answer.fields, (FieldSet{kNameField, kPathField}));
-    std::vector<std::u16string> keys;
-    for (const auto& [key, record] : answer.content) keys.push_back(key);
-    EXPECT_EQ(keys, (std::vector<std::u16string>{u"/ok/a", u"/project/p"}));
+    EXPECT_EQ(Keys(answer.content), (std::vector<std::u16string>{u"/ok/a", u"/project/p"}));
 
-    auto mediaOnly = std::make_shared<DefaultContentRequestData>(u"/ok", any_regular_t(), u"", true);
-    ProviderHost::RequestDefaultProviderContent(mediaOnly, kStation);
+    ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/ok", u"", true), kStation);
     ASSERT_TRUE(inbox.WaitFor(2));
-    keys.clear();
-    for (const auto& [key, record] : inbox.messages[1].content) keys.push_back(key);
-    EXPECT_EQ(keys, (std::vector<std::u16string>{u"/ok/a"}));
+    EXPECT_EQ(Keys(inbox.messages[1].content), (std::vector<std::u16string>{u"/ok/a"}));
 
-    auto nobody = std::make_shared<DefaultContentRequestData>(u"/none", any_regular_t(), u"", false);
+    auto nobody = DefaultFor(u"/none");
     ProviderHost::RequestDefaultProviderContent(nobody, kStation);
     ASSERT_TRUE(inbox.WaitFor(3));
     EXPECT_EQ(inbox.messages[2].result, kResultNothingFound);
@@ -289,13 +296,12 @@ TEST(Requests, DefaultContentPrefersTheNamedProvider) {
     ProviderWrapper* other = Register(make("Other", 30));
     Inbox<GetDefaultContentMessage> inbox;
     const std::u16string ids[] = {u"", other->GetIdentification(), u"no-such-provider"};
-    for (const auto& id : ids) {
-        ProviderHost::RequestDefaultProviderContent(
-            std::make_shared<DefaultContentRequestData>(u"/x", any_regular_t(), id, false), kStation);
-    }
+    for (const auto& id : ids)
+        ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/x", id), kStation);
     ASSERT_TRUE(inbox.WaitFor(3));
     std::map<std::u16string, const ProviderWrapper*> chosen;
-    for (const auto& m : inbox.messages) chosen[m.data->GetProviderID()] = m.wrapper;
+    for (const auto& m : inbox.messages)
+        chosen[m.data->GetProviderID()] = m.wrapper;
     EXPECT_EQ(chosen[u""], best);
     EXPECT_EQ(chosen[other->GetIdentification()], other);
     EXPECT_EQ(chosen[u"no-such-provider"], best);
@@ -324,7 +330,8 @@ TEST(Requests, EveryQueuedRequestAnswersExactlyOnceFromAnyThread) {
             }
         });
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads)
+        thread.join();
     ASSERT_TRUE(PumpUntil([&] {
         return lists.messages.size() + contents.messages.size() == std::size_t(started.load());
     }));
@@ -332,7 +339,8 @@ TEST(Requests, EveryQueuedRequestAnswersExactlyOnceFromAnyThread) {
     EXPECT_EQ(lists.messages.size(), std::size_t(kThreads * kEach));
     EXPECT_EQ(contents.messages.size(), std::size_t(kThreads * kEach));
     std::set<std::u16string> paths;
-    for (const auto& m : lists.messages) paths.insert(m.path);
+    for (const auto& m : lists.messages)
+        paths.insert(m.path);
     EXPECT_EQ(paths.size(), std::size_t(kThreads * kEach));
 }
 
@@ -359,7 +367,8 @@ TEST(Requests, ShutdownWithRequestsInFlightDeliversNothingMore) {
     for (int i = 0; i < 30; ++i) {
         requests.push_back(wrapper->RequestContent(u"/x", {}, {kNameField}, station));
     }
-    while (entered.load() == 0) std::this_thread::yield();
+    while (entered.load() == 0)
+        std::this_thread::yield();
     std::thread releaser([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         std::lock_guard lock(mutex);
@@ -370,7 +379,8 @@ TEST(Requests, ShutdownWithRequestsInFlightDeliversNothingMore) {
     releaser.join();
     MainThread::RunPending();
     EXPECT_EQ(delivered, 0);
-    for (const auto& weak : requests) EXPECT_TRUE(weak.expired());  // nothing leaked
+    for (const auto& weak : requests)
+        EXPECT_TRUE(weak.expired());  // nothing leaked
 }
 
 }  // namespace

@@ -27,7 +27,8 @@ namespace {
 namespace fs = std::filesystem;
 using Tessel::Test::TempDir;
 
-constexpr auto kPatience = std::chrono::seconds(20);
+constexpr std::chrono::milliseconds kPatience{20000};
+using DCM = DirectoryChangeMonitor;
 
 void Write(const fs::path& path, const std::string& content = "x") {
     std::ofstream(path, std::ios::binary) << content;
@@ -37,15 +38,15 @@ class DirectoryChangeMessages : public ::testing::Test {
 protected:
     void SetUp() override {
         MainThread::SetCurrent();
-        DirectoryChangeMonitor::StopAll();
+        DCM::StopAll();
         mListener = ScopedListener(Messaging::Listen<DirectoryChangedMessage>(
-            DirectoryChangeMonitor::sChangeStation, [this](const DirectoryChangedMessage& message) {
+            DCM::sChangeStation, [this](const DirectoryChangedMessage& message) {
                 EXPECT_TRUE(MainThread::IsCurrent());
                 mMessages.push_back(message);
             }));
     }
     void TearDown() override {
-        DirectoryChangeMonitor::StopAll();
+        DCM::StopAll();
         EXPECT_FALSE(Platform::IsChangeNotificationRunning()) << "StopAll ends the thread";
         MainThread::RunPending();
     }
@@ -56,15 +57,14 @@ protected:
         return MainThread::RunUntil(
             [&] {
                 return std::any_of(mMessages.begin(), mMessages.end(), [&](const auto& message) {
-                    if (message.directory != directory)
-                        return false;
-                    if (entry.empty())
-                        return message.directoryGone;
                     const auto& names = message.entries;
-                    return std::find(names.begin(), names.end(), entry) != names.end();
+                    return message.directory == directory &&
+                           (entry.empty()
+                                ? message.directoryGone
+                                : std::find(names.begin(), names.end(), entry) != names.end());
                 });
             },
-            std::chrono::duration_cast<std::chrono::milliseconds>(kPatience));
+            kPatience);
     }
 
     TempDir mDir;
@@ -74,9 +74,9 @@ protected:
 
 TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadUntilTheLastAskerStops) {
     const std::u16string folder = mDir.u16();
-    DirectoryChangeMonitor::MonitorDirectory(folder, 0, 0);
-    DirectoryChangeMonitor::MonitorDirectory(folder, 0, 0);
-    DirectoryChangeMonitor::StopMonitoringDirectory(folder, 0);
+    DCM::MonitorDirectory(folder, 0, 0);
+    DCM::MonitorDirectory(folder, 0, 0);
+    DCM::StopMonitoringDirectory(folder, 0);
 
     // One asker is still watching. A name that is not UTF-8 arrives in the host's form of
     // its bytes.
@@ -89,7 +89,7 @@ TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadUntilTheLastAskerSto
     ASSERT_TRUE(WaitForMessage(folder, u"clip.mxf"));
     EXPECT_FALSE(mMessages.front().directoryGone);
 
-    DirectoryChangeMonitor::StopMonitoringDirectory(folder, 0);
+    DCM::StopMonitoringDirectory(folder, 0);
     EXPECT_FALSE(Platform::IsChangeNotificationRunning());
     mMessages.clear();
     Write(mDir.path() / "unwatched.txt");
@@ -100,21 +100,21 @@ TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadUntilTheLastAskerSto
 TEST_F(DirectoryChangeMessages, AFolderThatGoesAwayIsWatchedAgainWhenAskedAgain) {
     const fs::path sub = mDir.MakeDir("card");
     const std::u16string folder = sub.u16string();
-    DirectoryChangeMonitor::MonitorDirectory(folder, 0, 0);
+    DCM::MonitorDirectory(folder, 0, 0);
     fs::remove_all(sub);
     ASSERT_TRUE(WaitForMessage(folder, u""));
-    EXPECT_TRUE(DirectoryChangeMonitor::IsMonitoring(folder)) << "the asker has not stopped";
+    EXPECT_TRUE(DCM::IsMonitoring(folder)) << "the asker has not stopped";
 
     // The card comes back and the provider looks at it again.
     fs::create_directory(sub);
-    DirectoryChangeMonitor::MonitorDirectory(folder, 0, 0);
+    DCM::MonitorDirectory(folder, 0, 0);
     mMessages.clear();
     Write(sub / "CONTENTS");
     ASSERT_TRUE(WaitForMessage(folder, u"CONTENTS"));
-    DirectoryChangeMonitor::StopMonitoringDirectory(folder, 0);
-    EXPECT_TRUE(DirectoryChangeMonitor::IsMonitoring(folder));
-    DirectoryChangeMonitor::StopMonitoringDirectory(folder, 0);
-    EXPECT_FALSE(DirectoryChangeMonitor::IsMonitoring(folder));
+    DCM::StopMonitoringDirectory(folder, 0);
+    EXPECT_TRUE(DCM::IsMonitoring(folder));
+    DCM::StopMonitoringDirectory(folder, 0);
+    EXPECT_FALSE(DCM::IsMonitoring(folder));
 }
 
 TEST_F(DirectoryChangeMessages, NothingArrivesAfterAStopWhileChangesPourIn) {
@@ -126,13 +126,11 @@ TEST_F(DirectoryChangeMessages, NothingArrivesAfterAStopWhileChangesPourIn) {
     });
     for (int round = 0; round < 5; ++round) {
         mMessages.clear();
-        DirectoryChangeMonitor::MonitorDirectory(folder, 0, 0);
-        ASSERT_TRUE(
-            MainThread::RunUntil([&] { return !mMessages.empty(); },
-                                 std::chrono::duration_cast<std::chrono::milliseconds>(kPatience)));
+        DCM::MonitorDirectory(folder, 0, 0);
+        ASSERT_TRUE(MainThread::RunUntil([&] { return !mMessages.empty(); }, kPatience));
         // Messages already posted are on the queue now; none of them may be delivered.
         std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        DirectoryChangeMonitor::StopMonitoringDirectory(folder, 0);
+        DCM::StopMonitoringDirectory(folder, 0);
         const std::size_t delivered = mMessages.size();
         MainThread::RunUntil([] { return false; }, std::chrono::milliseconds(200));
         EXPECT_EQ(mMessages.size(), delivered) << "round " << round;
@@ -142,21 +140,21 @@ TEST_F(DirectoryChangeMessages, NothingArrivesAfterAStopWhileChangesPourIn) {
 }
 
 TEST_F(DirectoryChangeMessages, VolumeMonitoringIsCountedAndStopAllEndsEverything) {
-    EXPECT_FALSE(DirectoryChangeMonitor::IsMonitoringVolumeChanges());
-    DirectoryChangeMonitor::MonitorVolumeChanges();
-    DirectoryChangeMonitor::MonitorVolumeChanges();
-    EXPECT_TRUE(Messaging::IsStationRegistered(DirectoryChangeMonitor::sChangeStation));
+    EXPECT_FALSE(DCM::IsMonitoringVolumeChanges());
+    DCM::MonitorVolumeChanges();
+    DCM::MonitorVolumeChanges();
+    EXPECT_TRUE(Messaging::IsStationRegistered(DCM::sChangeStation));
     EXPECT_TRUE(Platform::IsChangeNotificationRunning());
-    DirectoryChangeMonitor::StopMonitoringVolumeChanges();
-    EXPECT_TRUE(DirectoryChangeMonitor::IsMonitoringVolumeChanges());
-    DirectoryChangeMonitor::StopMonitoringVolumeChanges();
+    DCM::StopMonitoringVolumeChanges();
+    EXPECT_TRUE(DCM::IsMonitoringVolumeChanges());
+    DCM::StopMonitoringVolumeChanges();
     EXPECT_FALSE(Platform::IsChangeNotificationRunning());
-    DirectoryChangeMonitor::StopMonitoringVolumeChanges();  // one too many changes nothing
-    DirectoryChangeMonitor::MonitorVolumeChanges();
-    DirectoryChangeMonitor::MonitorDirectory(mDir.u16(), 0, 0);
-    DirectoryChangeMonitor::StopAll();
-    EXPECT_FALSE(DirectoryChangeMonitor::IsMonitoringVolumeChanges());
-    EXPECT_FALSE(DirectoryChangeMonitor::IsMonitoring(mDir.u16()));
+    DCM::StopMonitoringVolumeChanges();  // one too many changes nothing
+    DCM::MonitorVolumeChanges();
+    DCM::MonitorDirectory(mDir.u16(), 0, 0);
+    DCM::StopAll();
+    EXPECT_FALSE(DCM::IsMonitoringVolumeChanges());
+    EXPECT_FALSE(DCM::IsMonitoring(mDir.u16()));
     EXPECT_FALSE(Platform::IsChangeNotificationRunning());
 }
 

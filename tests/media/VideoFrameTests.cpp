@@ -23,12 +23,9 @@ void Fill(PelPixHandle buffer) {
     for (std::uint32_t row = 0; row < pelpixGetHeight(buffer); ++row) {
         std::uint8_t* bytes = lock.Row(row);
         std::memset(bytes, 0xEE, rowbytes);
-        for (std::uint32_t x = 0; x < pelpixGetWidth(buffer); ++x) {
-            const std::uint32_t value = Marker(x, row);
-            for (int channel = 0; channel < 4; ++channel) {
-                bytes[x * 4 + channel] = std::uint8_t(value >> (8 * channel));
-            }
-        }
+        for (std::uint32_t x = 0; x < pelpixGetWidth(buffer); ++x)
+            for (int channel = 0; channel < 4; ++channel)
+                bytes[x * 4 + channel] = std::uint8_t(Marker(x, row) >> (8 * channel));
     }
 }
 
@@ -56,11 +53,9 @@ TEST(VideoFrame, CopiesPaddedBottomUpRowsAndReadsFromTheTop) {
     EXPECT_EQ(frame->GetRowBytes(), 16u);
     EXPECT_EQ(frame->GetPixelFormat(), PixelFormat::BGRA8BottomUp);
     EXPECT_EQ(frame->GetPixelAspectRatio(), 0.9);
-    for (std::uint32_t y = 0; y < kHeight; ++y) {
-        for (std::uint32_t x = 0; x < kWidth; ++x) {
+    for (std::uint32_t y = 0; y < kHeight; ++y)
+        for (std::uint32_t x = 0; x < kWidth; ++x)
             EXPECT_EQ(frame->GetPixelBGRA(x, y), Marker(x, kHeight - 1 - y)) << x << "," << y;
-        }
-    }
     // The top-left pixel is the first pixel of the last stored row; padding is copied too.
     const std::uint8_t* topRow = frame->GetPixels() + (kHeight - 1) * frame->GetRowBytes();
     EXPECT_EQ(topRow[0], 0x00);  // B of Marker(0, 3) = 0xA0000300
@@ -74,7 +69,7 @@ TEST(VideoFrame, CopiesPaddedBottomUpRowsAndReadsFromTheTop) {
     EXPECT_EQ(frame->GetPixelBGRA(0xFFFFFFFFu, 0xFFFFFFFFu), 0u);
 }
 
-TEST(VideoFrame, ALockHeldByTheCallerStaysHeld) {
+TEST(VideoFrame, ALockHeldByTheCallerStaysHeldAndNoBufferGivesNoFrame) {
     PelPixHandle buffer = pelpixNew(1, 1);
     ASSERT_NE(buffer, nullptr);
     pelpixLockPixels(buffer);
@@ -84,11 +79,8 @@ TEST(VideoFrame, ALockHeldByTheCallerStaysHeld) {
     EXPECT_EQ(frame->GetPixelBGRA(0, 0), 0x007F0000u);
     EXPECT_TRUE(pelpixIsLocked(buffer));
     pelpixUnlockPixels(buffer);
-    EXPECT_FALSE(pelpixIsLocked(buffer));
     pelpixDispose(buffer);
-}
 
-TEST(VideoFrame, NoBufferGivesNoFrame) {
     EXPECT_EQ(CreateVideoFrameFromPelPix(nullptr), nullptr);
     auto* empty = new PelPix*(nullptr);
     EXPECT_EQ(CreateVideoFrameFromPelPix(empty), nullptr);

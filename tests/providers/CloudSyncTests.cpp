@@ -64,18 +64,18 @@ TEST(CloudSyncParsing, DropboxInfoGivesEachAccountsPathOnlyWhenWellFormed) {
 }
 
 TEST(CloudSyncParsing, OneDriveConfigGivesTheLastSyncDir) {
-    EXPECT_EQ(ParseOneDriveSyncDir("# sync_dir = \"~/Commented\"\n"
-                                   "skip_file = \"~*|.~*\"\r\n"
-                                   "  sync_dir   =   \"~/One Drive\"  \r\n"
-                                   "sync_dir_permissions = \"700\"\n"),
-              std::optional<std::string>("~/One Drive"));
-    EXPECT_EQ(ParseOneDriveSyncDir("sync_dir = \"/a\"\nsync_dir=/b"),
-              std::optional<std::string>("/b"));
-    EXPECT_EQ(ParseOneDriveSyncDir("sync_dir = \"\""), std::optional<std::string>(""));
-    EXPECT_EQ(ParseOneDriveSyncDir("sync_dir = \""), std::optional<std::string>("\""));
-    EXPECT_EQ(ParseOneDriveSyncDir(""), std::nullopt);
-    EXPECT_EQ(ParseOneDriveSyncDir("sync_dir"), std::nullopt);
-    EXPECT_EQ(ParseOneDriveSyncDir("monitor_interval = \"300\"\n=\n\n"), std::nullopt);
+    const std::pair<const char*, std::optional<std::string>> cases[] = {
+        {"# sync_dir = \"~/Commented\"\nskip_file = \"~*|.~*\"\r\n"
+         "  sync_dir   =   \"~/One Drive\"  \r\nsync_dir_permissions = \"700\"\n",
+         "~/One Drive"},
+        {"sync_dir = \"/a\"\nsync_dir=/b", "/b"},
+        {"sync_dir = \"\"", ""},
+        {"sync_dir = \"", "\""},
+        {"", std::nullopt},
+        {"sync_dir", std::nullopt},
+        {"monitor_interval = \"300\"\n=\n\n", std::nullopt}};
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(ParseOneDriveSyncDir(text), expected) << text;
 }
 
 TEST_F(CloudSync, LookupsFindTheClientsFoldersInTheHomeFolder) {
@@ -119,12 +119,15 @@ TEST_F(CloudSync, ServicesAreListedInTheirOrderWhenTheirFoldersExist) {
     mHome.MakeDir("Framecast");
     mHome.MakeDir("OneDrive");
     mHome.WriteFile("iCloud Drive", "a file, not a folder");
+    const auto names = [](const std::vector<CloudSyncFolder>& found) {
+        std::vector<std::string> names;
+        for (const auto& folder : found)
+            names.push_back(folder.serviceName);
+        return names;
+    };
     std::vector<CloudSyncFolder> found = ProviderCloudSync::GetCloudSyncPaths(Environment());
-    ASSERT_EQ(found.size(), 3u);
-    EXPECT_EQ(found[0].serviceName, "Dropbox");
-    EXPECT_EQ(found[0].folder, home + "/Dropbox");
-    EXPECT_EQ(found[1].serviceName, "One Drive");
-    EXPECT_EQ(found[2].serviceName, "Framecast");
+    EXPECT_EQ(names(found), (std::vector<std::string>{"Dropbox", "One Drive", "Framecast"}));
+    EXPECT_EQ(found.at(0).folder, home + "/Dropbox");
 
     // Settings point services at other folders; a missing folder leaves its service out.
     mHome.MakeDir("elsewhere/Z");
@@ -134,11 +137,8 @@ TEST_F(CloudSync, ServicesAreListedInTheirOrderWhenTheirFoldersExist) {
     Settings::Set(SettingOf("Framecast"), home + "/missing");
     Settings::Set(SettingOf("One Drive"), 7);  // not text: the lookup stays
     found = ProviderCloudSync::GetCloudSyncPaths(Environment());
-    std::vector<std::string> names;
-    for (const auto& folder : found)
-        names.push_back(folder.serviceName);
-    EXPECT_EQ(names, (std::vector<std::string>{"Dropbox", "Google Drive", "One Drive",
-                                               "One Drive (Business)"}));
+    ASSERT_EQ(names(found), (std::vector<std::string>{"Dropbox", "Google Drive", "One Drive",
+                                                      "One Drive (Business)"}));
     EXPECT_EQ(found[1].folder, home + "/elsewhere/Z");
     EXPECT_EQ(found[3].folder, home + "/elsewhere/A");
 }
@@ -167,7 +167,6 @@ TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
     EXPECT_EQ(content.at(home + "/iCloud").at(kSDKNameField),
               any_regular_t(std::u16string(u"Dropbox")));
     EXPECT_TRUE(provider.IsUserLoggedIn());
-    EXPECT_TRUE(provider.IsCloudStorageType());
 
     auto aborted = ProviderContentRequest::CreateClassRef();
     aborted->Abort();

@@ -83,10 +83,6 @@ std::string StoredFavoritesText() {
     return "<none>";
 }
 
-void WritePrefs(const fs::path& file, const nlohmann::json& document) {
-    std::ofstream(file) << document.dump();
-}
-
 TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
     Tessel::Test::TempDir dir;
     FavoritesHost host(dir.str() + "/prefs.json");
@@ -99,9 +95,8 @@ TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
     ProviderWrapper& wrapper = FavoritesWrapper();
     DirectoryContents contents(u"");
     EXPECT_EQ(wrapper.CanProvideFor(kFavoritesListPath, any_regular_t(), contents, {}), 100);
-    for (const char16_t* path : {u"Favorites:", u"favorites:/", u""}) {
+    for (const char16_t* path : {u"Favorites:", u"favorites:/", u""})
         EXPECT_EQ(wrapper.CanProvideFor(path, any_regular_t(), contents, {}), 0);
-    }
     const ContentMap content =
         wrapper.GetContent(kFavoritesListPath, any_regular_t(), {kNameField, kPathField}, nullptr);
     ASSERT_EQ(content.size(), 2u);
@@ -138,11 +133,11 @@ TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
               1u);
 }
 
-TEST(Favorites, EmptyValuesAreEmptyListsAndTheListSurvivesARestart) {
+TEST(Favorites, EmptyValuesRestartsAndAnInterruptedSave) {
     Tessel::Test::TempDir dir;
-    const std::string prefs = dir.str() + "/prefs.json";
+    const fs::path prefs = dir.path() / "prefs.json";
     {
-        FavoritesHost host(prefs);
+        FavoritesHost host(prefs.string());
         for (any_regular_t empty :
              {any_regular_t(std::u16string()), any_regular_t(std::string()), any_regular_t()}) {
             Preferences::SetValue(kFavoritesPreference, empty);
@@ -152,9 +147,21 @@ TEST(Favorites, EmptyValuesAreEmptyListsAndTheListSurvivesARestart) {
         }
         ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
     }
+    // A save that died before its rename leaves a partial temporary file beside the old one.
+    const fs::path stale =
+        dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + "crashed");
+    std::ofstream(stale) << R"({"be.prefs.mediabrowser.favorites": "{\"SerializerWr)";
+    fs::last_write_time(stale, fs::file_time_type::clock::now() - std::chrono::hours(2));
+    const fs::path young = dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + "now");
+    std::ofstream(young) << "{";
     {
-        FavoritesHost host(prefs);
+        FavoritesHost host(prefs.string());
         EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{u"/a", u"/b"}));
+        EXPECT_FALSE(ProviderHost::GetFavoritesLoadProblem());
+        EXPECT_FALSE(fs::exists(stale)) << "an old leftover is cleared away";
+        EXPECT_TRUE(fs::exists(young)) << "a young one may be another process's save";
+        ProviderHost::ModifyFavorites({u"/c"}, FavoriteOperation::Add);
+        EXPECT_EQ(StoredFavoritesText(), R"({"SerializerWrappedObject":["/a","/b","/c"]})");
     }
 }
 
@@ -173,7 +180,7 @@ TEST(Favorites, AMalformedValueIsReportedKeptAsideAndNeverOverwritten) {
         SCOPED_TRACE(value.dump().substr(0, 60));
         Tessel::Test::TempDir dir;
         const fs::path prefs = dir.path() / "prefs.json";
-        WritePrefs(prefs, {{kFavoritesPreference, value}, {"other", 1}});
+        std::ofstream(prefs) << nlohmann::json{{kFavoritesPreference, value}, {"other", 1}}.dump();
         FavoritesHost host(prefs.string());
 
         EXPECT_TRUE(ProviderHost::GetFavorites().empty());
@@ -210,7 +217,7 @@ TEST(Favorites, AValueOfAnUnknownTypeStaysAndTheListIsNotSaved) {
     Tessel::Test::TempDir dir;
     const fs::path prefs = dir.path() / "prefs.json";
     const nlohmann::json future = {{"$type", "favorites-v9"}, {"value", {"/a"}}};
-    WritePrefs(prefs, {{kFavoritesPreference, future}});
+    std::ofstream(prefs) << nlohmann::json{{kFavoritesPreference, future}}.dump();
     FavoritesHost host(prefs.string());
     EXPECT_TRUE(ProviderHost::GetFavorites().empty());
     ASSERT_TRUE(ProviderHost::GetFavoritesLoadProblem());
@@ -225,42 +232,19 @@ TEST(Favorites, AValueOfAnUnknownTypeStaysAndTheListIsNotSaved) {
     EXPECT_EQ(onDisk.at(kFavoritesPreference), future);
 }
 
-TEST(Favorites, AnInterruptedSaveLeavesThePreviousListIntact) {
-    Tessel::Test::TempDir dir;
-    const fs::path prefs = dir.path() / "prefs.json";
-    {
-        FavoritesHost host(prefs.string());
-        ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Add);
-    }
-    // A save that died before its rename leaves a partial temporary file beside the old one.
-    const fs::path stale =
-        dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + "crashed");
-    std::ofstream(stale) << R"({"be.prefs.mediabrowser.favorites": "{\"SerializerWr)";
-    fs::last_write_time(stale, fs::file_time_type::clock::now() - std::chrono::hours(2));
-    const fs::path young = dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + "now");
-    std::ofstream(young) << "{";
-    {
-        FavoritesHost host(prefs.string());
-        EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{u"/a"}));
-        EXPECT_FALSE(ProviderHost::GetFavoritesLoadProblem());
-        EXPECT_FALSE(fs::exists(stale)) << "an old leftover is cleared away";
-        EXPECT_TRUE(fs::exists(young)) << "a young one may be another process's save";
-        ProviderHost::ModifyFavorites({u"/b"}, FavoriteOperation::Add);
-        EXPECT_EQ(StoredFavoritesText(), R"({"SerializerWrappedObject":["/a","/b"]})");
-    }
-}
-
 TEST(Favorites, ChangesFromFourThreadsAreAllKeptAndTheLastSaveHoldsThem) {
     Tessel::Test::TempDir dir;
     FavoritesHost host(dir.str() + "/prefs.json");
     constexpr int kThreads = 4;
     constexpr int kPerThread = 20;
+    const auto pathOf = [](int t, int i) {
+        return Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i));
+    };
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
+        threads.emplace_back([t, &pathOf] {
             for (int i = 0; i < kPerThread; ++i) {
-                const std::u16string path =
-                    Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i));
+                const std::u16string path = pathOf(t, i);
                 ProviderHost::ModifyFavorites({path}, FavoriteOperation::Add);
                 // Every other one goes again, while the other threads add theirs.
                 if (i % 2 == 0)
@@ -277,18 +261,16 @@ TEST(Favorites, ChangesFromFourThreadsAreAllKeptAndTheLastSaveHoldsThem) {
 
     Favorites expected;
     for (int t = 0; t < kThreads; ++t) {
-        for (int i = 1; i < kPerThread; i += 2) {
-            expected.push_back(Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i)));
-        }
+        for (int i = 1; i < kPerThread; i += 2)
+            expected.push_back(pathOf(t, i));
     }
     expected.sort();
     EXPECT_EQ(ProviderHost::GetFavorites(), expected);
 
-    nlohmann::json stored = nlohmann::json::parse(StoredFavoritesText());
+    const nlohmann::json stored = nlohmann::json::parse(StoredFavoritesText());
     Favorites saved;
-    for (const auto& path : stored.at("SerializerWrappedObject")) {
+    for (const auto& path : stored.at("SerializerWrappedObject"))
         saved.push_back(Utf8ToUtf16(path.get<std::string>()));
-    }
     EXPECT_EQ(saved, expected);
 }
 

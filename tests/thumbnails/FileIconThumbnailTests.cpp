@@ -25,11 +25,11 @@ TEST(FileIconThumbnail, SizeRule) {
         std::uint32_t requested, largest, expected;
     };
     const Case cases[] = {
-        {0, 0, 256},    {0, 48, 48},     {0, 100, 48},  {1, 0, 16},     {16, 0, 16},
-        {24, 0, 16},    // a tie between 16 and 32 goes to the smaller
-        {25, 0, 32},    {40, 0, 32},     {41, 0, 48},   {152, 0, 48},  // tie between 48 and 256
-        {153, 0, 256},  {4000, 0, 256},  {256, 32, 32}, {256, 40, 32}, {256, 41, 48},
-        {256, 1, 16},   {48, 256, 48},
+        {0, 0, 256},   {0, 48, 48},    {0, 100, 48},  {1, 0, 16},
+        {16, 0, 16},   {24, 0, 16},  // a tie between 16 and 32 goes to the smaller
+        {25, 0, 32},   {40, 0, 32},    {41, 0, 48},   {152, 0, 48},  // tie between 48 and 256
+        {153, 0, 256}, {4000, 0, 256}, {256, 32, 32}, {256, 40, 32},
+        {256, 41, 48}, {256, 1, 16},   {48, 256, 48},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(ChooseIconSize(c.requested, c.largest), c.expected)
@@ -40,30 +40,22 @@ TEST(FileIconThumbnail, SizeRule) {
 TEST(FileIconThumbnail, KindsOfPaths) {
     Tessel::Test::TempDir dir;
     dir.MakeDir("Footage");
-    dir.WriteFile("clip.MXF");
-    dir.WriteFile("take.wav");
-    dir.WriteFile("notes.txt");
-    dir.WriteFile("frame.0001.dpx");
-    dir.WriteFile(".hidden");
-    dir.WriteFile("no-extension");
-    dir.WriteFile("name\xff\xfe.mov");
+    for (const char* name : {"clip.MXF", "take.wav", "notes.txt", "frame.0001.dpx", ".hidden",
+                             "no-extension", "name\xff\xfe.mov"})
+        dir.WriteFile(name);
     ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "pipe.mp4"));
     Tessel::Test::FifoReaderWatch watch(dir.path() / "pipe.mp4");
 
-    const auto kind = [&](const std::string& name) {
-        return Platform::ClassifyFileIcon((dir.path() / name).native());
+    const std::pair<const char*, FileIconKind> cases[] = {
+        {"Footage", FileIconKind::Folder},       {"clip.MXF", FileIconKind::Video},
+        {"take.wav", FileIconKind::Audio},       {"notes.txt", FileIconKind::Document},
+        {"frame.0001.dpx", FileIconKind::Image}, {".hidden", FileIconKind::File},
+        {"no-extension", FileIconKind::File},    {"name\xff\xfe.mov", FileIconKind::Video},
+        {"pipe.mp4", FileIconKind::Video},  // by its name, never opened
+        {"missing.jpg", FileIconKind::Image},    {"missing", FileIconKind::File},
     };
-    EXPECT_EQ(kind("Footage"), FileIconKind::Folder);
-    EXPECT_EQ(kind("clip.MXF"), FileIconKind::Video);
-    EXPECT_EQ(kind("take.wav"), FileIconKind::Audio);
-    EXPECT_EQ(kind("notes.txt"), FileIconKind::Document);
-    EXPECT_EQ(kind("frame.0001.dpx"), FileIconKind::Image);
-    EXPECT_EQ(kind(".hidden"), FileIconKind::File);
-    EXPECT_EQ(kind("no-extension"), FileIconKind::File);
-    EXPECT_EQ(kind("name\xff\xfe.mov"), FileIconKind::Video);
-    EXPECT_EQ(kind("pipe.mp4"), FileIconKind::Video);  // by its name, never opened
-    EXPECT_EQ(kind("missing.jpg"), FileIconKind::Image);
-    EXPECT_EQ(kind("missing"), FileIconKind::File);
+    for (const auto& [name, expected] : cases)
+        EXPECT_EQ(Platform::ClassifyFileIcon((dir.path() / name).native()), expected) << name;
     EXPECT_EQ(Platform::ClassifyFileIcon(""), FileIconKind::File);
 #if !defined(_WIN32)
     const FileIconKind root = Platform::ClassifyFileIcon("/");
@@ -76,12 +68,7 @@ TEST(FileIconThumbnail, KindsOfPaths) {
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
 }
 
-// Alpha of the pixel at (X, Y from the top).
-std::uint8_t Alpha(const MF::IVideoFrame& frame, std::uint32_t x, std::uint32_t y) {
-    return static_cast<std::uint8_t>(frame.GetPixelBGRA(x, y) >> 24);
-}
-
-TEST(FileIconThumbnail, DrawsSquareIconsOfTheChosenSize) {
+TEST(FileIconThumbnail, DrawsSquareIconsOfTheChosenSizeFromManyThreads) {
     Tessel::Test::TempDir dir;
     dir.MakeDir("Footage");
     const std::int64_t live = pelpixLiveCount();
@@ -95,8 +82,8 @@ TEST(FileIconThumbnail, DrawsSquareIconsOfTheChosenSize) {
         EXPECT_EQ(frame->GetWidth(), size);
         EXPECT_EQ(frame->GetHeight(), size);
         // The drawing fills the middle and leaves the corners clear.
-        EXPECT_EQ(Alpha(*frame, size / 2, size / 2), 255) << size;
-        EXPECT_EQ(Alpha(*frame, 0, 0), 0) << size;
+        EXPECT_EQ(frame->GetPixelBGRA(size / 2, size / 2) >> 24, 255u) << size;
+        EXPECT_EQ(frame->GetPixelBGRA(0, 0) >> 24, 0u) << size;
     }
     // An empty file part is the directory itself; a trailing separator is not doubled.
     PelPixHandle self = RenderFileIconThumbnail(dir.str() + "/Footage/", "", 100, 0);
@@ -104,27 +91,25 @@ TEST(FileIconThumbnail, DrawsSquareIconsOfTheChosenSize) {
     EXPECT_EQ(pelpixGetWidth(self), 48u);
     pelpixDispose(self);
     EXPECT_EQ(RenderFileIconThumbnail("", "", 32, 0), nullptr);
-    EXPECT_EQ(pelpixLiveCount(), live);
-}
 
-TEST(FileIconThumbnail, ManyThreadsAtOnce) {
-    Tessel::Test::TempDir dir;
+    // Many threads at once.
     dir.WriteFile("a.mov");
     dir.WriteFile("b.wav");
     std::vector<std::thread> threads;
     std::atomic<int> drawn{0};
-    for (int t = 0; t < 4; ++t) {
+    for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             for (int i = 0; i < 20; ++i) {
                 PelPixHandle icon = RenderFileIconThumbnail(
                     dir.str(), (i + t) % 2 ? "a.mov" : "b.wav", (i % 4) * 20u, 0);
-                if (icon) ++drawn;
+                drawn += icon != nullptr;
                 pelpixDispose(icon);
             }
         });
-    }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads)
+        thread.join();
     EXPECT_EQ(drawn, 80);
+    EXPECT_EQ(pelpixLiveCount(), live);
 }
 
 TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
@@ -144,10 +129,10 @@ TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
     EXPECT_EQ(card->type, "PNG");
     const auto video = ImageResources::Find("SVG", "VideoColored");
     ASSERT_TRUE(video);
-    EXPECT_NE(std::string_view(reinterpret_cast<const char*>(video->bytes.data()),
-                               video->bytes.size())
-                  .find("<svg"),
-              std::string_view::npos);
+    EXPECT_NE(
+        std::string_view(reinterpret_cast<const char*>(video->bytes.data()), video->bytes.size())
+            .find("<svg"),
+        std::string_view::npos);
     for (const Artwork::EmbeddedFile& file : Artwork::AllFiles()) {
         EXPECT_FALSE(file.bytes.empty()) << file.name;
     }

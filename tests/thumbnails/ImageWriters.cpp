@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <stdexcept>
 #include <string_view>
 
@@ -15,13 +16,11 @@ namespace Tessel::Test {
 
 namespace {
 
-void Put16Le(Bytes& out, std::uint32_t value) {
-    out.push_back(static_cast<std::uint8_t>(value));
-    out.push_back(static_cast<std::uint8_t>(value >> 8));
-}
-void Put32Le(Bytes& out, std::uint32_t value) {
-    Put16Le(out, value & 0xFFFF);
-    Put16Le(out, value >> 16);
+// Little-endian fields of SIZE bytes, one for each value.
+void PutLe(Bytes& out, int size, std::initializer_list<std::uint32_t> values) {
+    for (const std::uint32_t value : values)
+        for (int i = 0; i < size; ++i)
+            out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
 }
 void Put32Be(Bytes& out, std::uint32_t value) {
     for (int shift = 24; shift >= 0; shift -= 8)
@@ -88,20 +87,10 @@ Bytes BmpHeaders(std::uint32_t width, std::int32_t height, std::uint32_t headerS
                  std::uint32_t pixelBytes) {
     Bytes out = {'B', 'M'};
     const std::uint32_t offset = 14 + headerSize + paletteBytes;
-    Put32Le(out, offset + pixelBytes);
-    Put32Le(out, 0);
-    Put32Le(out, offset);
-    Put32Le(out, headerSize);
-    Put32Le(out, width);
-    Put32Le(out, static_cast<std::uint32_t>(height));
-    Put16Le(out, 1);
-    Put16Le(out, bitCount);
-    Put32Le(out, compression);
-    Put32Le(out, pixelBytes);
-    Put32Le(out, 2835);  // 72 dpi
-    Put32Le(out, 2835);
-    Put32Le(out, paletteBytes / 4);
-    Put32Le(out, 0);
+    PutLe(out, 4,
+          {offset + pixelBytes, 0, offset, headerSize, width, static_cast<std::uint32_t>(height)});
+    PutLe(out, 2, {1, bitCount});
+    PutLe(out, 4, {compression, pixelBytes, 2835, 2835, paletteBytes / 4, 0});  // 72 dpi
     return out;
 }
 
@@ -126,11 +115,8 @@ Bytes WriteBmp24(const Picture& picture, bool topDown) {
 Bytes WriteBmp32(const Picture& picture) {
     Bytes out = BmpHeaders(picture.width, static_cast<std::int32_t>(picture.height), 108, 32,
                            3 /* bit fields */, 0, picture.width * 4 * picture.height);
-    Put32Le(out, 0x00FF0000);  // red, green, blue and alpha masks
-    Put32Le(out, 0x0000FF00);
-    Put32Le(out, 0x000000FF);
-    Put32Le(out, 0xFF000000);
-    Put32Le(out, 0x73524742);        // 'sRGB'
+    // Red, green, blue and alpha masks, then 'sRGB'.
+    PutLe(out, 4, {0x00FF0000, 0x0000FF00, 0x000000FF, 0xFF000000, 0x73524742});
     out.resize(out.size() + 48, 0);  // end points and gamma
     for (std::uint32_t row = 0; row < picture.height; ++row) {
         for (std::uint32_t x = 0; x < picture.width; ++x) {
@@ -158,10 +144,7 @@ Bytes WriteBmp8(std::uint32_t width, std::uint32_t height, const Bytes& indices,
 
 Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength) {
     Bytes out = {0, 0, static_cast<std::uint8_t>(runLength ? 10 : 2), 0, 0, 0, 0, 0};
-    Put16Le(out, 0);  // origin
-    Put16Le(out, 0);
-    Put16Le(out, picture.width);
-    Put16Le(out, picture.height);
+    PutLe(out, 2, {0, 0, picture.width, picture.height});  // origin and size
     out.push_back(static_cast<std::uint8_t>(bits));
     out.push_back(static_cast<std::uint8_t>((bits == 32 ? 8 : 0) | (topDown ? 0x20 : 0)));
     auto pixel = [&](std::uint32_t i) {
@@ -175,25 +158,15 @@ Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength) {
     };
     const std::uint32_t count = picture.width * picture.height;
     for (std::uint32_t i = 0; i < count;) {
-        if (!runLength) {
-            const Bytes p = pixel(i++);
-            out.insert(out.end(), p.begin(), p.end());
-            continue;
-        }
         // A run of equal pixels becomes a repeat packet, anything else a raw packet.
         std::uint32_t run = 1;
-        while (i + run < count && run < 128 && pixel(i + run) == pixel(i))
+        while (runLength && i + run < count && run < 128 && pixel(i + run) == pixel(i))
             ++run;
-        if (run > 1) {
-            out.push_back(static_cast<std::uint8_t>(0x80 | (run - 1)));
-            const Bytes p = pixel(i);
-            out.insert(out.end(), p.begin(), p.end());
-            i += run;
-        } else {
-            out.push_back(0);
-            const Bytes p = pixel(i++);
-            out.insert(out.end(), p.begin(), p.end());
-        }
+        if (runLength)
+            out.push_back(static_cast<std::uint8_t>(run > 1 ? 0x80 | (run - 1) : 0));
+        const Bytes p = pixel(i);
+        out.insert(out.end(), p.begin(), p.end());
+        i += run;
     }
     return out;
 }
@@ -204,11 +177,9 @@ Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
     while ((1u << tableBits) < palette.size())
         ++tableBits;
     Bytes out = {'G', 'I', 'F', '8', '9', 'a'};
-    Put16Le(out, width);
-    Put16Le(out, height);
-    out.push_back(static_cast<std::uint8_t>(0x80 | (tableBits - 1)));
-    out.push_back(0);  // background index
-    out.push_back(0);  // square pixels
+    PutLe(out, 2, {width, height});
+    // Global table, background index 0, square pixels.
+    out.insert(out.end(), {static_cast<std::uint8_t>(0x80 | (tableBits - 1)), 0, 0});
     for (unsigned i = 0; i < (1u << tableBits); ++i) {
         const Rgba p = i < palette.size() ? palette[i] : Rgba{};
         out.insert(out.end(), {p.r, p.g, p.b});
@@ -216,10 +187,7 @@ Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
     if (transparentIndex)
         out.insert(out.end(), {0x21, 0xF9, 4, 0x01, 0, 0, *transparentIndex, 0});
     out.push_back(0x2C);
-    Put16Le(out, 0);
-    Put16Le(out, 0);
-    Put16Le(out, width);
-    Put16Le(out, height);
+    PutLe(out, 2, {0, 0, width, height});
     out.push_back(0);  // no local table, not interlaced
 
     // LZW without compression: every index is a literal code, and a clear code comes
@@ -259,8 +227,7 @@ Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
         out.push_back(static_cast<std::uint8_t>(length));
         out.insert(out.end(), data.begin() + i, data.begin() + i + length);
     }
-    out.push_back(0);
-    out.push_back(0x3B);
+    out.insert(out.end(), {0, 0x3B});
     return out;
 }
 
