@@ -9,7 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
+#include <string_view>
 
 #include <tessel/foundation/Localizer.h>
 #include <tessel/foundation/Path.h>
@@ -54,7 +54,16 @@ std::string Text(const SDKPropertyMap& record, const std::string& key) {
 
 // "2024-03-05 09:07:02.045"
 bool IsDateText(const std::string& text) {
-    return std::regex_match(text, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})"));
+    // "YYYY-MM-DD HH:MM:SS.mmm": digits everywhere but the separators.
+    constexpr std::string_view kShape = "0000-00-00 00:00:00.000";
+    if (text.size() != kShape.size())
+        return false;
+    for (std::size_t i = 0; i < kShape.size(); ++i) {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (kShape[i] == '0' ? !digit : text[i] != kShape[i])
+            return false;
+    }
+    return true;
 }
 
 std::set<std::string> Keys(const SDKContentMap& content) {
