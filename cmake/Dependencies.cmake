@@ -1,17 +1,54 @@
 # Every dependency is a Debian package (scripts/install-deps installs them).
 find_package(Threads REQUIRED)
-find_package(nlohmann_json 3.10 REQUIRED)
-find_package(utf8cpp REQUIRED)
-find_package(fmt REQUIRED)
-find_package(spdlog REQUIRED)
-find_package(CLI11 REQUIRED)
+if(WIN32)
+  set(ZLIB_USE_STATIC_LIBS ON)  # one DLL fewer to ship beside the programs
+endif()
 find_package(PNG REQUIRED)
 
-# Standalone Asio is header-only and ships no CMake package.
-find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+if(CMAKE_CROSSCOMPILING AND WIN32)
+  # The header-only libraries come from the build machine's Debian packages. Their folders
+  # are linked into one include folder of their own: adding /usr/include itself would hide
+  # the MinGW C library behind glibc's headers.
+  set(TESSEL_HOST_HEADERS ${PROJECT_BINARY_DIR}/host-headers)
+  file(MAKE_DIRECTORY ${TESSEL_HOST_HEADERS})
+  foreach(entry nlohmann utf8cpp asio asio.hpp CLI fmt spdlog)
+    if(NOT EXISTS /usr/include/${entry})
+      message(FATAL_ERROR "/usr/include/${entry} is missing: run scripts/install-deps")
+    endif()
+    file(CREATE_LINK /usr/include/${entry} ${TESSEL_HOST_HEADERS}/${entry} SYMBOLIC)
+  endforeach()
+  add_library(tessel_host_headers INTERFACE)
+  target_include_directories(tessel_host_headers SYSTEM INTERFACE ${TESSEL_HOST_HEADERS})
+  foreach(name nlohmann_json::nlohmann_json utf8cpp CLI11::CLI11)
+    add_library(${name} ALIAS tessel_host_headers)
+  endforeach()
+  target_include_directories(tessel_host_headers SYSTEM INTERFACE ${TESSEL_HOST_HEADERS}/utf8cpp)
+  add_library(tessel_fmt INTERFACE)
+  target_link_libraries(tessel_fmt INTERFACE tessel_host_headers)
+  target_compile_definitions(tessel_fmt INTERFACE FMT_HEADER_ONLY)
+  add_library(fmt::fmt ALIAS tessel_fmt)
+  add_library(tessel_spdlog INTERFACE)
+  target_link_libraries(tessel_spdlog INTERFACE tessel_fmt)
+  target_compile_definitions(tessel_spdlog INTERFACE SPDLOG_FMT_EXTERNAL)
+  add_library(spdlog::spdlog ALIAS tessel_spdlog)
+  set(ASIO_INCLUDE_DIR ${TESSEL_HOST_HEADERS})
+else()
+  find_package(nlohmann_json 3.10 REQUIRED)
+  find_package(utf8cpp REQUIRED)
+  find_package(fmt REQUIRED)
+  find_package(spdlog REQUIRED)
+  find_package(CLI11 REQUIRED)
+  # Standalone Asio is header-only and ships no CMake package.
+  find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+endif()
+
 add_library(tessel_asio INTERFACE)
 target_include_directories(tessel_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
 target_compile_definitions(tessel_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+if(WIN32)
+  target_compile_definitions(tessel_asio INTERFACE _WIN32_WINNT=0x0A00)
+  target_link_libraries(tessel_asio INTERFACE ws2_32 mswsock)
+endif()
 
 # Image decoding, SVG artwork and the mount table come from the operating system's own
 # libraries on Windows (GDI+, the shell); elsewhere from these packages.

@@ -31,6 +31,7 @@ struct MountInfo {
 
 // Where the mount information comes from. The defaults are the running system's.
 struct MountTableFiles {
+#if !defined(_WIN32)
     // In mountinfo or fstab format (libmount tells them apart).
     NativeString mountTable = "/proc/self/mountinfo";
     // Mounts marked x-gvfs-hide here are hidden too (the kernel's table does not carry
@@ -40,6 +41,9 @@ struct MountTableFiles {
     NativeString labelDirectory = "/dev/disk/by-label";
     // One folder per block device with its "removable" flag (and "partition" for parts).
     NativeString blockDeviceDirectory = "/sys/class/block";
+#endif
+    // Windows asks the system itself (drive letters, network connections): nothing to
+    // replace there.
 };
 
 // Every entry of the mount table, in its order, unfiltered. Empty when it cannot be read.
