@@ -1,6 +1,9 @@
 # Build, test, install and fuzz Tessel. Every build uses Ninja in its own folder under build/.
 #   make run       build, then browse the bundled samples with the tessel tool
-#   make test      every suite: release tests, installed-package consumer, ASan+UBSan, TSan
+#   make test      every suite: release tests, installed-package consumer, ASan+UBSan, TSan,
+#                  and the Windows build's tests under Wine
+#   make windows   cross-build libtessel.dll, tessel.exe and the tests with MinGW-w64
+#   make test-windows  the Windows build's tests under Wine
 # Variables: JOBS (parallel jobs, default 2), PREFIX (install prefix, default /usr/local),
 # FUZZ_SECONDS (time per fuzz target, default 30).
 
@@ -19,6 +22,7 @@ RELEASE := $(BUILD)/release
 ASAN := $(BUILD)/asan
 TSAN := $(BUILD)/tsan
 FUZZ := $(BUILD)/fuzz
+WINDOWS := $(BUILD)/windows
 CONSUMER_PREFIX := $(CURDIR)/$(BUILD)/consumer-prefix
 CONSUMER := $(BUILD)/consumer
 TOOL := $(RELEASE)/apps/tessel/tessel
@@ -55,7 +59,7 @@ $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMP
     -DTESSEL_BUILD_BENCH=OFF))
 
 .PHONY: deps build run check test asan tsan bench install consumer consumer-install \
-    consumer-cmake consumer-pkg-config fuzz format clean
+    consumer-cmake consumer-pkg-config fuzz format clean windows test-windows
 
 deps:
 	@scripts/install-deps
@@ -72,7 +76,7 @@ check: build
 
 # Every suite in turn; the last line printed is the total "N passed, N failed".
 test: deps
-	@scripts/test-all check consumer-cmake consumer-pkg-config asan tsan
+	@scripts/test-all check consumer-cmake consumer-pkg-config asan tsan test-windows
 
 asan: deps $(ASAN)/build.ninja
 	$(CMAKE) --build $(ASAN) -j $(JOBS)
@@ -142,6 +146,26 @@ fuzz: deps $(FUZZ)/build.ninja
 	done; \
 	[ $$found = 1 ] || echo "fuzz: no fuzz targets in $(FUZZ)/fuzz"; \
 	if [ $${#failed[@]} -gt 0 ]; then echo "fuzz: crashes in: $${failed[*]}" >&2; exit 1; fi
+
+# The Windows build: its libraries come from scripts/build-windows-deps (built once into a
+# cache outside the tree); the folder is set up again when that prefix changes.
+WINDOWS_ARGS := -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchains/x86_64-w64-mingw32.cmake \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" \
+    "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" -DTESSEL_BUILD_BENCH=OFF
+
+windows: deps
+	@prefix=$$(scripts/build-windows-deps) || exit; \
+	configured=$$(sed -n 's/^TESSEL_WINDOWS_DEPS:PATH=//p' $(WINDOWS)/CMakeCache.txt 2>/dev/null); \
+	if [ ! -f $(WINDOWS)/build.ninja ] || [ "$$configured" != "$$prefix" ] || \
+	    [ Makefile -nt $(WINDOWS)/build.ninja ]; then \
+	    echo "$(CMAKE) -S . -B $(WINDOWS) -G Ninja ... -DTESSEL_WINDOWS_DEPS=$$prefix"; \
+	    $(CMAKE) -S . -B $(WINDOWS) -G Ninja $(WINDOWS_ARGS) -DTESSEL_WINDOWS_DEPS=$$prefix && \
+	    touch $(WINDOWS)/build.ninja; \
+	fi
+	$(CMAKE) --build $(WINDOWS) -j $(JOBS)
+
+test-windows: windows
+	$(CTEST) --test-dir $(WINDOWS) --output-on-failure -j $(JOBS)
 
 format:
 	@command -v clang-format >/dev/null || \

@@ -2,14 +2,14 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing]
+#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing] [metadata]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
 [ -x "$TESSEL" ] || { echo "compare: no tessel at $TESSEL (build it first)" >&2; exit 1; }
 TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(thumbnails listing)
+[ ${#suites[@]} -gt 0 ] || suites=(thumbnails listing metadata)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -116,10 +116,88 @@ listing() {
     fi
 }
 
+metadata() {
+    have exiftool || { echo "compare: metadata needs exiftool (scripts/install-deps --bench)" >&2; return 1; }
+    local dir="$work/metadata"
+    mkdir -p "$dir"
+    # 1,000 clips, each an MXF file's opening beside the XMP sidecar an editing tool writes for
+    # it: timecodes, tape, log notes, technical fields and a short history, about 3 KB.
+    head -c 512 /dev/zero >"$work/clip.mxf"
+    printf '\x06\x0e\x2b\x34\x02\x05\x01\x01\x0d\x01\x02\x01\x01\x02\x04\x00' |
+        dd of="$work/clip.mxf" conv=notrunc status=none
+    local i n second
+    for i in $(seq -w 1 1000); do
+        n=$((10#$i))
+        printf -v second '%02d' $((n % 60))
+        cp "$work/clip.mxf" "$dir/clip-$i.mxf"
+        cat >"$dir/clip-$i.xmp" <<XMP
+<?xpacket begin="" id="W5M0MpCehiHzreSzNTczkc9d"?>
+<x:xmpmeta xmlns:x="adobe:ns:meta/" x:xmptk="XMP Core 5.6">
+ <rdf:RDF xmlns:rdf="http://www.w3.org/1999/02/22-rdf-syntax-ns#">
+  <rdf:Description rdf:about=""
+    xmlns:xmp="http://ns.adobe.com/xap/1.0/"
+    xmlns:xmpDM="http://ns.adobe.com/xmp/1.0/DynamicMedia/"
+    xmlns:stDim="http://ns.adobe.com/xap/1.0/sType/Dimensions#"
+    xmlns:dc="http://purl.org/dc/elements/1.1/"
+    xmlns:xmpMM="http://ns.adobe.com/xap/1.0/mm/"
+    xmlns:stEvt="http://ns.adobe.com/xap/1.0/sType/ResourceEvent#"
+    xmp:CreateDate="2023-06-1${i: -1}T10:12:$second+02:00"
+    xmp:ModifyDate="2023-06-22T09:00:00+02:00"
+    xmp:MetadataDate="2023-06-22T09:00:00+02:00"
+    xmpDM:tapeName="A0${i:0:2}"
+    xmpDM:altTapeName="Reel $i"
+    xmpDM:scene="$((n / 10))"
+    xmpDM:shotName="Shot $i"
+    xmpDM:takeNumber="$((n % 10))"
+    xmpDM:logComment="Wind noise after the second line; keep the wide take."
+    xmpDM:good="True"
+    xmpDM:videoFrameRate="25p"
+    xmpDM:audioSampleRate="48000"
+    xmpDM:audioChannelType="Stereo"
+    xmpMM:InstanceID="xmp.iid:5c1d2f3e-0000-4000-8000-00000000$i"
+    xmpMM:DocumentID="xmp.did:5c1d2f3e-0000-4000-8000-00000000$i">
+   <xmpDM:startTimecode xmpDM:timeValue="10:00:$second:00" xmpDM:timeFormat="25Timecode"/>
+   <xmpDM:altTimecode xmpDM:timeValue="01:00:00:00" xmpDM:timeFormat="25Timecode"/>
+   <xmpDM:duration xmpDM:value="$((n * 3))" xmpDM:scale="1/25"/>
+   <xmpDM:videoFrameSize stDim:w="1920" stDim:h="1080" stDim:unit="pixel"/>
+   <dc:description>
+    <rdf:Alt>
+     <rdf:li xml:lang="x-default">Harbour at dawn, clip $i, seen from the pier.</rdf:li>
+    </rdf:Alt>
+   </dc:description>
+   <dc:creator><rdf:Seq><rdf:li>Ana</rdf:li><rdf:li>Ben</rdf:li></rdf:Seq></dc:creator>
+   <xmpMM:History>
+    <rdf:Seq>
+     <rdf:li stEvt:action="created" stEvt:instanceID="xmp.iid:0000$i"
+      stEvt:when="2023-06-1${i: -1}T10:12:00+02:00" stEvt:softwareAgent="Ingest 3.1"/>
+     <rdf:li stEvt:action="saved" stEvt:instanceID="xmp.iid:5c1d2f3e-0000-4000-8000-00000000$i"
+      stEvt:when="2023-06-22T09:00:00+02:00" stEvt:softwareAgent="Logger 2.0"
+      stEvt:changed="/metadata"/>
+    </rdf:Seq>
+   </xmpMM:History>
+  </rdf:Description>
+ </rdf:RDF>
+</x:xmpmeta>
+<?xpacket end="w"?>
+XMP
+    done
+
+    echo "== metadata: 1,000 MXF clips with XMP sidecars (2,000 files), JSON to /dev/null"
+    local t v names
+    t=$(seconds "$TESSEL" ls "$dir" --fields all --json)
+    v=$(seconds exiftool -json -XMP:all "$dir")
+    row "tessel ls --fields all --json" "$t" "exiftool -json -XMP:all" "$v"
+    # What the six metadata columns cost on their own, beside the listing without them.
+    names=$(seconds "$TESSEL" ls "$dir" --fields Name --json)
+    t=$(seconds "$TESSEL" ls "$dir" --fields Name,27,28,29,30,31,32 --json)
+    row "tessel ls, Name and the metadata columns" "$t" "tessel ls --fields Name" "$names"
+}
+
 for suite in "${suites[@]}"; do
     case "$suite" in
         thumbnails) thumbnails ;;
         listing) listing ;;
-        *) echo "compare: unknown suite '$suite' (known: thumbnails, listing)" >&2; exit 2 ;;
+        metadata) metadata ;;
+        *) echo "compare: unknown suite '$suite' (known: thumbnails, listing, metadata)" >&2; exit 2 ;;
     esac
 done

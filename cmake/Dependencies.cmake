@@ -1,8 +1,5 @@
 # Every dependency is a Debian package (scripts/install-deps installs them).
 find_package(Threads REQUIRED)
-if(WIN32)
-  set(ZLIB_USE_STATIC_LIBS ON)  # one DLL fewer to ship beside the programs
-endif()
 find_package(PNG REQUIRED)
 
 if(CMAKE_CROSSCOMPILING AND WIN32)
@@ -66,4 +63,19 @@ if(NOT WIN32)
   add_library(tessel_stb INTERFACE)
   target_include_directories(tessel_stb SYSTEM INTERFACE ${STB_INCLUDE_DIR})
   target_link_libraries(tessel_stb INTERFACE ${STB_LIBRARY})
+endif()
+
+# XMP reading for the metadata layer: exempi, through its pkg-config module on Linux and, on
+# Windows, the static library that scripts/build-windows-deps builds (its CMake package brings
+# expat and zlib along).
+add_library(tessel_exempi INTERFACE)
+if(WIN32)
+  find_package(exempi 2.6 CONFIG)
+  if(NOT exempi_FOUND)
+    message(FATAL_ERROR "exempi is missing: configure with -DTESSEL_WINDOWS_DEPS=$(scripts/build-windows-deps)")
+  endif()
+  target_link_libraries(tessel_exempi INTERFACE exempi::exempi)
+else()
+  pkg_check_modules(EXEMPI REQUIRED IMPORTED_TARGET exempi-2.0>=2.6)
+  target_link_libraries(tessel_exempi INTERFACE PkgConfig::EXEMPI)
 endif()

@@ -147,7 +147,8 @@ std::u16string NormalizeLocation(const std::string& argument) {
         return path;  // list paths ("volumes:"); "C:" is a drive, not a list
     }
     if (path.rfind(u"\\\\?\\", 0) == 0) return path;                   // long-path forms
-    return Path::MakeAbsolute(path);
+    // Windows: "C:\x" and "\\server\share" in the long-path form the library takes.
+    return Path::ToLongPath(Path::MakeAbsolute(path));
 }
 
 int PrintListing(const std::u16string& path, const std::u16string& providerID, ResultCode code,

@@ -51,8 +51,11 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     CLI::App app{"tessel: find the providers that can show a location, and list it", "tessel"};
     app.set_version_flag("--version", std::string("tessel ") + TESSEL_VERSION_STRING);
     app.require_subcommand(0, 1);
+    // "/media/card" is a path on every platform, never a Windows-style "/option".
+    app.allow_windows_style_options(false);
     app.footer(
-        "Paths: folders are made absolute; list paths (volumes:, favorites:, ...) and scheme\n"
+        "Paths: folders are made absolute (on Windows in the long-path form \\\\?\\C:\\... or\n"
+        "\\\\?\\UNC\\server\\share\\...); list paths (volumes:, favorites:, ...) and scheme\n"
         "paths (CLSource://...) are passed as given.\n"
         "Exit status: 0 success, 1 no provider or nothing found, 2 usage error, 3 interrupted\n"
         "(watch ends with 0 on Ctrl-C, its normal way to stop).");

@@ -16,13 +16,21 @@ set(TESSEL_WINDOWS_DEPS "" CACHE PATH "Prefix of the libraries built by scripts/
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TESSEL_WINDOWS_DEPS)
 set(CMAKE_FIND_ROOT_PATH /usr/${TESSEL_MINGW_TRIPLET})
 if(TESSEL_WINDOWS_DEPS)
-  list(APPEND CMAKE_FIND_ROOT_PATH ${TESSEL_WINDOWS_DEPS})
   list(APPEND CMAKE_PREFIX_PATH ${TESSEL_WINDOWS_DEPS})
 endif()
+# Every prefix is a search root too; with the root modes below nothing else would be found there.
+list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# pkg-config sees only the MinGW sysroot's modules (FindPkgConfig adds CMAKE_PREFIX_PATH's).
+set(ENV{PKG_CONFIG_LIBDIR} /usr/${TESSEL_MINGW_TRIPLET}/lib/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} "")
+
+# Static libraries throughout, zlib too (FindZLIB would take the DLL's import library).
+set(ZLIB_USE_STATIC_LIBS ON)
 
 # Test programs run under Wine, in a private prefix inside the build folder.
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../../scripts/wine-run)

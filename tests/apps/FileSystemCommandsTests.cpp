@@ -2,6 +2,7 @@
 // the favorites, and watching a folder.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -17,11 +18,11 @@
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
 #include <tessel/media/DirectoryChangeMonitor.h>
-#include <tessel/platform/Volumes.h>
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 #include <tessel/providers/filesystem/WinProviderNetworkVolume.h>
 #include <tessel/providers/filesystem/WinProviderVolume.h>
+#include <tessel/providers/filesystem/WinVolumeUtils.h>
 
 #include "Interrupt.h"
 #include "Tool.h"
@@ -67,6 +68,16 @@ struct PrefsFile {
     const std::string path;
 };
 
+// A folder as the tool shows it: on Windows in the long-path form the library takes.
+std::string Location(std::string path) {
+#if defined(_WIN32)
+    std::replace(path.begin(), path.end(), '/', '\\');
+    return "\\\\?\\" + path;
+#else
+    return path;
+#endif
+}
+
 const char* const kCloudServices[] = {"Dropbox",      "Dropbox (Business)", "Google Drive",
                                       "iCloud Drive", "One Drive",          "One Drive (Business)",
                                       "Framecast"};
@@ -86,27 +97,28 @@ TEST(FileSystemCommands, FavoritesAreListedAddedAndRemoved) {
 
     Result added = RunTool({"--prefs", prefs.path, "favorites", "add", b, a + "/"});
     ASSERT_EQ(added.status, 0) << added.err;
-    EXPECT_EQ(added.out, a + "\n" + b + "\n");
+    EXPECT_EQ(added.out, Location(a) + "\n" + Location(b) + "\n");
 
     Result refused = RunTool({"favorites", "add", dir.str(), dir.str() + "/missing"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_EQ(refused.err,
-              "tessel: " + dir.str() + "/missing: not a folder; no favorites were added\n");
+    EXPECT_EQ(refused.err, "tessel: " + Location(dir.str() + "/missing") +
+                               ": not a folder; no favorites were added\n");
 
-    Result removed = RunTool({"favorites", "remove", a, "/not/a/favorite"});
+    Result removed = RunTool({"favorites", "remove", a, dir.str() + "/never"});
     EXPECT_EQ(removed.status, 0);
-    EXPECT_EQ(removed.out, b + "\n");
-    EXPECT_EQ(removed.err, "tessel: warning: /not/a/favorite is not a favorite\n");
+    EXPECT_EQ(removed.out, Location(b) + "\n");
+    EXPECT_EQ(removed.err,
+              "tessel: warning: " + Location(dir.str() + "/never") + " is not a favorite\n");
 
     Result json = RunTool({"favorites", "list", "--json"});
     ASSERT_EQ(json.status, 0);
     EXPECT_EQ(nlohmann::json::parse(json.out),
-              nlohmann::json({{"favorites", nlohmann::json::array({b})}}));
+              nlohmann::json({{"favorites", nlohmann::json::array({Location(b)})}}));
 
     std::ifstream in(prefs.path);
     const nlohmann::json onDisk = nlohmann::json::parse(in);
     EXPECT_EQ(onDisk.at(kFavoritesPreference),
-              nlohmann::json({{"SerializerWrappedObject", {b}}}).dump());
+              nlohmann::json({{"SerializerWrappedObject", {Location(b)}}}).dump());
 
     EXPECT_EQ(RunTool({"favorites", "add"}).status, 2);
     EXPECT_EQ(RunTool({"favorites", "list", a}).status, 2);
@@ -149,16 +161,17 @@ TEST(FileSystemCommands, ListsGoThroughTheirProviders) {
     EXPECT_EQ(doc.at("provider"), std::string(kProviderIDPrefix) + "ProviderCloudSync");
     ASSERT_EQ(doc.at("items").size(), 2u);
     EXPECT_EQ(doc["items"][0]["fields"]["Name"], "Dropbox");
-    EXPECT_EQ(doc["items"][1]["fields"]["Path"], dir.str() + "/OD");
+    EXPECT_EQ(doc["items"][1]["fields"]["Path"], Location(dir.str() + "/OD"));
     for (const char* service : kCloudServices)
         Settings::Reset(std::string("Tessel.CloudSync.") + service);
     Result volumes = RunTool({"volumes", "--json"});
     ASSERT_EQ(volumes.status, 0) << volumes.err;
     doc = nlohmann::json::parse(volumes.out);
-    const auto expected = Platform::ListVolumes();
+    SDKContentMap expected;
+    WinVolumeUtils::GetDriveLetterContent(expected, {kSDKNameField}, {});
     ASSERT_EQ(doc.at("items").size(), expected.size());
     if (!expected.empty()) {
-        EXPECT_EQ(doc["items"][0]["key"], expected.front().mountPoint);
+        EXPECT_EQ(doc["items"][0]["key"], expected.begin()->first);
         EXPECT_TRUE(doc["items"][0]["fields"].contains("ExtraPath")) << "programs get every column";
     }
     EXPECT_EQ(RunTool({"network-volumes", "--json"}).status, 0);
@@ -193,19 +206,24 @@ TEST(FileSystemCommands, WatchPrintsOneLinePerChangeUntilStopped) {
     RegisterListProviders();
 
     const auto watching = [](const std::string& path) {
-        return [path] { return MF::DirectoryChangeMonitor::IsMonitoring(Utf8ToUtf16(path)); };
+        return [path] {
+            return MF::DirectoryChangeMonitor::IsMonitoring(Utf8ToUtf16(Location(path)));
+        };
     };
     Result created = WatchWhile({"watch", dir.str(), "--count", "1"}, watching(dir.str()),
                                 [&] { std::ofstream(dir.path() / "new.mov") << "x"; });
     EXPECT_EQ(created.status, 0) << created.err;
-    EXPECT_EQ(created.out, dir.str() + ": new.mov\n");
-    EXPECT_EQ(created.err, "tessel: watching " + dir.str() + "; press Ctrl-C to stop\n");
-    EXPECT_FALSE(MF::DirectoryChangeMonitor::IsMonitoring(dir.u16())) << "stopped at the end";
+    EXPECT_EQ(created.out, Location(dir.str()) + ": new.mov\n");
+    EXPECT_EQ(created.err, "tessel: watching " + Location(dir.str()) + "; press Ctrl-C to stop\n");
+    EXPECT_FALSE(MF::DirectoryChangeMonitor::IsMonitoring(Utf8ToUtf16(Location(dir.str()))))
+        << "stopped at the end";
 
+    // Moved away as a whole (Wine would delete it only once the watch lets go).
     const std::string sub = dir.MakeDir("sub").string();
-    Result gone = WatchWhile({"watch", sub}, watching(sub), [&] { fs::remove(sub); });
+    Result gone = WatchWhile({"watch", sub}, watching(sub),
+                             [&] { fs::rename(sub, dir.path() / "elsewhere"); });
     EXPECT_EQ(gone.status, 1);
-    EXPECT_EQ(gone.out, sub + ": gone\n");
+    EXPECT_EQ(gone.out, Location(sub) + ": gone\n");
 
     // Ctrl-C is how a watch normally ends.
     Result stopped =
@@ -217,7 +235,8 @@ TEST(FileSystemCommands, WatchPrintsOneLinePerChangeUntilStopped) {
 
     Result missing = RunTool({"watch", dir.str() + "/missing"});
     EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, "tessel: " + dir.str() + "/missing: no such file or folder\n");
+    EXPECT_EQ(missing.err,
+              "tessel: " + Location(dir.str() + "/missing") + ": no such file or folder\n");
     Result list = RunTool({"watch", "favorites:"});
     EXPECT_EQ(list.status, 1);
     EXPECT_EQ(list.err, "tessel: favorites: cannot be watched\n");

@@ -12,8 +12,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <tessel/foundation/Path.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
+#include <tessel/providers/filesystem/WinProviderDirectory.h>
 
 #include "Commands.h"
 #include "Interrupt.h"
@@ -51,7 +53,8 @@ TEST(Tool, ProvidersRanksAndListsInRegistrationOrder) {
     Result ranked = RunTool({"providers", "/media/card", "--json"});
     ASSERT_EQ(ranked.status, 0) << ranked.err;
     auto doc = nlohmann::json::parse(ranked.out);
-    EXPECT_EQ(doc["path"], "/media/card");
+    // On Windows the path is on the current drive, in long-path form.
+    EXPECT_EQ(doc["path"], Utf16ToUtf8(Tool::NormalizeLocation("/media/card")));
     ASSERT_EQ(doc["providers"].size(), 2u);
     EXPECT_EQ(doc["providers"][0]["id"], Id("Card"));
     EXPECT_EQ(doc["providers"][0]["score"], 100);
@@ -74,13 +77,45 @@ TEST(Tool, ProvidersRanksAndListsInRegistrationOrder) {
 }
 
 TEST(Tool, LocationsAreNormalised) {
-    for (const char* same : {"volumes:", "CLSource://project/bin", "\\\\?\\C:\\Media", "/", ""})
+    for (const char* same : {"volumes:", "CLSource://project/bin", "\\\\?\\C:\\Media", ""})
         EXPECT_EQ(Tool::NormalizeLocation(same), Utf8ToUtf16(same)) << same;
+#if defined(_WIN32)
+    // Drive and share paths take the long-path form the library works with, in which "." and
+    // ".." mean nothing, so they are resolved first.
+    const std::pair<const char*, std::u16string> longForms[] = {
+        {"C:\\Media", u"\\\\?\\C:\\Media"},
+        {"C:\\", u"\\\\?\\C:\\"},
+        {"c:/Media/./x/../y/", u"\\\\?\\c:\\Media\\y"},
+        {"C:\\..", u"\\\\?\\C:\\"},
+        {"\\\\server\\share\\x", u"\\\\?\\UNC\\server\\share\\x"},
+        {"\\\\server\\share\\..", u"\\\\?\\UNC\\server\\share\\"},
+        {"\\\\server\\share", u"\\\\?\\UNC\\server\\share"}};
+    for (const auto& [argument, expected] : longForms)
+        EXPECT_EQ(Tool::NormalizeLocation(argument), expected) << argument;
+    const std::u16string relative = Tool::NormalizeLocation("some\\where");
+    EXPECT_EQ(relative.substr(0, 4), u"\\\\?\\");
+    EXPECT_EQ(relative.substr(relative.size() - 11), u"\\some\\where");
+#else
+    EXPECT_EQ(Tool::NormalizeLocation("/"), u"/");
     EXPECT_EQ(Tool::NormalizeLocation("/a/b//"), u"/a/b");
     const std::u16string relative = Tool::NormalizeLocation("some/where");
     EXPECT_EQ(relative.front(), u'/');
     EXPECT_EQ(relative.substr(relative.size() - 11), u"/some/where");
+#endif
 }
+
+#if defined(_WIN32)
+TEST(Tool, TheFolderProviderClaimsADrivePathGivenAsPeopleWriteIt) {
+    Tessel::Test::HostFixture host;
+    Tessel::Test::Register(std::make_shared<WinProviderDirectory>());
+    Result result = RunTool({"providers", "C:\\windows", "--json"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto doc = nlohmann::json::parse(result.out);
+    EXPECT_EQ(doc["path"], "\\\\?\\C:\\windows");
+    ASSERT_EQ(doc["providers"].size(), 1u);
+    EXPECT_EQ(doc["providers"][0]["score"], 30);
+}
+#endif
 
 TEST(Tool, ListWritesRecordsForPeopleAndPrograms) {
     Tessel::Test::TempDir dir;
@@ -101,7 +136,8 @@ TEST(Tool, ListWritesRecordsForPeopleAndPrograms) {
     EXPECT_EQ(doc["items"][0]["fields"]["Name"], "A.wav");
     EXPECT_EQ(doc["items"][1]["fields"]["Directory"], true);
     EXPECT_EQ(doc["items"][3]["fields"]["Name"], "caf\xC3\xA9.jpg");
-    EXPECT_EQ(doc["items"][3]["key"], dir.str() + "/caf\xC3\xA9.jpg");
+    EXPECT_EQ(doc["items"][3]["key"],
+              Path::Join(std::string_view(dir.longStr()), "caf\xC3\xA9.jpg"));
 
     Result people = RunTool({"ls", dir.str()});
     ASSERT_EQ(people.status, 0);
@@ -121,7 +157,8 @@ TEST(Tool, ErrorsAndUsage) {
     Tessel::Test::HostFixture host;
     Result missing = RunTool({"ls", "/no/such/folder"});
     EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, "tessel: /no/such/folder: no such file or folder\n");
+    EXPECT_EQ(missing.err, "tessel: " + Utf16ToUtf8(Tool::NormalizeLocation("/no/such/folder")) +
+                               ": no such file or folder\n");
     EXPECT_EQ(RunTool({"ls"}).status, 2);
     EXPECT_EQ(RunTool({"frobnicate"}).status, 2);
     EXPECT_EQ(RunTool({"providers"}).status, 2);

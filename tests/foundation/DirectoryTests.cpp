@@ -76,10 +76,11 @@ TEST(DirectoryWalk, ReturnsNtfsOrderNotByteOrCaseFoldedOrder) {
                                     u"\U0001F600.txt",
                                     u"\uFF01.txt",
                                     u"~"};
-    const std::vector<std::u16string> expected = {
+    std::vector<std::u16string> expected = {
         u"A",         u"a", u"B",          u"b",           u"Z~",
         u"_x",        u"~", u"\u00E9.txt", u"\u00C9a.txt", u"\U0001F600.txt",
         u"\uFF01.txt"};
+    const std::vector<std::u16string> allExpected = expected;
     TempDir dir;
     for (const std::u16string& name : names) {
         Touch(dir.path() / fs::path(name));
@@ -87,7 +88,9 @@ TEST(DirectoryWalk, ReturnsNtfsOrderNotByteOrCaseFoldedOrder) {
     }
     if (std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()) !=
         2 * static_cast<std::ptrdiff_t>(std::size(names))) {
-        GTEST_SKIP() << "the temporary folder's file system ignores case";
+        // A file system that ignores case (Windows) kept the first of each pair, "b" and "A".
+        std::erase_if(expected,
+                      [](const std::u16string& name) { return name == u"a" || name == u"B"; });
     }
 
     const Listing listing = List(dir.u16());
@@ -106,7 +109,7 @@ TEST(DirectoryWalk, ReturnsNtfsOrderNotByteOrCaseFoldedOrder) {
 
     std::vector<std::u16string> sorted(std::begin(names), std::end(names));
     Tessel::SortNtfsOrder(sorted);
-    EXPECT_EQ(sorted, expected);
+    EXPECT_EQ(sorted, allExpected);
 }
 
 TEST(SortNtfsOrder, AgreesWithThePairwiseOrderOnALargeList) {

@@ -17,6 +17,10 @@
 #include "support/FileKinds.h"
 #include "support/TempDir.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -240,6 +244,30 @@ TEST(PathRules, MakeAbsoluteJoinsTheCurrentDirectoryAndCollapsesNothingElse) {
     EXPECT_EQ(MakeAbsolute(kWindows, u"C:\\", u"D:\\"), u"C:\\");
 }
 
+TEST(PathStyle, LongPathFormsOfDriveAndSharePaths) {
+    using Tessel::Path::ToLongPath;
+    const std::pair<std::u16string, std::u16string> cases[] = {
+        {u"C:\\Media", u"\\\\?\\C:\\Media"},
+        {u"C:\\", u"\\\\?\\C:\\"},
+        {u"C:/a/./b/../c", u"\\\\?\\C:\\a\\c"},
+        {u"C:\\..\\..\\x", u"\\\\?\\C:\\x"},
+        {u"C:\\a\\\\b\\", u"\\\\?\\C:\\a\\b\\"},
+        {u"\\\\server\\share\\x", u"\\\\?\\UNC\\server\\share\\x"},
+        {u"\\\\server\\share\\..\\..", u"\\\\?\\UNC\\server\\share\\"},
+        {u"//server/share/x", u"\\\\?\\UNC\\server\\share\\x"},
+        {u"\\\\server\\share", u"\\\\?\\UNC\\server\\share"},
+        // Long-path and device forms are taken as they are, dots and all.
+        {u"\\\\?\\C:\\a\\..", u"\\\\?\\C:\\a\\.."},
+        {u"\\\\.\\PhysicalDrive0", u"\\\\.\\PhysicalDrive0"},
+        {u"relative\\x", u"relative\\x"},
+        {u"C:x", u"C:x"},
+        {u"", u""}};
+    for (const auto& [path, expected] : cases)
+        EXPECT_EQ(ToLongPath(kWindows, path), expected) << Tessel::Utf16ToUtf8(path);
+    EXPECT_EQ(ToLongPath(kPosix, u"/a/../b"), u"/a/../b");
+    EXPECT_EQ(ToLongPath(kPosix, u"C:\\x"), u"C:\\x");
+}
+
 #if !defined(_WIN32)
 
 // Restores the working directory a test moves away from.
@@ -443,5 +471,47 @@ TEST(Path, FourThousandBytePathsWork) {
 }
 
 #endif  // !_WIN32
+
+#if defined(_WIN32)
+
+TEST(Path, NativeFunctionsFollowTheWindowsRules) {
+    using namespace Tessel::Path;
+    EXPECT_TRUE(IsSeparator(u'\\'));
+    EXPECT_TRUE(IsSeparator(u'/'));
+    EXPECT_TRUE(IsRoot(u"\\\\?\\C:\\"));
+    EXPECT_EQ(ToLongPath(u"C:\\x\\..\\y"), u"\\\\?\\C:\\y");
+    EXPECT_EQ(GetFilePart(std::string_view("\\\\?\\C:\\a\\b.c")), "b.c");
+
+    // The folder rule takes the system's UNC answer; Wine's PathIsUNCW also calls every
+    // "\\?\" path UNC, which must not let "\\?\C:\Media\" through.
+    const std::pair<const char*, bool> folders[] = {{"\\\\?\\C:\\Media\\", false},
+                                                    {"\\\\?\\C:", false},
+                                                    {"\\\\?\\C:\\", true},
+                                                    {"\\\\?\\C:\\Media", true},
+                                                    {"C:\\Media", false},
+                                                    {"\\\\server\\share\\", true},
+                                                    {"\\\\?\\UNC\\server\\share", true},
+                                                    {"\\\\?\\Volume{1}\\x\\", false}};
+    for (const auto& [path, valid] : folders)
+        EXPECT_EQ(IsValidDirectoryPath(std::string_view(path)), valid) << path;
+
+    // The long-path form opens what the short form cannot.
+    TempDir dir;
+    std::u16string deep = dir.longU16();
+    while (deep.size() < 400) {
+        deep = Join(deep, std::u16string(50, u'd'));
+        ASSERT_TRUE(CreateDirectoryW(reinterpret_cast<const wchar_t*>(deep.c_str()), nullptr));
+    }
+    EXPECT_TRUE(DirectoryExists(deep));
+    EXPECT_TRUE(DirectoryExists(Tessel::Utf16ToUtf8(deep)));
+    EXPECT_FALSE(FileExists(deep));
+    EXPECT_FALSE(DirectoryExists(Join(deep, u"missing")));
+    while (deep.size() > dir.longU16().size()) {
+        EXPECT_TRUE(RemoveDirectoryW(reinterpret_cast<const wchar_t*>(deep.c_str())));
+        deep = GetParent(deep);
+    }
+}
+
+#endif  // _WIN32
 
 }  // namespace

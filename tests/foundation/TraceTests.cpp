@@ -97,6 +97,8 @@ TEST(Trace, OnlyEnabledCategoriesWriteLinesInTheAgreedFormat) {
     std::vector<std::string> seen;
     std::istringstream lines(text);
     for (std::string current; std::getline(lines, current);) {
+        if (!current.empty() && current.back() == '\r')
+            current.pop_back();  // Windows ends lines with CR LF
         // "[HH:MM:SS.mmm] [category] text"
         ASSERT_TRUE(MatchesShape(current.substr(0, 16), "[99:99:99.999] [")) << current;
         const std::size_t close = current.find("] ", 16);

@@ -12,7 +12,8 @@ namespace {
 
 std::vector<std::string> Leaves(const std::vector<std::u16string>& paths) {
     std::vector<std::string> out;
-    for (const auto& p : paths) out.push_back(Utf16ToUtf8(p.substr(p.rfind(u'/') + 1)));
+    for (const auto& p : paths)
+        out.push_back(Utf16ToUtf8(p.substr(p.find_last_of(u"/\\") + 1)));
     return out;
 }
 
@@ -50,7 +51,8 @@ TEST(DirectoryContents, ReadsOnceAndKeepsHiddenFoldersButNotHiddenFiles) {
     const auto before = Platform::DirectoryReadCount();
     EXPECT_EQ(Leaves(contents.GetFileList({})), (std::vector<std::string>{"A.xml", "b.mxf"}));
     std::vector<std::string> dirs;
-    for (const auto& d : contents.GetDirectoryList({})) dirs.push_back(Utf16ToUtf8(d.GetFullPath()));
+    for (const auto& d : contents.GetDirectoryList({}))
+        dirs.push_back(Utf16ToUtf8(d.GetFullPath()));
     EXPECT_EQ(dirs.size(), 2u);  // ".git" stays: only files are filtered
     EXPECT_EQ(Leaves(contents.GetPathList({})),
               (std::vector<std::string>{"A.xml", "b.mxf", ".git", "CONTENTS"}));
@@ -64,7 +66,8 @@ TEST(DirectoryContents, ReadsOnceAndKeepsHiddenFoldersButNotHiddenFiles) {
 
 TEST(DirectoryContents, TheFirstCallersAbortGovernsTheOnlyWalk) {
     Tessel::Test::TempDir dir;
-    for (int i = 0; i < 20; ++i) dir.WriteFile("f" + std::to_string(100 + i));
+    for (int i = 0; i < 20; ++i)
+        dir.WriteFile("f" + std::to_string(100 + i));
     DirectoryContents contents(dir.u16());
     int asked = 0;
     const auto partial = contents.GetFileList([&] { return ++asked > 5; });

@@ -111,18 +111,28 @@ TEST(Provider, AccessAndMonitoringRules) {
 
 TEST(Provider, CurrentOrDescendentDirectory) {
     TempDir dir;
-    const std::u16string root = dir.u16();
-    const std::u16string a = Utf8ToUtf16(dir.MakeDir("a").string());
-    const std::u16string inner = Utf8ToUtf16(dir.MakeDir("a/b/c").string());
-    const std::u16string sibling = Utf8ToUtf16(dir.MakeDir("ab").string());
+    // Paths as the library gets them: native separators (the long-path form on Windows).
+    const auto native = [&dir](std::string relative) {
+        for (char& c : relative)
+            if (c == '/')
+                c = static_cast<char>(Tessel::Platform::kNativeSeparator);
+        return relative.empty() ? dir.longU16() : dir.longU16() + Utf8ToUtf16(relative);
+    };
+    dir.MakeDir("a/b/c");
+    dir.MakeDir("ab");
+    const std::u16string root = native("");
+    const std::u16string a = native("/a");
+    const std::u16string inner = native("/a/b/c");
+    const std::u16string sibling = native("/ab");
     TestProvider provider("P");
     EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(u"/no/such", u"/no/such"));
     EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(a, inner));
     EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(root, a));
     EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(inner, a));
     EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, sibling));  // "ab" only begins with "a"
-    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, a + u"/missing"));
-    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, a + u"/b/../../ab"));  // climbs out
+    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, native("/a/missing")));
+    EXPECT_FALSE(
+        provider.IsCurrentOrDescendentDirectory(a, native("/a/b/../../ab")));  // climbs out
 }
 
 TEST(Provider, ManagedPathsAreASortedSetSafeFromManyThreads) {

@@ -62,7 +62,7 @@ TEST_F(DirectoryChangeMonitorTest, CountsRequestsPerPathAndListsThemSorted) {
     EXPECT_FALSE(DirectoryChangeMonitor::IsMonitoring(b));
 
     // The list is sorted whatever the order of requests.
-    const std::u16string base = dir.u16() + u"/";
+    const std::u16string base = (dir.path() / "").u16string();  // with its separator
     for (const char* name : {"zeta", "Alpha", "beta", "alpha"})
         DirectoryChangeMonitor::MonitorDirectory(dir.MakeDir(name).u16string(), 0, 0);
     EXPECT_EQ(DirectoryChangeMonitor::GetMonitoredDirectories(),

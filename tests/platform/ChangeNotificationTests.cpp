@@ -21,7 +21,15 @@
 #include "support/FileKinds.h"
 #include "support/TempDir.h"
 
-#if defined(__linux__)
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+#endif
 
 namespace {
 
@@ -33,7 +41,12 @@ using Tessel::Test::TempDir;
 namespace P = Tessel::Platform;
 
 constexpr auto kPatience = std::chrono::seconds(20);
-using Seen = std::set<std::pair<ChangeKind, std::string>>;
+using Seen = std::set<std::pair<ChangeKind, P::NativeString>>;
+
+// A leaf name in the system's form.
+P::NativeString N(const fs::path& name) {
+    return name.native();
+}
 
 // Gathers what one watch reports.
 class Recorder {
@@ -58,7 +71,7 @@ public:
             return std::includes(mSeen.begin(), mSeen.end(), wanted.begin(), wanted.end());
         });
     }
-    bool SawName(const std::string& name) {
+    bool SawName(const P::NativeString& name) {
         std::lock_guard lock(mMutex);
         return std::any_of(mSeen.begin(), mSeen.end(),
                            [&](const auto& change) { return change.second == name; });
@@ -80,6 +93,15 @@ private:
     std::set<P::NativeString> mDirectories;
 };
 
+bool UnderWine() {
+#if defined(_WIN32)
+    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
+}
+
 void Write(const fs::path& path, const std::string& content = "x") {
     std::ofstream(path, std::ios::binary) << content;
 }
@@ -100,8 +122,9 @@ TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
     Recorder first;
     Recorder second;
     const ChangeWatchId a = P::WatchDirectory(dir.path().native(), first.Callback());
-    // The same folder spelled otherwise shares the system's watch but not the callback.
-    const ChangeWatchId b = P::WatchDirectory(dir.str() + "/.", second.Callback());
+    // The same folder spelled otherwise may share the system's watch but not the callback.
+    const P::NativeString otherSpelling = (dir.path() / ".").native();
+    const ChangeWatchId b = P::WatchDirectory(otherSpelling, second.Callback());
     ASSERT_NE(a, 0u);
     ASSERT_NE(b, 0u);
     EXPECT_NE(a, b);
@@ -113,21 +136,27 @@ TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
     }
     fs::rename(dir.path() / "clip.mov", dir.path() / "renamed.mov");
     Write(dir.path() / "sub" / "deep.txt");  // one level only
-    Write(dir.path() / "bad\xff");           // reported as its bytes
+#if defined(_WIN32)
+    const fs::path odd = u"caf\u00e9 \U0001F3AC";  // reported in UTF-16, the pair kept whole
+#else
+    const fs::path odd = "bad\xff";  // reported as its bytes
+#endif
+    Write(dir.path() / odd);
     fs::remove(dir.path() / "renamed.mov");
-    const Seen wanted = {{ChangeKind::Added, "clip.mov"},      {ChangeKind::Modified, "clip.mov"},
-                         {ChangeKind::Removed, "clip.mov"},    {ChangeKind::Added, "renamed.mov"},
-                         {ChangeKind::Removed, "renamed.mov"}, {ChangeKind::Added, "bad\xff"}};
+    const Seen wanted = {
+        {ChangeKind::Added, N("clip.mov")},      {ChangeKind::Modified, N("clip.mov")},
+        {ChangeKind::Removed, N("clip.mov")},    {ChangeKind::Added, N("renamed.mov")},
+        {ChangeKind::Removed, N("renamed.mov")}, {ChangeKind::Added, N(odd)}};
     ASSERT_TRUE(first.WaitFor(wanted));
     ASSERT_TRUE(second.WaitFor(wanted));
     EXPECT_FALSE(first.Repeated()) << "a burst reports each change once";
-    EXPECT_FALSE(first.SawName("deep.txt"));
-    EXPECT_EQ(second.Directories(), (std::set<P::NativeString>{dir.str() + "/."}));
+    EXPECT_FALSE(first.SawName(N("deep.txt")));
+    EXPECT_EQ(second.Directories(), (std::set<P::NativeString>{otherSpelling}));
 
     P::StopWatching(a);
     Write(dir.path() / "after.txt");
-    ASSERT_TRUE(second.WaitFor({{ChangeKind::Added, "after.txt"}}));
-    EXPECT_FALSE(first.SawName("after.txt")) << "reported after its stop";
+    ASSERT_TRUE(second.WaitFor({{ChangeKind::Added, N("after.txt")}}));
+    EXPECT_FALSE(first.SawName(N("after.txt"))) << "reported after its stop";
     P::StopWatching(b);
     P::StopWatching(b);  // twice, and unknown ids, change nothing
     P::StopWatching(0);
@@ -144,26 +173,33 @@ TEST(ChangeNotification, TheWatchedFolderGoingAwayEndsTheWatch) {
     const ChangeWatchId b = P::WatchDirectory(moved.native(), onMoved.Callback());
     fs::remove_all(removed);
     fs::rename(moved, dir.path() / "elsewhere");
-    EXPECT_TRUE(onRemoved.WaitFor({{ChangeKind::DirectoryGone, ""}}));
-    EXPECT_TRUE(onMoved.WaitFor({{ChangeKind::DirectoryGone, ""}}));
+    // Wine deletes a directory only when its last handle closes, the watch's included, and
+    // until then nothing tells it from one that was not deleted.
+    if (!UnderWine()) {
+        EXPECT_TRUE(onRemoved.WaitFor({{ChangeKind::DirectoryGone, {}}}));
+    }
+    EXPECT_TRUE(onMoved.WaitFor({{ChangeKind::DirectoryGone, {}}}));
     // The moved folder is not followed to its new place.
     Write(dir.path() / "elsewhere" / "late.txt");
     P::StopWatching(a);
     P::StopWatching(b);
-    EXPECT_FALSE(onMoved.SawName("late.txt"));
+    EXPECT_FALSE(onMoved.SawName(N("late.txt")));
     EXPECT_FALSE(P::IsChangeNotificationRunning());
 }
 
 TEST(ChangeNotification, WhatIsNoFolderIsRefusedUnopenedAndMountWatchesShareTheThread) {
     TempDir dir;
     const fs::path file = dir.WriteFile("file.txt", "x");
+    Recorder recorder;
+    for (const fs::path& path : {file, dir.path() / "missing", fs::path()})
+        EXPECT_EQ(P::WatchDirectory(path.native(), recorder.Callback()), 0u) << path;
+#if !defined(_WIN32)
     ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "fifo"));
     Tessel::Test::FifoReaderWatch fifoWatch(dir.path() / "fifo");
-    Recorder recorder;
-    for (const fs::path& path : {file, dir.path() / "fifo", dir.path() / "missing", fs::path()})
-        EXPECT_EQ(P::WatchDirectory(path.native(), recorder.Callback()), 0u) << path;
-    EXPECT_EQ(P::WatchDirectory(dir.path().native(), {}), 0u);
+    EXPECT_EQ(P::WatchDirectory((dir.path() / "fifo").native(), recorder.Callback()), 0u);
     EXPECT_FALSE(fifoWatch.Stop()) << "the FIFO was opened";
+#endif
+    EXPECT_EQ(P::WatchDirectory(dir.path().native(), {}), 0u);
     EXPECT_FALSE(P::IsChangeNotificationRunning()) << "failed watches leave no thread behind";
 
     const ChangeWatchId mounts = P::WatchMountTable([] {});
@@ -171,11 +207,35 @@ TEST(ChangeNotification, WhatIsNoFolderIsRefusedUnopenedAndMountWatchesShareTheT
     const ChangeWatchId folder = P::WatchDirectory(dir.path().native(), recorder.Callback());
     P::StopWatching(mounts);
     Write(dir.path() / "x");
-    EXPECT_TRUE(recorder.WaitFor({{ChangeKind::Added, "x"}})) << "the folder is still watched";
+    EXPECT_TRUE(recorder.WaitFor({{ChangeKind::Added, N("x")}})) << "the folder is still watched";
     P::StopWatching(folder);
     EXPECT_FALSE(P::IsChangeNotificationRunning());
     EXPECT_EQ(P::WatchMountTable({}), 0u);
 }
+
+#if defined(_WIN32)
+
+TEST(ChangeNotification, ADriveLetterComingAndGoingIsAMountTableChange) {
+    wchar_t drive[] = L"M:";
+    for (const DWORD used = GetLogicalDrives(); drive[0] < L'Z' && (used >> (drive[0] - L'A')) & 1;)
+        ++drive[0];
+    std::atomic<int> calls{0};
+    const ChangeWatchId id = P::WatchMountTable([&] { ++calls; });
+    ASSERT_NE(id, 0u);
+    // A drive letter for a folder, as subst makes one.
+    ASSERT_TRUE(DefineDosDeviceW(0, drive, L"C:\\windows"));
+    EXPECT_TRUE(WaitUntil(calls));
+    const int afterAdding = calls.load();
+    DefineDosDeviceW(DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE, drive, L"C:\\windows");
+    for (auto waited = std::chrono::milliseconds(0); waited < kPatience && calls == afterAdding;
+         waited += std::chrono::milliseconds(5))
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_GT(calls.load(), afterAdding) << "the letter going away";
+    P::StopWatching(id);
+    EXPECT_FALSE(P::IsChangeNotificationRunning());
+}
+
+#endif
 
 TEST(ChangeNotification, NoCallbackOnceStopReturnsAndCallbacksMayOnlyStop) {
     TempDir dir;
@@ -225,5 +285,3 @@ TEST(ChangeNotification, NoCallbackOnceStopReturnsAndCallbacksMayOnlyStop) {
 }
 
 }  // namespace
-
-#endif  // __linux__

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -267,3 +268,189 @@ TEST(FormatLocalTime, MillisecondsInTheCurrentZoneAndEmptyWhenOutOfRange) {
 }  // namespace
 
 #endif  // !_WIN32
+
+#if defined(_WIN32)
+
+#include <windows.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Tessel::Platform::DetailedEntry;
+using Tessel::Platform::EntryKind;
+using Tessel::Test::TempDir;
+namespace P = Tessel::Platform;
+
+std::vector<DetailedEntry> ReadWith(const fs::path& directory, P::EntryDetails details) {
+    std::vector<DetailedEntry> entries;
+    EXPECT_TRUE(P::ReadDirectoryWithDetails(directory.native(), details, entries, {}));
+    return entries;
+}
+
+const DetailedEntry& Find(const std::vector<DetailedEntry>& entries, const std::wstring& name) {
+    auto it = std::find_if(entries.begin(), entries.end(),
+                           [&](const DetailedEntry& entry) { return entry.name == name; });
+    if (it == entries.end()) {
+        ADD_FAILURE() << "no entry " << fs::path(name).string();
+        static const DetailedEntry kNone;
+        return kNone;
+    }
+    return *it;
+}
+
+// 100 ns ticks from 1601 to 1970.
+constexpr std::int64_t kTicksBefore1970 = 116444736000000000;
+
+FILETIME FileTimeOfTicks(std::int64_t ticksSince1970) {
+    const auto ticks = static_cast<std::uint64_t>(ticksSince1970 + kTicksBefore1970);
+    FILETIME time;
+    time.dwLowDateTime = static_cast<DWORD>(ticks & 0xFFFFFFFFu);
+    time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    return time;
+}
+
+// Opens PATH for changing its size or times.
+HANDLE OpenForWriting(const fs::path& path) {
+    return CreateFileW(path.c_str(), GENERIC_WRITE | FILE_WRITE_ATTRIBUTES, 0, nullptr,
+                       OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+}
+
+TEST(FileDetails, EveryDetailComesFromTheFindRecord) {
+    TempDir dir;
+    dir.WriteFile("plain.bin", std::string(5000, 'x'));
+    const fs::path locked = dir.WriteFile("locked.txt", "r");
+    const fs::path hidden = dir.WriteFile("hidden.txt", "h");
+    dir.MakeDir("folder");
+    const fs::path longName = dir.WriteFile("a rather long name.text", "l");
+    ASSERT_TRUE(
+        SetFileAttributesW(locked.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE));
+    ASSERT_TRUE(SetFileAttributesW(hidden.c_str(), FILE_ATTRIBUTE_HIDDEN));
+
+    // A size beyond 32 bits comes from both halves of the record (no data is written).
+    const fs::path big = dir.WriteFile("big.raw");
+    const std::uint64_t bigSize = (std::uint64_t{5} << 30) + 123;
+    HANDLE file = OpenForWriting(big);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    LARGE_INTEGER end;
+    end.QuadPart = static_cast<LONGLONG>(bigSize);
+    EXPECT_TRUE(SetFilePointerEx(file, end, nullptr, FILE_BEGIN) && SetEndOfFile(file));
+    CloseHandle(file);
+
+    // 2001-02-03 04:05:06.7890123 UTC and 1969-12-31 23:59:58.7654321 UTC: microseconds are
+    // rounded towards the past.
+    file = OpenForWriting(dir.path() / "plain.bin");
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    const FILETIME access = FileTimeOfTicks(9811731067890123);
+    const FILETIME write = FileTimeOfTicks(-12345679);
+    EXPECT_TRUE(SetFileTime(file, nullptr, &access, &write));
+    CloseHandle(file);
+
+    const std::uint64_t statsBefore = P::EntryStatCount();
+    const std::vector<DetailedEntry> entries = ReadWith(dir.path(), P::kAllDetails);
+    EXPECT_EQ(P::EntryStatCount(), statsBefore) << "no entry is examined on its own";
+    ASSERT_EQ(entries.size(), 6u);
+    for (const DetailedEntry& entry : entries)
+        EXPECT_TRUE(entry.detailsKnown);
+
+    const DetailedEntry& plain = Find(entries, L"plain.bin");
+    EXPECT_EQ(plain.size, 5000u);
+    EXPECT_EQ(plain.lastAccessTime, 981173106789012);
+    EXPECT_EQ(plain.lastWriteTime, -1234568);
+    EXPECT_EQ(plain.attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN), 0u);
+    // Windows file systems record creation (Wine reports the older of change and write).
+    EXPECT_TRUE(plain.creationTime.has_value());
+    EXPECT_EQ(Find(entries, L"big.raw").size, bigSize);
+
+    const DetailedEntry& readOnly = Find(entries, L"locked.txt");
+    EXPECT_EQ(readOnly.attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE),
+              DWORD{FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE});
+    EXPECT_FALSE(readOnly.hidden);
+    const DetailedEntry& hiddenEntry = Find(entries, L"hidden.txt");
+    EXPECT_TRUE(hiddenEntry.hidden);
+    EXPECT_NE(hiddenEntry.attributes & FILE_ATTRIBUTE_HIDDEN, 0u);
+    const DetailedEntry& folder = Find(entries, L"folder");
+    EXPECT_EQ(folder.kind, EntryKind::Directory);
+    EXPECT_NE(folder.attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+
+    // A name that does not fit 8.3 has a short alias ("A_RA~UZ3.TEX" under Wine, "ARATHE~1.TEX"
+    // on NTFS); a name that fits has none.
+    const std::wstring& alias = Find(entries, L"a rather long name.text").shortName;
+    EXPECT_LE(alias.size(), 12u);
+    EXPECT_NE(alias.find(L'~'), std::wstring::npos);
+    ASSERT_NE(alias.find(L'.'), std::wstring::npos);
+    EXPECT_EQ(alias.substr(alias.find(L'.')), L".TEX");
+    EXPECT_EQ(Find(entries, L"big.raw").shortName, L"");
+
+    // Details not asked for stay zero; with none asked nothing is known.
+    const std::vector<DetailedEntry> sizesOnly = ReadWith(dir.path(), P::kDetailSize);
+    EXPECT_EQ(Find(sizesOnly, L"plain.bin").size, 5000u);
+    EXPECT_EQ(Find(sizesOnly, L"plain.bin").attributes, 0u);
+    EXPECT_EQ(Find(sizesOnly, L"plain.bin").lastWriteTime, 0);
+    EXPECT_FALSE(Find(sizesOnly, L"plain.bin").creationTime.has_value());
+    EXPECT_EQ(Find(sizesOnly, L"a rather long name.text").shortName, L"");
+    for (const DetailedEntry& entry : ReadWith(dir.path(), P::kNoDetails)) {
+        EXPECT_FALSE(entry.detailsKnown);
+        EXPECT_EQ(entry.hidden, entry.name == L"hidden.txt") << "hidden comes with every read";
+    }
+}
+
+TEST(FileDetails, AListingAsksBeforeEachFindNextAndKeepsWhatItRead) {
+    TempDir dir;
+    for (int i = 0; i < 10; ++i)
+        dir.WriteFile("file" + std::to_string(i));
+    int calls = 0;
+    std::vector<DetailedEntry> entries;
+    ASSERT_TRUE(P::ReadDirectoryWithDetails(dir.path().native(), P::kAllDetails, entries, [&] {
+        ++calls;
+        return false;
+    }));
+    EXPECT_EQ(entries.size(), 10u);
+    EXPECT_EQ(calls, 12) << "after \".\", \"..\" and each entry";
+
+    // Stopped at the fifth question: ".", ".." and three entries were read.
+    calls = 0;
+    entries.clear();
+    ASSERT_TRUE(P::ReadDirectoryWithDetails(dir.path().native(), P::kNoDetails, entries,
+                                            [&] { return ++calls > 4; }));
+    EXPECT_EQ(entries.size(), 3u);
+    // The first record is read before any question: "." in a folder, an entry in a root.
+    const auto stopAtOnce = [] { return true; };
+    entries.clear();
+    ASSERT_TRUE(
+        P::ReadDirectoryWithDetails(dir.path().native(), P::kNoDetails, entries, stopAtOnce));
+    EXPECT_TRUE(entries.empty());
+    ASSERT_TRUE(P::ReadDirectoryWithDetails(L"\\\\?\\C:\\", P::kNoDetails, entries, stopAtOnce));
+    EXPECT_EQ(entries.size(), 1u);
+
+    // Entries are appended; a read that fails adds nothing.
+    entries.assign(1, DetailedEntry{});
+    EXPECT_FALSE(P::ReadDirectoryWithDetails((dir.path() / "missing").native(), P::kAllDetails,
+                                             entries, {}));
+    EXPECT_FALSE(
+        P::ReadDirectoryWithDetails((dir.path() / "file0").native(), P::kAllDetails, entries, {}));
+    EXPECT_EQ(entries.size(), 1u);
+}
+
+TEST(FormatLocalTime, SecondsAndMillisecondsInAnyZoneAndEmptyOutsideFileTimes) {
+    using P::FormatLocalTime;
+    constexpr std::int64_t kMicroseconds = 1000000;
+    // The zone is the machine's; every zone is a whole number of minutes away from UTC, so
+    // the seconds and milliseconds are known.
+    const std::string text = FormatLocalTime(981173106789012);
+    ASSERT_EQ(text.size(), 23u) << text;
+    EXPECT_EQ(text.substr(16), ":06.789");
+    EXPECT_EQ(text[4], '-');
+    EXPECT_EQ(text[10], ' ');
+    EXPECT_EQ(FormatLocalTime(1999).substr(16), ":00.001");
+    EXPECT_EQ(FormatLocalTime(-1).substr(16), ":59.999");
+    EXPECT_EQ(FormatLocalTime(-1500000).substr(16), ":58.500");
+    // File times begin with 1601; years past 9999 have no four-digit form.
+    EXPECT_EQ(FormatLocalTime(-11644473600 * kMicroseconds - 1), "");
+    EXPECT_EQ(FormatLocalTime(253402300800 * kMicroseconds + 200LL * 86400 * kMicroseconds), "");
+    EXPECT_EQ(FormatLocalTime(INT64_MAX), "");
+    EXPECT_EQ(FormatLocalTime(INT64_MIN), "");
+}
+
+}  // namespace
+
+#endif  // _WIN32

@@ -15,7 +15,11 @@
 #include "support/FileKinds.h"
 #include "support/TempDir.h"
 
-#if !defined(_WIN32)
+#if defined(_WIN32)
+#include <windows.h>
+
+#include <tessel/platform/UncPaths.h>
+#else
 #include <locale.h>
 #include <unistd.h>
 #endif
@@ -329,6 +333,87 @@ TEST(CurrentDirectory, FollowsTheProcessIntoPathsLongerThanAnyFirstGuess) {
 }
 
 #endif  // !_WIN32
+
+#if defined(_WIN32)
+
+// The long-path form of a test folder path, in which any length opens.
+NativeString LongForm(const fs::path& path) {
+    return L"\\\\?\\" + path.native();
+}
+
+TEST(ReadDirectory, HiddenAndSystemAttributesAndPathsBeyondMaxPath) {
+    TempDir dir;
+    dir.WriteFile("plain.txt", "x");
+    const fs::path hidden = dir.WriteFile("hidden.txt");
+    const fs::path system = dir.WriteFile("system.txt");
+    const fs::path hiddenFolder = dir.MakeDir("hidden-folder");
+    dir.MakeDir("folder");
+    ASSERT_TRUE(SetFileAttributesW(hidden.c_str(), FILE_ATTRIBUTE_HIDDEN));
+    ASSERT_TRUE(SetFileAttributesW(system.c_str(), FILE_ATTRIBUTE_SYSTEM));
+    ASSERT_TRUE(SetFileAttributesW(hiddenFolder.c_str(), FILE_ATTRIBUTE_HIDDEN));
+
+    const std::vector<DirectoryEntry> entries = ReadAll(dir.path());
+    struct Expected {
+        const wchar_t* name;
+        EntryKind kind;
+        bool hidden;
+    };
+    const Expected expected[] = {{L"plain.txt", EntryKind::File, false},
+                                 {L"hidden.txt", EntryKind::File, true},
+                                 {L"system.txt", EntryKind::File, true},
+                                 {L"hidden-folder", EntryKind::Directory, true},
+                                 {L"folder", EntryKind::Directory, false}};
+    EXPECT_EQ(entries.size(), std::size(expected));
+    for (const Expected& want : expected) {
+        const DirectoryEntry* entry = FindEntry(entries, want.name);
+        ASSERT_NE(entry, nullptr);
+        EXPECT_EQ(entry->kind, want.kind);
+        EXPECT_EQ(entry->hidden, want.hidden);
+        EXPECT_FALSE(entry->isLink);
+        EXPECT_EQ(Tessel::Platform::IsHiddenEntry((dir.path() / want.name).native()), want.hidden);
+    }
+    // Windows hides by attribute only.
+    EXPECT_FALSE(Tessel::Platform::IsHiddenName(L".profile"));
+    EXPECT_FALSE(Tessel::Platform::IsHiddenEntry(L""));
+
+    // Past MAX_PATH only the long-path form opens; each level is made and removed by it.
+    std::vector<NativeString> levels{LongForm(dir.path())};
+    while (levels.back().size() < 400) {
+        levels.push_back(levels.back() + L"\\" + std::wstring(60, L'd'));
+        ASSERT_TRUE(CreateDirectoryW(levels.back().c_str(), nullptr));
+    }
+    const NativeString deep = levels.back();
+    ASSERT_TRUE(CreateDirectoryW((deep + L"\\inner").c_str(), nullptr));
+    using Tessel::Platform::GetPathKind;
+    EXPECT_EQ(GetPathKind(deep), PathKind::Directory);
+    EXPECT_EQ(GetPathKind(deep + L"\\missing"), PathKind::Missing);
+    EXPECT_EQ(GetPathKind(LongForm(dir.path() / "plain.txt")), PathKind::File);
+    EXPECT_TRUE(Tessel::Platform::PathEntryExists(deep));
+    EXPECT_TRUE(Tessel::Platform::HasReadAccess(LongForm(dir.path() / "plain.txt")));
+    EXPECT_FALSE(Tessel::Platform::HasReadAccess(LongForm(dir.path() / "missing")));
+    std::vector<DirectoryEntry> inside;
+    ASSERT_TRUE(Tessel::Platform::ReadDirectory(deep, inside, {}));
+    ASSERT_EQ(inside.size(), 1u);
+    EXPECT_EQ(inside[0].name, L"inner");
+    EXPECT_EQ(inside[0].kind, EntryKind::Directory);
+
+    EXPECT_TRUE(RemoveDirectoryW((deep + L"\\inner").c_str()));
+    for (std::size_t i = levels.size() - 1; i > 0; --i)
+        EXPECT_TRUE(RemoveDirectoryW(levels[i].c_str()));
+}
+
+TEST(UncPaths, LongPathFormsAreUncOnlyWithTheUncPrefix) {
+    using Tessel::Platform::IsUncPath;
+    for (const wchar_t* unc : {L"\\\\server\\share", L"\\\\server", L"\\\\?\\UNC\\server\\share",
+                               L"\\\\?\\unc\\server\\share"})
+        EXPECT_TRUE(IsUncPath(unc)) << unc;
+    // Wine's PathIsUNCW calls the long-path forms UNC too; Windows Vista and later do not.
+    for (const wchar_t* other : {L"\\\\?\\C:\\", L"\\\\?\\C:", L"\\\\?\\C:\\Media\\", L"\\\\?\\",
+                                 L"\\\\?\\UNC", L"C:\\x", L"\\x", L"//server/share", L""})
+        EXPECT_FALSE(IsUncPath(other)) << other;
+}
+
+#endif  // _WIN32
 
 TEST(UpperCaseCodeUnit, SimpleMappingWithinOneBmpUnit) {
     using Tessel::Platform::UpperCaseCodeUnit;

@@ -1,5 +1,6 @@
 // The volume lists against fake mount tables, label links and block-device folders
-// written to a temporary folder, plus the real system's root.
+// written to a temporary folder, plus the real system's root; on Windows the system's own
+// drives (under Wine: C:, the prefix's drive, and Z:, the build machine's root).
 #include <tessel/platform/Volumes.h>
 
 #include <gtest/gtest.h>
@@ -215,6 +216,124 @@ TEST(Volumes, TheRealRootIsAMountPointAndListedFirst) {
         [](const MountInfo& a, const MountInfo& b) { return a.mountPoint < b.mountPoint; }));
 }
 
+TEST(Volumes, TheDriveWalkOffersMountedLocalRootsInOrderAndStopsWhenTold) {
+    TempDir dir;
+    const std::string base = dir.str();
+    dir.MakeDir("cardA");
+    dir.MakeDir("cardB");
+    dir.MakeDir("share");
+    dir.WriteFile("file", "x");
+    dir.WriteFile("mountinfo",
+                  "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                  "30 22 8:17 / " +
+                      base +
+                      "/cardB rw - vfat /dev/sdb1 rw\n"
+                      "31 22 8:33 / " +
+                      base +
+                      "/cardA rw - vfat /dev/sdc1 rw\n"
+                      "32 22 8:49 / " +
+                      base +
+                      "/gone rw - vfat /dev/sdd1 rw\n"
+                      "33 22 8:65 / " +
+                      base +
+                      "/file rw - vfat /dev/sde1 rw\n"
+                      "34 22 0:50 / " +
+                      base + "/share rw - cifs //server/media rw\n");
+    MountTableFiles files;
+    files.mountTable = (dir.path() / "mountinfo").native();
+    files.fstab.clear();
+    files.labelDirectory = (dir.path() / "none").native();
+    files.blockDeviceDirectory = (dir.path() / "none").native();
+
+    const auto walk = [&](const std::string& skipped, int visits) {
+        std::vector<std::string> roots;
+        P::ForEachMountedDriveRoot(
+            skipped,
+            [&](const std::string& root) {
+                roots.push_back(root);
+                return static_cast<int>(roots.size()) < visits;
+            },
+            files);
+        return roots;
+    };
+    // Missing roots, roots that are no folder and network mounts are left out.
+    EXPECT_EQ(walk("", 10), (std::vector<std::string>{"/", base + "/cardA", base + "/cardB"}));
+    EXPECT_EQ(walk(base + "/cardA/", 10), (std::vector<std::string>{"/", base + "/cardB"}));
+    EXPECT_EQ(walk("/", 10), (std::vector<std::string>{base + "/cardA", base + "/cardB"}));
+    EXPECT_EQ(walk("", 2), (std::vector<std::string>{"/", base + "/cardA"}));
+    P::ForEachMountedDriveRoot("", {}, files);  // no visitor, no walk
+}
+
 }  // namespace
 
 #endif  // __linux__
+
+#if defined(_WIN32)
+
+namespace {
+
+namespace P = Tessel::Platform;
+
+// A letter no drive has, from the end of the alphabet (Wine keeps Z: for the root).
+std::wstring UnusedDrive() {
+    const std::vector<std::wstring> roots = P::ListDriveRoots();
+    for (wchar_t letter = L'Y'; letter > L'C'; --letter) {
+        const std::wstring drive{letter, L':'};
+        if (std::none_of(roots.begin(), roots.end(),
+                         [&](const std::wstring& root) { return root.compare(0, 2, drive) == 0; }))
+            return drive;
+    }
+    return {};
+}
+
+TEST(Volumes, TheSystemDriveIsListedMountedAndFixed) {
+    const std::vector<std::wstring> roots = P::ListDriveRoots();
+    EXPECT_NE(std::find(roots.begin(), roots.end(), L"C:\\"), roots.end());
+    for (const std::wstring& root : roots) {
+        ASSERT_EQ(root.size(), 3u);
+        EXPECT_EQ(root.substr(1), L":\\");
+    }
+    EXPECT_TRUE(P::IsVolumeMounted(L"C:"));
+    EXPECT_EQ(P::DriveTypeOf(L"C:\\"), 3u);
+
+    const std::wstring unused = UnusedDrive();
+    ASSERT_FALSE(unused.empty());
+    EXPECT_FALSE(P::IsVolumeMounted(unused)) << "no such drive";
+    EXPECT_EQ(P::DriveTypeOf(unused + L"\\"), 1u) << "no root directory";
+    EXPECT_EQ(P::VolumeLabelOf(unused + L"\\"), L"");
+    EXPECT_FALSE(P::IsVolumeMounted(L""));
+}
+
+TEST(Volumes, TheDriveWalkOffersMountedRootsInLetterOrderAndStopsWhenTold) {
+    const auto walk = [](const std::wstring& skipped, int visits) {
+        std::vector<std::wstring> roots;
+        P::ForEachMountedDriveRoot(skipped, [&](const std::wstring& root) {
+            roots.push_back(root);
+            return static_cast<int>(roots.size()) < visits;
+        });
+        return roots;
+    };
+    const std::vector<std::wstring> all = walk(L"", 26);
+    ASSERT_FALSE(all.empty());
+    EXPECT_TRUE(std::is_sorted(all.begin(), all.end()));
+    EXPECT_NE(std::find(all.begin(), all.end(), L"C:\\"), all.end());
+    for (const std::wstring& root : all)
+        EXPECT_TRUE(P::IsVolumeMounted(root.substr(0, 2))) << root;
+
+    // The skipped root in either form and either case.
+    for (const wchar_t* skipped : {L"C:\\", L"c:\\", L"\\\\?\\C:\\"}) {
+        const std::vector<std::wstring> rest = walk(skipped, 26);
+        EXPECT_EQ(std::find(rest.begin(), rest.end(), L"C:\\"), rest.end());
+        EXPECT_EQ(rest.size(), all.size() - 1);
+    }
+    EXPECT_EQ(walk(L"", 1), std::vector<std::wstring>{all.front()});
+}
+
+TEST(Volumes, NetworkConnectionsAreNotReadOnceAborted) {
+    int asked = 0;
+    EXPECT_TRUE(P::ListNetworkConnections([&] { return ++asked > 0; }).empty());
+}
+
+}  // namespace
+
+#endif  // _WIN32

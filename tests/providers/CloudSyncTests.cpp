@@ -1,9 +1,11 @@
 // The cloud-sync list: the client files' parsers, the folder lookups in a home folder made
-// for the test, the settings that point services elsewhere, and the provider's answers.
+// for the test (on Windows also the registry values the clients write, under a key of the
+// test's own), the settings that point services elsewhere, and the provider's answers.
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -11,7 +13,18 @@
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderRequests.h>
 
+#include "support/Environment.h"
 #include "support/TempDir.h"
+
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+#endif
 
 namespace Tessel {
 namespace {
@@ -24,6 +37,45 @@ std::string SettingOf(const std::string& service) {
     return "Tessel.CloudSync." + service;
 }
 
+#if defined(_WIN32)
+
+// A registry key of the test's own under HKEY_CURRENT_USER, deleted with everything in it
+// at the end.
+class ScratchRegistryKey {
+public:
+    ScratchRegistryKey()
+        : mPath(L"Software\\Tessel tests\\" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                std::to_wstring(sCount++)) {}
+    ~ScratchRegistryKey() {
+        RegDeleteTreeW(HKEY_CURRENT_USER, mPath.c_str());
+        RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\Tessel tests");  // only when empty
+    }
+    ScratchRegistryKey(const ScratchRegistryKey&) = delete;
+    ScratchRegistryKey& operator=(const ScratchRegistryKey&) = delete;
+
+    std::string Path() const { return Utf16ToUtf8(std::u16string(mPath.begin(), mPath.end())); }
+    void Set(const std::string& subkey, const std::string& name, const std::string& value,
+             DWORD type = REG_SZ) {
+        const std::u16string key = Utf8ToUtf16(subkey);
+        const std::u16string valueName = Utf8ToUtf16(name);
+        const std::u16string text = Utf8ToUtf16(value);
+        const std::wstring path = subkey.empty() ? mPath : mPath + L"\\" + Wide(key);
+        ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, path.c_str(), Wide(valueName).c_str(), type,
+                                  Wide(text).c_str(),
+                                  static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+                  ERROR_SUCCESS);
+    }
+
+private:
+    static std::wstring Wide(const std::u16string& text) {
+        return std::wstring(text.begin(), text.end());
+    }
+    static inline int sCount = 0;
+    std::wstring mPath;
+};
+
+#endif
+
 // Clears the service settings on both ends of a test.
 class CloudSync : public ::testing::Test {
 protected:
@@ -34,7 +86,70 @@ protected:
             Settings::Reset(SettingOf(service));
     }
 
-    CloudSyncEnvironment Environment() const { return {mHome.str(), mHome.str() + "/.config"}; }
+    // A folder in the test's home folder, in the system's form ("a/b" is "a\b" on Windows).
+    std::string InHome(std::string relative) const {
+#if defined(_WIN32)
+        std::replace(relative.begin(), relative.end(), '/', '\\');
+        return mHome.str() + "\\" + relative;
+#else
+        return mHome.str() + "/" + relative;
+#endif
+    }
+    // A folder as the list gives it: on Windows in its long form.
+    static std::string Listed(const std::string& folder) {
+#if defined(_WIN32)
+        return "\\\\?\\" + folder;
+#else
+        return folder;
+#endif
+    }
+    // Dropbox's info.json with the folders of its two accounts (none when empty), where
+    // the client keeps it (on Windows the local application data; RELATIVE to the home).
+    void WriteDropboxInfo(const std::string& personal, const std::string& business,
+                          const std::string& relative = kDropboxInfo) {
+        std::string text = "{";
+        for (const auto& [account, folder] :
+             {std::pair{"personal", personal}, {"business", business}}) {
+            if (folder.empty())
+                continue;
+            if (text.size() > 1)
+                text += ", ";
+            text += "\"" + std::string(account) + "\": {\"path\": \"" + JsonEscaped(folder) + "\"}";
+        }
+        mHome.WriteFile(relative, text + "}");
+    }
+    static std::string JsonEscaped(const std::string& text) {
+        std::string out;
+        for (char c : text) {
+            if (c == '\\' || c == '"')
+                out += '\\';
+            out += c;
+        }
+        return out;
+    }
+#if defined(_WIN32)
+    static constexpr const char* kDropboxInfo = "AppData/Local/Dropbox/info.json";
+#else
+    static constexpr const char* kDropboxInfo = ".dropbox/info.json";
+#endif
+
+#if defined(_WIN32)
+    CloudSyncEnvironment Environment() const {
+        CloudSyncEnvironment environment;
+        environment.homeDirectory = mHome.str();
+        environment.configDirectory = InHome("AppData/Roaming");
+        environment.localDataDirectory = InHome("AppData/Local");
+        environment.oneDriveAccountsKey = mOneDriveKey.Path();
+        environment.googleDriveKey = mGoogleKey.Path();
+        return environment;
+    }
+    ScratchRegistryKey mOneDriveKey;
+    ScratchRegistryKey mGoogleKey;
+#else
+    CloudSyncEnvironment Environment() const {
+        return {mHome.str(), mHome.str() + "/.config"};
+    }
+#endif
 
     Tessel::Test::TempDir mHome;
 };
@@ -78,6 +193,69 @@ TEST(CloudSyncParsing, OneDriveConfigGivesTheLastSyncDir) {
         EXPECT_EQ(ParseOneDriveSyncDir(text), expected) << text;
 }
 
+#if defined(_WIN32)
+
+TEST_F(CloudSync, WindowsLookupsReadTheClientsFilesRegistryValuesAndVariables) {
+    CloudSyncEnvironment environment = Environment();
+
+    // Dropbox: the roaming info.json first, then the local one, account by account.
+    EXPECT_EQ(DropboxSyncDir(true, environment), "") << "no info.json";
+    WriteDropboxInfo(InHome("Dropbox"), "relative\\Dropbox");
+    EXPECT_EQ(DropboxSyncDir(true, environment), InHome("Dropbox"));
+    EXPECT_EQ(DropboxSyncDir(false, environment), "") << "a relative folder is refused";
+    WriteDropboxInfo("", InHome("Dropbox (Acme)"), "AppData/Roaming/Dropbox/info.json");
+    EXPECT_EQ(DropboxSyncDir(false, environment), InHome("Dropbox (Acme)"));
+    EXPECT_EQ(DropboxSyncDir(true, environment), InHome("Dropbox"));
+
+    // OneDrive: the account keys' UserFolder, else the client's variables, else its default.
+    EXPECT_EQ(OneDriveSyncDir(true, environment), InHome("OneDrive")) << "the client's default";
+    EXPECT_EQ(OneDriveSyncDir(false, environment), "");
+    environment.oneDriveCommercial = InHome("OneDrive - Acme");
+    environment.oneDrive = InHome("OneDrive - Acme");
+    EXPECT_EQ(OneDriveSyncDir(false, environment), InHome("OneDrive - Acme"));
+    EXPECT_EQ(OneDriveSyncDir(true, environment), InHome("OneDrive"))
+        << "OneDrive names the business folder here";
+    environment.oneDriveConsumer = InHome("OneDrive Home");
+    EXPECT_EQ(OneDriveSyncDir(true, environment), InHome("OneDrive Home"));
+    mOneDriveKey.Set("Personal", "UserFolder", InHome("Personal Files"));
+    Tessel::Test::SetEnvironment("TESSEL_TEST_ONEDRIVE", mHome.str());
+    mOneDriveKey.Set("Business1", "UserFolder", "%TESSEL_TEST_ONEDRIVE%\\Acme Files",
+                     REG_EXPAND_SZ);
+    EXPECT_EQ(OneDriveSyncDir(true, environment), InHome("Personal Files"));
+    EXPECT_EQ(OneDriveSyncDir(false, environment), InHome("Acme Files"));
+    mOneDriveKey.Set("Personal", "UserFolder", "relative");
+    EXPECT_EQ(OneDriveSyncDir(true, environment), InHome("OneDrive Home"));
+
+    // Google Drive: "My Drive" in the drive or folder DriveFS mounts, else in the profile
+    // (mirroring), else the older client's folder.
+    EXPECT_EQ(GoogleDriveSyncDir(environment), "");
+    mHome.MakeDir("Google Drive");
+    EXPECT_EQ(GoogleDriveSyncDir(environment), InHome("Google Drive"));
+    mHome.MakeDir("My Drive");
+    EXPECT_EQ(GoogleDriveSyncDir(environment), InHome("My Drive"));
+    mHome.MakeDir("Stream/My Drive");
+    mGoogleKey.Set("", "DefaultMountPoint", InHome("Stream"));
+    EXPECT_EQ(GoogleDriveSyncDir(environment), InHome("Stream\\My Drive"));
+    mGoogleKey.Set("", "DefaultMountPoint", "C");
+    EXPECT_EQ(GoogleDriveSyncDir(environment), InHome("My Drive")) << "C:\\My Drive is missing";
+
+    mHome.MakeDir("iCloudDrive");
+    EXPECT_EQ(ICloudSyncDir(environment), InHome("iCloudDrive"));
+    EXPECT_EQ(FramecastSyncDir(environment), InHome("Framecast"));
+}
+
+TEST(CloudSyncEnvironment, TheProcessesFoldersAreTheUsersKnownFolders) {
+    const CloudSyncEnvironment environment = CloudSyncEnvironment::FromProcess();
+    for (const std::string* folder : {&environment.homeDirectory, &environment.configDirectory,
+                                      &environment.localDataDirectory}) {
+        ASSERT_GT(folder->size(), 3u);
+        EXPECT_EQ(folder->substr(1, 2), ":\\") << *folder;
+    }
+    EXPECT_EQ(environment.configDirectory.rfind(environment.homeDirectory, 0), 0u);
+}
+
+#else
+
 TEST_F(CloudSync, LookupsFindTheClientsFoldersInTheHomeFolder) {
     const CloudSyncEnvironment environment = Environment();
     const std::string home = mHome.str();
@@ -110,15 +288,18 @@ TEST_F(CloudSync, LookupsFindTheClientsFoldersInTheHomeFolder) {
     EXPECT_EQ(OneDriveSyncDir(true, CloudSyncEnvironment{"", ""}), "") << "no home, no folder";
 }
 
+#endif
+
 TEST_F(CloudSync, ServicesAreListedInTheirOrderWhenTheirFoldersExist) {
-    const std::string home = mHome.str();
-    mHome.WriteFile(".dropbox/info.json", R"({"personal": {"path": ")" + home +
-                                              R"(/Dropbox"}, "business": {"path": ")" + home +
-                                              R"json(/Dropbox (Acme)"}})json");
+    WriteDropboxInfo(InHome("Dropbox"), InHome("Dropbox (Acme)"));
     mHome.MakeDir("Dropbox");
     mHome.MakeDir("Framecast");
     mHome.MakeDir("OneDrive");
+#if defined(_WIN32)
+    mHome.WriteFile("iCloudDrive", "a file, not a folder");
+#else
     mHome.WriteFile("iCloud Drive", "a file, not a folder");
+#endif
     const auto names = [](const std::vector<CloudSyncFolder>& found) {
         std::vector<std::string> names;
         for (const auto& folder : found)
@@ -127,45 +308,43 @@ TEST_F(CloudSync, ServicesAreListedInTheirOrderWhenTheirFoldersExist) {
     };
     std::vector<CloudSyncFolder> found = ProviderCloudSync::GetCloudSyncPaths(Environment());
     EXPECT_EQ(names(found), (std::vector<std::string>{"Dropbox", "One Drive", "Framecast"}));
-    EXPECT_EQ(found.at(0).folder, home + "/Dropbox");
+    EXPECT_EQ(found.at(0).folder, Listed(InHome("Dropbox")));
 
     // Settings point services at other folders; a missing folder leaves its service out.
     mHome.MakeDir("elsewhere/Z");
     mHome.MakeDir("elsewhere/A");
-    Settings::Set(SettingOf("Google Drive"), home + "/elsewhere/Z");
+    Settings::Set(SettingOf("Google Drive"), mHome.str() + "/elsewhere/Z");
     Settings::Set(SettingOf("One Drive (Business)"), std::string("~/elsewhere/A"));
-    Settings::Set(SettingOf("Framecast"), home + "/missing");
+    Settings::Set(SettingOf("Framecast"), mHome.str() + "/missing");
     Settings::Set(SettingOf("One Drive"), 7);  // not text: the lookup stays
     found = ProviderCloudSync::GetCloudSyncPaths(Environment());
     ASSERT_EQ(names(found), (std::vector<std::string>{"Dropbox", "Google Drive", "One Drive",
                                                       "One Drive (Business)"}));
-    EXPECT_EQ(found[1].folder, home + "/elsewhere/Z");
-    EXPECT_EQ(found[3].folder, home + "/elsewhere/A");
+    EXPECT_EQ(found[1].folder, Listed(InHome("elsewhere/Z")));
+    EXPECT_EQ(found[3].folder, Listed(InHome("elsewhere/A")));
 }
 
 TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
     ProviderCloudSync provider;
-    const std::string home = mHome.str();
     // Every service pointed at the test's folders, so the machine's own clients stay out.
     for (const auto& service : kServices)
-        Settings::Set(SettingOf(service), home + "/none");
+        Settings::Set(SettingOf(service), InHome("none"));
     EXPECT_TRUE(provider.GetContent("cloudsync:", any_regular_t(), {}, nullptr).empty());
     EXPECT_FALSE(provider.IsUserLoggedIn());
 
     mHome.MakeDir("Frame/Card");
     mHome.MakeDir("iCloud");
-    Settings::Set(SettingOf("Framecast"), home + "/Frame");
-    Settings::Set(SettingOf("iCloud Drive"), home + "/iCloud");
-    Settings::Set(SettingOf("Dropbox"), home + "/iCloud");  // shared: listed under the first
+    Settings::Set(SettingOf("Framecast"), InHome("Frame"));
+    Settings::Set(SettingOf("iCloud Drive"), InHome("iCloud"));
+    Settings::Set(SettingOf("Dropbox"), InHome("iCloud"));  // shared: listed under the first
     const SDKContentMap content =
         provider.GetContent("cloudsync:", any_regular_t(), {kSDKNameField}, nullptr);
+    const std::string frame = Listed(InHome("Frame"));
+    const std::string iCloud = Listed(InHome("iCloud"));
     ASSERT_EQ(content.size(), 2u);
-    EXPECT_EQ(content.at(home + "/Frame").at(kSDKNameField),
-              any_regular_t(std::u16string(u"Framecast")));
-    EXPECT_EQ(content.at(home + "/Frame").at(kSDKPathField),
-              any_regular_t(Utf8ToUtf16(home + "/Frame")));
-    EXPECT_EQ(content.at(home + "/iCloud").at(kSDKNameField),
-              any_regular_t(std::u16string(u"Dropbox")));
+    EXPECT_EQ(content.at(frame).at(kSDKNameField), any_regular_t(std::u16string(u"Framecast")));
+    EXPECT_EQ(content.at(frame).at(kSDKPathField), any_regular_t(Utf8ToUtf16(frame)));
+    EXPECT_EQ(content.at(iCloud).at(kSDKNameField), any_regular_t(std::u16string(u"Dropbox")));
     EXPECT_TRUE(provider.IsUserLoggedIn());
 
     auto aborted = ProviderContentRequest::CreateClassRef();
@@ -174,8 +353,8 @@ TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
 
     DirectoryContents contents(u"");
     EXPECT_EQ(provider.CanProvideFor("cloudsync:", any_regular_t(), contents, {}), 100);
-    for (const std::string& path : {std::string("CloudSync:"), std::string("cloudsync:/"),
-                                    home + "/Frame", home + "/Frame/Card", std::string()}) {
+    for (const std::string& path : {std::string("CloudSync:"), std::string("cloudsync:/"), frame,
+                                    Listed(InHome("Frame/Card")), std::string()}) {
         EXPECT_EQ(provider.CanProvideFor(path, any_regular_t(), contents, {}), 0) << path;
     }
 }

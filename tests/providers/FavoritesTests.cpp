@@ -148,11 +148,12 @@ TEST(Favorites, EmptyValuesRestartsAndAnInterruptedSave) {
         ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
     }
     // A save that died before its rename leaves a partial temporary file beside the old one.
-    const fs::path stale =
-        dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + "crashed");
+    const fs::path stale = dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) +
+                                         fs::path("crashed").native());
     std::ofstream(stale) << R"({"be.prefs.mediabrowser.favorites": "{\"SerializerWr)";
     fs::last_write_time(stale, fs::file_time_type::clock::now() - std::chrono::hours(2));
-    const fs::path young = dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + "now");
+    const fs::path young =
+        dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + fs::path("now").native());
     std::ofstream(young) << "{";
     {
         FavoritesHost host(prefs.string());

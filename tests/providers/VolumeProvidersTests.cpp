@@ -1,5 +1,6 @@
-// The volume utilities against a fake machine's mount table, and the two volume-list
-// providers: their scores, columns, listings, thumbnails and volume monitoring.
+// The volume utilities against a fake machine's mount table (POSIX) or the system's own
+// drives (Windows), and the two volume-list providers: their scores, columns, listings,
+// thumbnails and volume monitoring.
 #include <tessel/providers/filesystem/WinProviderNetworkVolume.h>
 #include <tessel/providers/filesystem/WinProviderVolume.h>
 #include <tessel/providers/filesystem/WinVolumeUtils.h>
@@ -11,6 +12,8 @@
 #include <vector>
 
 #include <tessel/foundation/Localizer.h>
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderRequests.h>
 #include <tessel/media/DirectoryChangeMonitor.h>
@@ -20,9 +23,6 @@
 
 namespace Tessel {
 namespace {
-
-namespace fs = std::filesystem;
-using Platform::MountTableFiles;
 
 std::u16string Text(const SDKPropertyMap& record, const char* field) {
     auto it = record.find(field);
@@ -38,6 +38,33 @@ std::vector<std::string> Keys(const SDKContentMap& content) {
         keys.push_back(entry.first);
     return keys;
 }
+
+TEST(VolumeUtils, DriveTypeNamesFollowTheTableAndItsKeys) {
+    const std::vector<std::string> expected{"Unknown", "Invalid", "Removable", "Local Disk",
+                                            "Network", "CD-ROM",  "RAM Disk"};
+    for (std::uint32_t type = 0; type < expected.size(); ++type)
+        EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(type), expected[type]) << type;
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(7), "error");
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(0xFFFFFFFFu), "error");
+
+    // A label names the drive; without one its type does.
+    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("Media", 3, "D:"), "Media (D:)");
+    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 2, "E:"), "Removable (E:)");
+    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 9, "F:"), "error (F:)");
+
+    ASSERT_FALSE(Localizer::LoadTable(
+        R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
+            "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})"));
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(3), "Disque local");
+    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(9), "erreur");
+    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 3, "C:"), "Disque local (C:)");
+    Localizer::ClearTable();
+}
+
+#if !defined(_WIN32)
+
+namespace fs = std::filesystem;
+using Platform::MountTableFiles;
 
 // A machine in a folder: a root disk, a labelled and an unlabelled stick, an optical disc,
 // a RAM disk, and two network shares.
@@ -78,22 +105,6 @@ protected:
     Tessel::Test::TempDir mDir;
     MountTableFiles mFiles;
 };
-
-TEST(VolumeUtils, DriveTypeNamesFollowTheTableAndItsKeys) {
-    const std::vector<std::string> expected{"Unknown", "Invalid", "Removable", "Local Disk",
-                                            "Network", "CD-ROM",  "RAM Disk"};
-    for (std::uint32_t type = 0; type < expected.size(); ++type)
-        EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(type), expected[type]) << type;
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(7), "error");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(0xFFFFFFFFu), "error");
-
-    ASSERT_FALSE(Localizer::LoadTable(
-        R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
-            "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})"));
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(3), "Disque local");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(9), "erreur");
-    Localizer::ClearTable();
-}
 
 TEST_F(VolumeMachine, DrivesAreNamedByLabelOrTypeAndNetworkMountsLikeMappedDrives) {
     SDKContentMap content;
@@ -147,7 +158,85 @@ TEST_F(VolumeMachine, AbortStopsBetweenRecordsAndNetworkListNeedsNetworkMounts) 
     EXPECT_TRUE(none.empty());
 }
 
+#else
+
+const SDKFieldSet kAllFields{kSDKNameField, kSDKPathField, kSDKExtraPathField};
+
+TEST(VolumeUtils, DrivesAreListedUnderLongRootsTheFolderProviderOpens) {
+    const std::string system = "\\\\?\\C:\\";
+    SDKContentMap content;
+    WinVolumeUtils::GetDriveLetterContent(content, kAllFields, {});
+    ASSERT_TRUE(content.count(system)) << "the system drive";
+    EXPECT_EQ(Text(content[system], kSDKNameField), u"Local Disk (C:)");
+    EXPECT_EQ(Text(content[system], kSDKPathField), u"\\\\?\\C:\\");
+    EXPECT_EQ(Text(content[system], kSDKExtraPathField), u"C:\\");
+    for (const auto& [key, record] : content) {
+        EXPECT_TRUE(Path::IsValidDirectoryPath(key)) << key;
+        EXPECT_TRUE(WinVolumeUtils::IsVolumeMounted(key.substr(4, 2))) << key;
+    }
+    EXPECT_FALSE(WinVolumeUtils::IsVolumeMounted(""));
+
+    // Fields only when asked; a record without fields still lists the drive.
+    SDKContentMap bare;
+    WinVolumeUtils::GetDriveLetterContent(bare, {"Size"}, {});
+    EXPECT_EQ(Keys(bare), Keys(content));
+    EXPECT_TRUE(bare[system].empty());
+
+    // Asked before each drive; the map is added to, not cleared.
+    SDKContentMap none{{"kept", {}}};
+    WinVolumeUtils::GetDriveLetterContent(none, kAllFields, [] { return true; });
+    EXPECT_EQ(Keys(none), std::vector<std::string>{"kept"});
+    int asked = 0;
+    SDKContentMap first;
+    WinVolumeUtils::GetDriveLetterContent(first, kAllFields, [&] { return ++asked > 1; });
+    EXPECT_EQ(Keys(first), std::vector<std::string>{system})
+        << "the first drive (no A: or B: here), then the abort";
+}
+
+TEST(VolumeUtils, ConnectionsAreNamedByShareAndMappedDrivesFollowTheFeatureSwitch) {
+    // The machines the tests run on have no network connections.
+    SDKContentMap network;
+    WinVolumeUtils::GetNetUseContent(network, kAllFields, {});
+    EXPECT_TRUE(network.empty());
+
+    SDKContentMap content;
+    WinVolumeUtils::AddConnectionRecord(content, kAllFields, L"", L"\\\\server\\share");
+    WinVolumeUtils::AddConnectionRecord(content, kAllFields, L"Z:", L"\\\\server\\media");
+    WinVolumeUtils::AddConnectionRecord(content, kAllFields, L"", L"\\\\?\\UNC\\nas\\x");
+    WinVolumeUtils::AddConnectionRecord(content, kAllFields, L"Y:", L"");  // no share, no record
+    ASSERT_EQ(Keys(content),
+              (std::vector<std::string>{"\\\\?\\UNC\\nas\\x", "\\\\?\\UNC\\server\\media",
+                                        "\\\\?\\UNC\\server\\share"}));
+    const SDKPropertyMap& share = content["\\\\?\\UNC\\server\\share"];
+    EXPECT_EQ(Text(share, kSDKNameField), u"\\\\server\\share");
+    EXPECT_EQ(Text(share, kSDKPathField), u"\\\\?\\UNC\\server\\share");
+    EXPECT_EQ(Text(share, kSDKExtraPathField), u"\\\\server\\share");
+    const SDKPropertyMap& mapped = content["\\\\?\\UNC\\server\\media"];
+    EXPECT_EQ(Text(mapped, kSDKNameField), u"Z: (\\\\server\\media)");
+    EXPECT_EQ(Text(mapped, kSDKPathField), u"\\\\?\\UNC\\server\\media");
+    for (const auto& [key, record] : content)
+        EXPECT_TRUE(Path::IsValidDirectoryPath(key)) << key;
+
+    SetFeatureEnabled(WinVolumeUtils::kMaintainMappedDrivePathsFeature, true);
+    SDKContentMap kept;
+    WinVolumeUtils::AddConnectionRecord(kept, kAllFields, L"Z:", L"\\\\server\\media");
+    WinVolumeUtils::AddConnectionRecord(kept, kAllFields, L"", L"\\\\server\\share");
+    Settings::Reset(WinVolumeUtils::kMaintainMappedDrivePathsFeature);
+    ASSERT_EQ(Keys(kept), (std::vector<std::string>{"\\\\?\\UNC\\server\\share", "\\\\?\\Z:\\"}))
+        << "only a mapped drive keeps its letter";
+    EXPECT_EQ(Text(kept["\\\\?\\Z:\\"], kSDKNameField), u"Z: (\\\\server\\media)");
+    EXPECT_EQ(Text(kept["\\\\?\\Z:\\"], kSDKPathField), u"\\\\?\\Z:\\");
+    EXPECT_TRUE(Path::IsValidDirectoryPath("\\\\?\\Z:\\"));
+}
+
+#endif
+
 TEST(VolumeProviders, ClaimOnlyTheirExactListPathAndSkipWorkWhenAborted) {
+#if defined(_WIN32)
+    const std::string kRoot = "\\\\?\\C:\\";
+#else
+    const std::string kRoot = "/";
+#endif
     WinProviderVolume volume;
     WinProviderNetworkVolume network;
     DirectoryContents contents(u"");
@@ -168,14 +257,15 @@ TEST(VolumeProviders, ClaimOnlyTheirExactListPathAndSkipWorkWhenAborted) {
         EXPECT_EQ(labels.size(), 3u);
         EXPECT_EQ(labels.at(kExtraPathField), u"Additional Path");
 
-        PelPixHandle icon = provider->GetThumbnail("/", "", any_regular_t(), 64, 32, nullptr);
+        PelPixHandle icon = provider->GetThumbnail(kRoot, "", any_regular_t(), 64, 32, nullptr);
         ASSERT_NE(icon, nullptr);
         EXPECT_EQ(pelpixGetWidth(icon), 32u) << "a square icon fitting the box";
         EXPECT_EQ(pelpixGetHeight(icon), 32u);
         pelpixDispose(icon);
         auto aborted = ProviderThumbnailRequest::CreateClassRef();
         aborted->Abort();
-        EXPECT_EQ(provider->GetThumbnail("/", "", any_regular_t(), 64, 64, aborted.get()), nullptr);
+        EXPECT_EQ(provider->GetThumbnail(kRoot, "", any_regular_t(), 64, 64, aborted.get()),
+                  nullptr);
         EXPECT_TRUE(
             provider->GetContent("", any_regular_t(), {kSDKNameField}, aborted.get()).empty());
     }

@@ -5,6 +5,7 @@
 #include <random>
 #include <stdexcept>
 
+#include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
 
 namespace Tessel::Test {
@@ -40,10 +41,42 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(mPath, ec);
 }
 
-std::u16string TempDir::u16() const { return Utf8ToUtf16(mPath.string()); }
+namespace {
+
+// RELATIVE, a UTF-8 name (or POSIX bytes), as a path. Windows would read a narrow string in
+// the ANSI code page.
+std::filesystem::path PathOf(const std::string& relative) {
+#if defined(_WIN32)
+    return std::filesystem::path(Utf8ToUtf16(relative));
+#else
+    return std::filesystem::path(relative);
+#endif
+}
+
+}  // namespace
+
+std::string TempDir::str() const {
+#if defined(_WIN32)
+    return Utf16ToUtf8(mPath.u16string());
+#else
+    return mPath.string();
+#endif
+}
+
+std::u16string TempDir::u16() const {
+    return Utf8ToUtf16(str());
+}
+
+std::string TempDir::longStr() const {
+    return Utf16ToUtf8(longU16());
+}
+
+std::u16string TempDir::longU16() const {
+    return Path::ToLongPath(u16());
+}
 
 std::filesystem::path TempDir::WriteFile(const std::string& relative, const std::string& content) {
-    auto file = mPath / relative;
+    auto file = mPath / PathOf(relative);
     std::filesystem::create_directories(file.parent_path());
     std::ofstream out(file, std::ios::binary);
     out << content;
@@ -51,7 +84,7 @@ std::filesystem::path TempDir::WriteFile(const std::string& relative, const std:
 }
 
 std::filesystem::path TempDir::MakeDir(const std::string& relative) {
-    auto dir = mPath / relative;
+    auto dir = mPath / PathOf(relative);
     std::filesystem::create_directories(dir);
     return dir;
 }

@@ -35,6 +35,17 @@ protected:
         Write("circle.svg",
               "<svg xmlns='http://www.w3.org/2000/svg' width='64' height='64'>"
               "<circle cx='32' cy='32' r='32' fill='#00ff00'/></svg>");
+        // The circle's rendering beside it, which Windows, having no SVG renderer, draws.
+        Write("circle.png",
+              Tessel::Test::WritePng(
+                  Tessel::Test::MakePicture(64, 64,
+                                            [](std::uint32_t x, std::uint32_t y) {
+                                                const double dx = x + 0.5 - 32, dy = y + 0.5 - 32;
+                                                return dx * dx + dy * dy < 32 * 32
+                                                           ? Tessel::Test::Rgba{0, 255, 0, 255}
+                                                           : Tessel::Test::Rgba{0, 0, 0, 0};
+                                            }),
+                  true));
         Write("broken.png", std::string_view("\x89PNG\r\n\x1a\nnot really"));
         Write("broken.svg", "<svg xmlns='http://www.w3.org/2000/svg' width='64'");
     }

@@ -5,6 +5,7 @@
 #include <tessel/thumbnails/RenderThumbnail.h>
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <array>
 #include <cstdint>
@@ -73,11 +74,6 @@ void ExpectPicture(const std::optional<DecodedBitmap>& bitmap, const Picture& pi
                 << what << " at " << x << "," << y << ": got " << int(got.r) << "/" << int(got.g)
                 << "/" << int(got.b) << "/" << int(got.a);
         }
-}
-
-bool Near(const Rgba& a, const Rgba& b, int tolerance) {
-    return std::abs(a.r - b.r) <= tolerance && std::abs(a.g - b.g) <= tolerance &&
-           std::abs(a.b - b.b) <= tolerance && std::abs(a.a - b.a) <= tolerance;
 }
 
 Picture Flat(std::uint32_t width, std::uint32_t height, Rgba colour) {
@@ -162,7 +158,7 @@ TEST(RenderThumbnail, ShrinksByCoveredAreaEnlargesBilinearlyAndWeighsColoursByAl
     expect("alpha kept", WritePng({2, 2, {c, kClear, kClear, c}}, true), 2, 2,
            {kClear, c, c, kClear});
     // Opaque red beside transparent black: the mean stays pure red, half covered.
-    Thumbnail mean(RenderThumbnail(WriteBmp32({2, 1, {kRed, kClear}}), 1, 1));
+    Thumbnail mean(RenderThumbnail(WritePng({2, 1, {kRed, kClear}}, true), 1, 1));
     ASSERT_TRUE(mean);
     const Rgba pixel = mean.At(0, 0);
     EXPECT_EQ(pixel.r, 255);
@@ -218,6 +214,11 @@ TEST(DecodeImage, EveryFormatAndVariant) {
     Picture translucent = colours;
     translucent.pixels[0].a = 0;
     translucent.pixels[6].a = 99;
+#if defined(_WIN32)
+    // GDI+ reads no alpha from BMP files and has no TGA decoder.
+    ExpectPicture(DecodeImage(WriteBmp32(translucent)), colours, 24, "BMP 32");
+    EXPECT_FALSE(DecodeImage(WriteTga(colours, 24, false, false)));
+#else
     ExpectPicture(DecodeImage(WriteBmp32(translucent)), translucent, 32, "BMP 32");
     ExpectPicture(DecodeImage(WriteTga(colours, 24, false, false)), colours, 24,
                   "TGA 24 bottom-up");
@@ -229,9 +230,15 @@ TEST(DecodeImage, EveryFormatAndVariant) {
                               static_cast<std::uint8_t>(x / 2)};
     });
     ExpectPicture(DecodeImage(WriteTga(runs, 32, false, true)), runs, 32, "TGA 32 RLE");
+#endif
 }
 
 #if !defined(_WIN32)
+
+bool Near(const Rgba& a, const Rgba& b, int tolerance) {
+    return std::abs(a.r - b.r) <= tolerance && std::abs(a.g - b.g) <= tolerance &&
+           std::abs(a.b - b.b) <= tolerance && std::abs(a.a - b.a) <= tolerance;
+}
 
 // Flat quadrants, so that JPEG keeps each colour near its value away from the edges.
 constexpr Rgba kDark{40, 40, 40};
@@ -316,6 +323,15 @@ std::size_t FindMarker(const Bytes& jpeg, std::uint8_t marker, bool last = false
 
 #endif
 
+// Rewrites the checksum of the PNG chunk at OFFSET after its data was changed.
+void SealPngChunk(Bytes& png, std::size_t offset) {
+    const std::uint32_t length = std::uint32_t{png[offset]} << 24 | png[offset + 1] << 16 |
+                                 png[offset + 2] << 8 | png[offset + 3];
+    const uLong crc = crc32(0, &png[offset + 4], length + 4);
+    for (int i = 0; i < 4; ++i)
+        png[offset + 8 + length + i] = static_cast<std::uint8_t>(crc >> (24 - 8 * i));
+}
+
 TEST(DecodeImage, RefusesTruncatedAndCorruptImagesOfEveryFormat) {
     // Valid images of every format and variant.
     const Picture colours = MakePicture(37, 23, [](std::uint32_t x, std::uint32_t y) {
@@ -330,15 +346,12 @@ TEST(DecodeImage, RefusesTruncatedAndCorruptImagesOfEveryFormat) {
                 bmp8 = WriteBmp8(37, 23, indices, palette),
                 gif = WriteGif(37, 23, indices, palette), tga = WriteTga(colours, 24, false, false);
     std::vector<std::pair<const char*, Bytes>> samples = {
-        {"PNG", png},
-        {"BMP 24", bmp24},
-        {"BMP 32", WriteBmp32(colours)},
-        {"BMP 8", bmp8},
-        {"GIF", gif},
-        {"TGA", tga},
-        {"TGA RLE", WriteTga(colours, 32, true, true)},
+        {"PNG", png},    {"BMP 24", bmp24}, {"BMP 32", WriteBmp32(colours)},
+        {"BMP 8", bmp8}, {"GIF", gif},
     };
 #if !defined(_WIN32)
+    samples.push_back({"TGA", tga});
+    samples.push_back({"TGA RLE", WriteTga(colours, 32, true, true)});
     const Bytes jpeg = WriteJpeg(colours, 90);
     samples.push_back({"JPEG", jpeg});
 #endif
@@ -362,7 +375,11 @@ TEST(DecodeImage, RefusesTruncatedAndCorruptImagesOfEveryFormat) {
     const std::pair<const char*, Bytes> broken[] = {
         {"PNG header checksum", corrupt(png, [](Bytes& b) { b[29] ^= 1; })},
         {"PNG colour type 5", corrupt(png, [](Bytes& b) { b[25] = 5; })},
-        {"PNG compressed data", corrupt(png, [](Bytes& b) { b[45] ^= 0xFF; })},
+        {"PNG compressed data, checksum intact", corrupt(png,
+                                                         [](Bytes& b) {
+                                                             b[45] ^= 0xFF;
+                                                             SealPngChunk(b, 33);  // IDAT
+                                                         })},
         {"PNG with too little image data", WritePng(2, 1, 8, 0, Bytes(1))},
         {"BMP 7 bits", corrupt(bmp24, [](Bytes& b) { b[28] = 7; })},
         {"BMP run-length", corrupt(bmp8, [](Bytes& b) { b[30] = 1; })},
@@ -449,7 +466,7 @@ TEST(DecodeImage, RefusesWhatIsNoImageOrTooLargeBeforeAllocating) {
 
     // An image exactly at the pixel limit per side is still fine.
     const std::optional<DecodedBitmap> bitmap =
-        DecodeImage(WriteTga(Flat(Platform::kMaximumDecodedSide, 1, kGreen), 24, false, true));
+        DecodeImage(WriteBmp24(Flat(Platform::kMaximumDecodedSide, 1, kGreen)));
     ASSERT_TRUE(bitmap);
     EXPECT_EQ(bitmap->width, Platform::kMaximumDecodedSide);
 }
@@ -480,7 +497,19 @@ TEST(RenderThumbnail, ReadsOnlyRegularFiles) {
         EXPECT_EQ(Platform::ReadImageFile(path.native()).has_value(), path == text) << path;
     }
 
-#if !defined(_WIN32)
+#if defined(_WIN32)
+    // The system's bitmap loader, the last resort for BMP files that GDI+ refuses: 24-bit
+    // files as they are; paletted ones, which it keeps paletted, refused.
+    ExpectPicture(Platform::LoadBitmapFileWithSystem(image.native()), colours, 24, "LoadImageW");
+    const Bytes bmp8 = WriteBmp8(2, 1, {0, 1}, {kRed, kBlue});
+    const fs::path paletted = dir.path() / "paletted.bmp";
+    std::ofstream(paletted, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bmp8.data()),
+               static_cast<std::streamsize>(bmp8.size()));
+    EXPECT_FALSE(Platform::LoadBitmapFileWithSystem(paletted.native()));
+    EXPECT_FALSE(Platform::LoadBitmapFileWithSystem(text.native()));
+#else
+    EXPECT_FALSE(Platform::LoadBitmapFileWithSystem(image.native()));  // there is none
     // Links are followed to files; a FIFO, even behind a link, is never opened: the call
     // neither blocks nor shows up as a reader.
     fs::create_symlink(image, dir.path() / "link.bmp");

@@ -4,6 +4,7 @@
 
 #include <tessel/foundation/PathStyle.h>
 #include <tessel/foundation/Unicode.h>
+#include <tessel/platform/UncPaths.h>
 
 namespace Tessel::Path {
 
@@ -329,9 +330,9 @@ bool IsUncPathOf(View<CharT> path) {
     return true;
 }
 
-// The Windows rule, in UTF-16 units.
-bool IsValidWindowsDirectoryPath(std::u16string_view path) {
-    if (IsUncPathOf(path))
+// The Windows rule, in UTF-16 units, given the answer of the UNC test for PATH.
+bool IsValidWindowsDirectoryPath(std::u16string_view path, bool isUnc) {
+    if (isUnc)
         return true;
     if (path.size() < 4 || !StartsWithAscii(path, "\\\\?\\", false))
         return false;
@@ -346,7 +347,8 @@ bool IsValidWindowsDirectoryPath(std::u16string_view path) {
 
 template <typename CharT>
 bool IsValidPosixDirectoryPath(View<CharT> path) {
-    return !path.empty() && path[0] == CharT('/') && (path.size() == 1 || path.back() != CharT('/'));
+    return !path.empty() && path[0] == CharT('/') &&
+           (path.size() == 1 || path.back() != CharT('/'));
 }
 
 template <typename CharT>
@@ -365,6 +367,58 @@ String<CharT> DisplayFilePathOf(PathStyle style, View<CharT> path) {
     return String<CharT>(path);
 }
 
+// "\\?\C:\x" for "C:\x" and "\\?\UNC\server\share\x" for "\\server\share\x", with forward
+// slashes turned round and "." and ".." resolved, since the system takes a long path as it is.
+std::u16string WindowsLongPathOf(std::u16string_view path) {
+    if (StartsWithAscii(path, "\\\\?\\", false) || StartsWithAscii(path, "\\\\.\\", false))
+        return std::u16string(path);
+    std::u16string text(path);
+    std::replace(text.begin(), text.end(), u'/', u'\\');
+    std::u16string prefix;
+    std::size_t rootLength = 0;
+    if (DriveRootLength(std::u16string_view(text)) != 0) {
+        prefix = u"\\\\?\\";
+        rootLength = 3;
+    } else if (text.size() >= 2 && text[0] == u'\\' && text[1] == u'\\') {
+        prefix = u"\\\\?\\UNC\\";
+        text.erase(0, 2);
+        // The server and share names are the root: ".." never climbs above the share.
+        rootLength = ServerShareLength(std::u16string_view(text));
+        if (rootLength == 0)
+            return prefix + text;  // "\\server" or "\\server\share" alone
+    } else {
+        return std::u16string(path);  // relative: nothing to make long
+    }
+
+    std::vector<std::u16string_view> kept;
+    const std::u16string_view rest = std::u16string_view(text).substr(rootLength);
+    std::size_t start = 0;
+    while (start <= rest.size()) {
+        std::size_t end = rest.find(u'\\', start);
+        if (end == std::u16string_view::npos)
+            end = rest.size();
+        const std::u16string_view component = rest.substr(start, end - start);
+        if (component == u"..") {
+            if (!kept.empty())
+                kept.pop_back();
+        } else if (!component.empty() && component != u".") {
+            kept.push_back(component);
+        }
+        start = end + 1;
+    }
+    std::u16string out = prefix;
+    out.append(text, 0, rootLength);
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        if (i != 0)
+            out.push_back(u'\\');
+        out.append(kept[i]);
+    }
+    // A trailing separator the path had stays: "C:\x\" names the same folder as "C:\x".
+    if (!kept.empty() && text.back() == u'\\')
+        out.push_back(u'\\');
+    return out;
+}
+
 }  // namespace
 
 bool IsUncPath(std::u16string_view path) {
@@ -372,13 +426,19 @@ bool IsUncPath(std::u16string_view path) {
 }
 
 bool IsValidDirectoryPath(PathStyle style, std::u16string_view path) {
-    return style == PathStyle::Windows ? IsValidWindowsDirectoryPath(path)
+    return style == PathStyle::Windows ? IsValidWindowsDirectoryPath(path, IsUncPathOf(path))
                                        : IsValidPosixDirectoryPath(path);
 }
 
 bool IsValidDirectoryPath(PathStyle style, std::string_view path) {
-    return style == PathStyle::Windows ? IsValidWindowsDirectoryPath(Utf8ToUtf16(path))
-                                       : IsValidPosixDirectoryPath(path);
+    if (style == PathStyle::Posix)
+        return IsValidPosixDirectoryPath(path);
+    const std::u16string wide = Utf8ToUtf16(path);
+    return IsValidWindowsDirectoryPath(wide, IsUncPathOf(std::u16string_view(wide)));
+}
+
+std::u16string ToLongPath(PathStyle style, std::u16string_view path) {
+    return style == PathStyle::Windows ? WindowsLongPathOf(path) : std::u16string(path);
 }
 
 std::u16string ToDisplayFilePath(PathStyle style, std::u16string_view path) {
@@ -483,6 +543,20 @@ std::u16string MakeAbsolute(std::u16string_view path) {
     if (IsAbsolute(kNativePathStyle, path))
         return StripTrailingSeparator(kNativePathStyle, path);
     return MakeAbsolute(kNativePathStyle, path, FromNative(Platform::CurrentDirectory()));
+}
+
+std::u16string ToLongPath(std::u16string_view path) {
+    return ToLongPath(kNativePathStyle, path);
+}
+
+bool IsValidDirectoryPath(std::string_view utf8Path) {
+    if constexpr (kNativePathStyle == PathStyle::Posix) {
+        return IsValidDirectoryPath(PathStyle::Posix, utf8Path);
+    } else {
+        // The UNC step is the system's own test.
+        const std::u16string wide = Utf8ToUtf16(utf8Path);
+        return IsValidWindowsDirectoryPath(wide, Platform::IsUncPath(ToNative(wide)));
+    }
 }
 
 namespace {

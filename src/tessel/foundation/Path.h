@@ -65,6 +65,13 @@ TESSEL_API bool ArePathsRelative(std::u16string_view base, std::u16string_view c
 // (except a root). Empty stays empty.
 TESSEL_API std::u16string MakeAbsolute(std::u16string_view path);
 
+// The long-path form the library takes on Windows (see PathStyle.h); POSIX paths unchanged.
+TESSEL_API std::u16string ToLongPath(std::u16string_view path);
+
+// The folder paths the file-directory provider claims (see PathStyle.h), by the rule of the
+// platform this runs on. On Windows the UNC step is the system's own test (PathIsUNCW).
+TESSEL_API bool IsValidDirectoryPath(std::string_view utf8Path);
+
 TESSEL_API bool FileOrDirectoryExists(std::u16string_view path);
 TESSEL_API bool FileOrDirectoryExists(std::string_view utf8Path);
 TESSEL_API bool DirectoryExists(std::u16string_view path);

@@ -68,6 +68,13 @@ TESSEL_API bool IsUncPath(std::u16string_view path);
 TESSEL_API bool IsValidDirectoryPath(PathStyle style, std::u16string_view path);
 TESSEL_API bool IsValidDirectoryPath(PathStyle style, std::string_view path);
 
+// The long-path form of an absolute PATH, in which Windows opens paths of any length and
+// takes every name as it is: "C:\x" becomes "\\?\C:\x" and "\\server\share\x" becomes
+// "\\?\UNC\server\share\x", with '/' turned into '\' and "." and ".." components resolved
+// (never above the drive root or the share). Long-path and device paths ("\\?\", "\\.\"),
+// relative paths and every POSIX path are returned unchanged.
+TESSEL_API std::u16string ToLongPath(PathStyle style, std::u16string_view path);
+
 // A path as people write it. Windows drops the long-path prefix: "\\?\UNC\server\x" shows
 // as "\\server\x" and "\\?\C:\x" as "C:\x" (the prefixes compared exactly); every other path,
 // and every POSIX path, shows unchanged.

@@ -42,12 +42,15 @@ using DirectoryChangeCallback =
 
 // Watches one level of DIRECTORY (its entries, not their contents; a link to a directory
 // is followed). Returns 0 when it cannot be watched: missing, not a directory, no
-// permission, the system's watch limit reached, or called from a callback.
+// permission, the system's watch limit reached, or called from a callback. On Windows a
+// directory moved away or deleted is noticed within about a second: the system does not
+// always say so.
 TESSEL_API ChangeWatchId WatchDirectory(const NativeString& directory,
                                         DirectoryChangeCallback callback);
 
-// Calls CALLBACK after file systems were mounted or unmounted (once per burst). Returns 0
-// where the system cannot tell.
+// Calls CALLBACK after file systems were mounted or unmounted (once per burst). On Windows
+// that is a drive letter coming or going, or a medium put into or taken out of a drive,
+// noticed within about a second. Returns 0 where the system cannot tell.
 TESSEL_API ChangeWatchId WatchMountTable(std::function<void()> callback);
 
 // Ends a watch of either kind; unknown ids and 0 are ignored.

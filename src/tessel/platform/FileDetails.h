@@ -27,8 +27,11 @@ inline constexpr EntryDetails kDetailTimes = 1u << 2;
 // keeps DOS attributes (FAT, NTFS, SMB shares). Costs nothing per entry elsewhere; a
 // listing that skips hidden entries asks for it even when it wants no other detail.
 inline constexpr EntryDetails kDetailHidden = 1u << 3;
+// The 8.3 short name where the file system keeps one (Windows find records); nothing to read
+// on POSIX.
+inline constexpr EntryDetails kDetailShortName = 1u << 4;
 inline constexpr EntryDetails kAllDetails =
-    kDetailAttributes | kDetailSize | kDetailTimes | kDetailHidden;
+    kDetailAttributes | kDetailSize | kDetailTimes | kDetailHidden | kDetailShortName;
 
 // Windows file-attribute values, which the attribute columns of a listing test.
 inline constexpr std::uint32_t kFileAttributeReadOnly = 0x1;
@@ -66,13 +69,18 @@ struct DetailedEntry : DirectoryEntry {
     std::optional<std::int64_t> creationTime;
     std::int64_t lastAccessTime = 0;
     std::int64_t lastWriteTime = 0;
+    // With kDetailShortName: the 8.3 alias, empty when the entry has none (its name already
+    // fits 8.3, the volume makes none, or the platform has no such names).
+    NativeString shortName;
 };
 
 // Reads one level of DIRECTORY like ReadDirectory (same order, kinds, abort and failure
 // rules) and gathers the DETAILS asked for. Details describe the entry itself: a
 // symbolic link reports its own size and dates (its kind still follows it). FIFOs,
 // sockets and device nodes are never opened. Entries whose stat fails are kept with
-// detailsKnown false.
+// detailsKnown false. Windows reads a listing as the folder provider's rules say: ABORT is
+// asked before each FindNextFileW (so the first record, "." or a root's first entry, is read
+// unasked), and a failure part-way fails the whole read.
 TESSEL_API bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
                                          std::vector<DetailedEntry>& out,
                                          const std::function<bool()>& abort);

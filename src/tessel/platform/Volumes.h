@@ -1,12 +1,19 @@
-// Mounted file systems, for the volume and network-volume lists and the volume-mounted
-// test. On Linux they come from the kernel's mount table through libmount; the files read
-// can be replaced (MountTableFiles), so that tests feed tables of their own.
+// Mounted file systems, for the volume and network-volume lists, the volume-mounted test
+// and the walk over the machine's drives.
 //
-// Nothing here stats, opens or lists a mount point: a dead network server must never
-// block a listing. Only the mount table, the device links under /dev/disk/by-label and
-// the block-device attributes under /sys are read.
+// Windows asks the system itself: the drive letters, each drive's type and label, the
+// volume-mounted test and the connected network disks, one question at a time, so that a
+// listing can stop between drives and asks for a label only when it shows one.
+//
+// On Linux they come from the kernel's mount table through libmount; the files read can be
+// replaced (MountTableFiles), so that tests feed tables of their own. Nothing here stats,
+// opens or lists a mount point: a dead network server must never block a listing. Only
+// the mount table, the device links under /dev/disk/by-label and the block-device
+// attributes under /sys are read.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,20 +21,6 @@
 #include <tessel/platform/FileSystem.h>
 
 namespace Tessel::Platform {
-
-struct MountInfo {
-    // Escapes of the table decoded ("\040" is a blank), no repeated or trailing separators.
-    NativeString mountPoint;
-    NativeString source;         // the device ("/dev/sdb1") or share ("server:/export")
-    std::string fileSystemType;  // "ext4", "vfat", "nfs4", "fuse.sshfs", ...
-    std::string options;         // the mount's options, comma-separated
-    std::string label;           // the file system's label (bytes), empty when unknown
-    bool readOnly = false;
-    bool isNetwork = false;
-    bool isRemovable = false;  // the device, or the disk it is a partition of, is removable
-    bool isOptical = false;    // a CD or DVD drive (sr*), or an ISO 9660 or UDF file system
-    bool isRamDisk = false;    // tmpfs or ramfs
-};
 
 // Where the mount information comes from. The defaults are the running system's.
 struct MountTableFiles {
@@ -44,6 +37,51 @@ struct MountTableFiles {
 #endif
     // Windows asks the system itself (drive letters, network connections): nothing to
     // replace there.
+};
+
+#if defined(_WIN32)
+
+// The roots of the drive letters ("A:\", "C:\", ...) in the system's order
+// (GetLogicalDriveStringsW). Empty when the list cannot be read.
+TESSEL_API std::vector<NativeString> ListDriveRoots();
+
+// The type of the drive at ROOT ("C:\") as GetDriveTypeW answers it: 0 unknown, 1 no root
+// directory, 2 removable, 3 fixed, 4 remote, 5 CD-ROM, 6 RAM disk.
+TESSEL_API std::uint32_t DriveTypeOf(const NativeString& root);
+
+// The label of the volume at ROOT ("C:\"); empty when it has none or cannot be asked.
+TESSEL_API NativeString VolumeLabelOf(const NativeString& root);
+
+// The volume-mounted test of a drive string ("C:"): the volume device "\\.\C:" is opened
+// for reading (read and write sharing) and asked whether a file system is mounted on it. A
+// device that cannot be opened (no such drive, no medium, no permission) is not mounted.
+TESSEL_API bool IsVolumeMounted(const NativeString& drive);
+
+struct NetworkConnection {
+    NativeString localName;   // "Z:" for a connection mapped to a drive letter, else empty
+    NativeString remoteName;  // "\\server\share"
+};
+
+// The connected network disk resources (WNetEnumResourceW), containers left out. ABORT,
+// when set, is asked before each batch the system hands over; a true answer keeps what was
+// read so far. Empty when the enumeration cannot be opened (no network).
+TESSEL_API std::vector<NetworkConnection> ListNetworkConnections(
+    const std::function<bool()>& abort);
+
+#else
+
+struct MountInfo {
+    // Escapes of the table decoded ("\040" is a blank), no repeated or trailing separators.
+    NativeString mountPoint;
+    NativeString source;         // the device ("/dev/sdb1") or share ("server:/export")
+    std::string fileSystemType;  // "ext4", "vfat", "nfs4", "fuse.sshfs", ...
+    std::string options;         // the mount's options, comma-separated
+    std::string label;           // the file system's label (bytes), empty when unknown
+    bool readOnly = false;
+    bool isNetwork = false;
+    bool isRemovable = false;  // the device, or the disk it is a partition of, is removable
+    bool isOptical = false;    // a CD or DVD drive (sr*), or an ISO 9660 or UDF file system
+    bool isRamDisk = false;    // tmpfs or ramfs
 };
 
 // Every entry of the mount table, in its order, unfiltered. Empty when it cannot be read.
@@ -71,5 +109,20 @@ TESSEL_API std::vector<MountInfo> ListNetworkMounts(const MountTableFiles& files
 // The volume-mounted test: true when PATH is a mount point in the mount table (repeated
 // and trailing separators ignored; no links resolved, nothing on the path touched).
 TESSEL_API bool IsMountPoint(const NativeString& path, const MountTableFiles& files = {});
+
+#endif  // _WIN32
+
+// The drive walk: calls VISIT with the root of each mounted drive, in ascending order, and
+// stops after the first VISIT that returns false. Left out are SKIPPEDROOT, drives whose
+// volume is not mounted and roots that do not exist.
+// - Windows: the drive letters of GetLogicalDrives (bit 0 is A:), each root as "E:\";
+//   SKIPPEDROOT may be given as "E:\" or "\\?\E:\", letter case ignored; the mounted test
+//   is IsVolumeMounted.
+// - POSIX: the mount points of ListVolumes ("/" first, then by bytes) other than network
+//   mounts, whose roots a dead server could leave hanging; SKIPPEDROOT is compared with
+//   trailing separators ignored.
+TESSEL_API void ForEachMountedDriveRoot(const NativeString& skippedRoot,
+                                        const std::function<bool(const NativeString& root)>& visit,
+                                        const MountTableFiles& files = {});
 
 }  // namespace Tessel::Platform

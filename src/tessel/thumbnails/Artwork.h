@@ -1,9 +1,11 @@
 // The library's own artwork, compiled into it: the file-kind icons as SVG (folder, drive,
-// removable drive, network share, video, audio, image, document, file) and the providers'
-// pictures as SVG sources with pre-rendered 256 x 256 PNGs. The providers' pictures are
-// also registered as image resources: "ContainsVideoThumb.png", "CinemaDNGThumb.png",
-// "ArriThumb.png" and "REDVideoThumb.png" under "PNG", the camera-card picture as resource
-// number 10000 (PNG), and the coloured video icon under "SVG" as "VideoColored".
+// removable drive, network share, video, audio, image, document, file; drawn on POSIX only,
+// Windows shows the shell's icons) and the pictures as SVG sources with PNGs pre-rendered at
+// their natural 256 x 256 (scripts/render-artwork), which Windows, having no SVG renderer,
+// draws instead. The pictures are also registered as image resources:
+// "ContainsVideoThumb.png", "CinemaDNGThumb.png", "ArriThumb.png" and "REDVideoThumb.png"
+// under "PNG", the camera-card picture as resource number 10000 (PNG), and the coloured video
+// icon under "SVG" as "VideoColored".
 #pragma once
 
 #include <cstddef>

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -11,11 +12,33 @@
 #include <tessel/platform/FileIcons.h>
 #include <tessel/thumbnails/Artwork.h>
 
+#if !defined(_WIN32)
 #include "SvgRaster.h"
+#endif
 
 namespace Tessel {
 
 namespace {
+
+#if defined(_WIN32)
+
+// Windows: the shell draws the icon of the path itself.
+PelPixHandle IconThumbnail(const std::string& path, std::uint32_t size) {
+    const std::optional<Platform::ShellIcon> icon =
+        Platform::DrawShellIcon(Path::ToNative(std::string_view(path)), size);
+    if (!icon || icon->size != size || icon->pixels.size() != std::size_t{size} * size * 4)
+        return nullptr;
+    PelPixHandle buffer = pelpixNew(size, size);
+    if (!buffer)
+        return nullptr;
+    PelPixLock lock(buffer);
+    const std::size_t row = std::size_t{size} * 4;
+    for (std::uint32_t y = 0; y < size; ++y)
+        std::memcpy(lock.Row(y), icon->pixels.data() + y * row, row);
+    return buffer;
+}
+
+#else
 
 using Platform::FileIconKind;
 
@@ -43,11 +66,13 @@ const char* ArtworkFor(FileIconKind kind) {
     return "file.svg";
 }
 
+using IconImage = std::shared_ptr<const RasterImage>;
+
 // Icons are drawn once per kind and size; listings ask for the same few again and again.
 struct IconCache {
     std::mutex mutex;
     // Null for an icon that could not be drawn.
-    std::map<std::pair<FileIconKind, std::uint32_t>, std::shared_ptr<const RasterImage>> icons;
+    std::map<std::pair<FileIconKind, std::uint32_t>, IconImage> icons;
 };
 
 IconCache& Cache() {
@@ -69,6 +94,15 @@ std::shared_ptr<const RasterImage> DrawIcon(FileIconKind kind, std::uint32_t siz
     }
     return found->second;
 }
+
+// Elsewhere: the library's own icon for the kind of path.
+PelPixHandle IconThumbnail(const std::string& path, std::uint32_t size) {
+    const FileIconKind kind = Platform::ClassifyFileIcon(Path::ToNative(std::string_view(path)));
+    const std::shared_ptr<const RasterImage> icon = DrawIcon(kind, size);
+    return icon ? RasterImageToPelPix(*icon) : nullptr;
+}
+
+#endif
 
 }  // namespace
 
@@ -98,10 +132,7 @@ PelPixHandle RenderFileIconThumbnail(const std::string& directoryPart, const std
     }
     if (path.empty())
         return nullptr;
-    const FileIconKind kind = Platform::ClassifyFileIcon(Path::ToNative(std::string_view(path)));
-    const std::shared_ptr<const RasterImage> icon =
-        DrawIcon(kind, ChooseIconSize(size, largestSize));
-    return icon ? RasterImageToPelPix(*icon) : nullptr;
+    return IconThumbnail(path, ChooseIconSize(size, largestSize));
 }
 
 }  // namespace Tessel

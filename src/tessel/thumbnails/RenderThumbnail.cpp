@@ -17,8 +17,9 @@ bool IsReasonableBox(const ThumbnailFit& fit) {
            std::uint64_t{fit.boxWidth} * fit.boxHeight <= kMaximumThumbnailPixels;
 }
 
+// FILE, when given, is where BYTES were read from, for the system's bitmap loader.
 PelPixHandle RenderEncoded(std::span<const std::uint8_t> bytes, std::uint32_t width,
-                           std::uint32_t height) {
+                           std::uint32_t height, const Platform::NativeString* file = nullptr) {
     const std::optional<Platform::ImageInfo> info = Platform::ReadImageInfo(bytes);
     if (!info)
         return nullptr;
@@ -28,8 +29,10 @@ PelPixHandle RenderEncoded(std::span<const std::uint8_t> bytes, std::uint32_t wi
     // The drawn size, not the box, so that a reduced decode is never smaller than what is
     // drawn. Nothing drawn still decodes (at the smallest scale), so that a corrupt image
     // gives no thumbnail whatever the box.
-    const std::optional<Platform::DecodedBitmap> bitmap =
+    std::optional<Platform::DecodedBitmap> bitmap =
         Platform::DecodeImage(bytes, std::max(fit.drawnWidth, 1u), std::max(fit.drawnHeight, 1u));
+    if (!bitmap && file && info->format == Platform::ImageFormat::Bmp)
+        bitmap = Platform::LoadBitmapFileWithSystem(*file);
     if (!bitmap)
         return nullptr;
     return RenderDecodedBitmap(*bitmap, width, height);
@@ -39,11 +42,11 @@ PelPixHandle RenderEncoded(std::span<const std::uint8_t> bytes, std::uint32_t wi
 
 PelPixHandle RenderThumbnail(const std::string& utf8Path, std::uint32_t width,
                              std::uint32_t height) {
-    const std::optional<std::vector<std::uint8_t>> bytes =
-        Platform::ReadImageFile(Path::ToNative(utf8Path));
+    const Platform::NativeString path = Path::ToNative(utf8Path);
+    const std::optional<std::vector<std::uint8_t>> bytes = Platform::ReadImageFile(path);
     if (!bytes)
         return nullptr;
-    return RenderEncoded(*bytes, width, height);
+    return RenderEncoded(*bytes, width, height, &path);
 }
 
 PelPixHandle RenderThumbnail(const std::vector<std::uint8_t>& bytes, std::uint32_t width,

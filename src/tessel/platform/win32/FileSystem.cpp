@@ -1,45 +1,15 @@
 // Win32 file services. This is the reference behaviour that the POSIX backend maps.
 #include <tessel/platform/FileSystem.h>
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
 #include <io.h>
-#include <windows.h>
 
 #include <atomic>
 
+#include "FindFiles.h"
+
 namespace Tessel::Platform {
 
-namespace {
-
-std::atomic<std::uint64_t> gDirectoryReadCount{0};
-
-constexpr DWORD kHiddenAttributes = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
-constexpr int kReadAccessMode = 4;  // _waccess: read permission
-
-// Keeps Windows from asking the user to insert a disk when a path names an empty
-// removable drive (a card reader without a card): the call fails instead.
-class CriticalErrorDialogsOff {
-public:
-    CriticalErrorDialogsOff() {
-        if (!SetThreadErrorMode(SEM_FAILCRITICALERRORS, &mPrevious))
-            mRestore = false;
-    }
-    ~CriticalErrorDialogsOff() {
-        if (mRestore)
-            SetThreadErrorMode(mPrevious, nullptr);
-    }
-    CriticalErrorDialogsOff(const CriticalErrorDialogsOff&) = delete;
-    CriticalErrorDialogsOff& operator=(const CriticalErrorDialogsOff&) = delete;
-
-private:
-    DWORD mPrevious = 0;
-    bool mRestore = true;
-};
+namespace Win32 {
 
 EntryKind KindOfAttributes(DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_DEVICE)
@@ -48,6 +18,14 @@ EntryKind KindOfAttributes(DWORD attributes) {
         return EntryKind::Directory;
     return EntryKind::File;
 }
+
+}  // namespace Win32
+
+namespace {
+
+std::atomic<std::uint64_t> gDirectoryReadCount{0};
+
+constexpr int kReadAccessMode = 4;  // _waccess: read permission
 
 bool IsDotOrDotDot(const wchar_t* name) {
     return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
@@ -58,54 +36,87 @@ bool IsSurrogate(wchar_t c) {
 }
 
 DWORD AttributesOf(const NativeString& path) {
-    CriticalErrorDialogsOff dialogsOff;
+    Win32::CriticalErrorDialogsOff dialogsOff;
     return GetFileAttributesW(path.c_str());
 }
 
+// Closes a find handle whichever way the walk ends.
+class FindHandle {
+public:
+    explicit FindHandle(HANDLE handle) : mHandle(handle) {}
+    ~FindHandle() {
+        if (mHandle != INVALID_HANDLE_VALUE)
+            FindClose(mHandle);
+    }
+    FindHandle(const FindHandle&) = delete;
+    FindHandle& operator=(const FindHandle&) = delete;
+    HANDLE get() const { return mHandle; }
+
+private:
+    HANDLE mHandle;
+};
+
 }  // namespace
 
-bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
-                   const std::function<bool()>& abort) {
+bool Win32::FindFiles(const NativeString& directory, const std::function<bool()>& abort,
+                      AbortCheck check,
+                      const std::function<void(const WIN32_FIND_DATAW&)>& onEntry) {
     if (directory.empty())
         return false;
     std::wstring pattern = directory;
-    if (pattern.back() != L'\\' && pattern.back() != L'/')
+    if (pattern.back() != L'\\')
         pattern.push_back(L'\\');
     pattern.push_back(L'*');
 
     CriticalErrorDialogsOff dialogsOff;
     WIN32_FIND_DATAW data;
-    const HANDLE find = FindFirstFileExW(pattern.c_str(), FindExInfoStandard, &data,
-                                         FindExSearchNameMatch, nullptr, 0);
-    if (find == INVALID_HANDLE_VALUE) {
+    const FindHandle find(FindFirstFileExW(pattern.c_str(), FindExInfoStandard, &data,
+                                           FindExSearchNameMatch, nullptr, 0));
+    if (find.get() == INVALID_HANDLE_VALUE) {
         // The root of an empty volume has no "." or ".." and so no first entry at all;
         // a missing folder fails with ERROR_PATH_NOT_FOUND instead.
         if (GetLastError() != ERROR_FILE_NOT_FOUND)
             return false;
         const DWORD attributes = GetFileAttributesW(directory.c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
             return false;
-        }
         gDirectoryReadCount.fetch_add(1, std::memory_order_relaxed);
         return true;
     }
     gDirectoryReadCount.fetch_add(1, std::memory_order_relaxed);
 
-    // FindNextFileW fails with ERROR_NO_MORE_FILES at the end; any other failure (a volume
-    // removed part-way) ends the walk like an abort, and what was read is kept.
-    do {
-        if (IsDotOrDotDot(data.cFileName))
-            continue;
-        if (abort && abort())
-            break;
-        DirectoryEntry& added = out.emplace_back();
-        added.name = data.cFileName;
-        added.kind = KindOfAttributes(data.dwFileAttributes);
-        added.isLink = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-        added.hidden = (data.dwFileAttributes & kHiddenAttributes) != 0;
-    } while (FindNextFileW(find, &data));
-    FindClose(find);
-    return true;
+    const bool askPerEntry = check == AbortCheck::BeforeEachEntry;
+    for (;;) {
+        if (!IsDotOrDotDot(data.cFileName)) {
+            if (askPerEntry && abort && abort())
+                return true;
+            onEntry(data);
+        }
+        if (!askPerEntry && abort && abort())
+            return true;
+        if (!FindNextFileW(find.get(), &data)) {
+            // Any other failure (a volume removed, a share gone part-way) leaves the listing
+            // incomplete, and an incomplete listing is not offered as the folder's content.
+            return GetLastError() == ERROR_NO_MORE_FILES;
+        }
+    }
+}
+
+bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
+                   const std::function<bool()>& abort) {
+    const std::size_t before = out.size();
+    // Asked per entry: directory walks cap their reads by counting entries through ABORT.
+    const bool read = Win32::FindFiles(
+        directory, abort, Win32::AbortCheck::BeforeEachEntry, [&](const WIN32_FIND_DATAW& data) {
+            DirectoryEntry& added = out.emplace_back();
+            added.name = data.cFileName;
+            added.kind = Win32::KindOfAttributes(data.dwFileAttributes);
+            added.isLink = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+            added.hidden = (data.dwFileAttributes & Win32::kHiddenAttributes) != 0;
+        });
+    if (!read)
+        out.resize(before);
+    return read;
 }
 
 std::uint64_t DirectoryReadCount() {
@@ -131,7 +142,7 @@ bool PathEntryExists(const NativeString& path) {
 }
 
 bool HasReadAccess(const NativeString& path) {
-    CriticalErrorDialogsOff dialogsOff;
+    Win32::CriticalErrorDialogsOff dialogsOff;
     return _waccess(path.c_str(), kReadAccessMode) == 0;
 }
 
@@ -144,17 +155,24 @@ bool IsHiddenEntry(const NativeString& path) {
     if (path.empty())
         return false;
     const DWORD attributes = AttributesOf(path);
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kHiddenAttributes) != 0;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & Win32::kHiddenAttributes) != 0;
 }
 
 char16_t UpperCaseCodeUnit(char16_t unit) {
+    if (unit < 0x80)
+        return (unit >= u'a' && unit <= u'z') ? static_cast<char16_t>(unit - 32) : unit;
     // A surrogate is half a character and has no case of its own.
     if (IsSurrogate(static_cast<wchar_t>(unit)))
         return unit;
-    wchar_t buffer = static_cast<wchar_t>(unit);
-    if (CharUpperBuffW(&buffer, 1) != 1 || IsSurrogate(buffer))
+    // The invariant locale maps case as NTFS's upcase table does, whatever the user's
+    // language (no Turkish dotted I).
+    const wchar_t in = static_cast<wchar_t>(unit);
+    wchar_t out = 0;
+    if (LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, &in, 1, &out, 1, nullptr, nullptr,
+                      0) != 1 ||
+        IsSurrogate(out))
         return unit;
-    return static_cast<char16_t>(buffer);
+    return static_cast<char16_t>(out);
 }
 
 NativeString CurrentDirectory() {

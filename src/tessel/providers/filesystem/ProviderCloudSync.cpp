@@ -1,6 +1,5 @@
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 
-#include <cstdlib>
 #include <functional>
 #include <set>
 
@@ -9,10 +8,12 @@
 #include <tessel/foundation/JsonNesting.h>
 #include <tessel/foundation/Localizer.h>
 #include <tessel/foundation/Path.h>
+#include <tessel/foundation/PathStyle.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Trace.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/platform/AtomicFile.h>
+#include <tessel/platform/KnownFolders.h>
 #include <tessel/providers/filesystem/ListIconThumbnail.h>
 
 namespace Tessel {
@@ -73,6 +74,7 @@ std::optional<std::string> ReadClientFile(const std::string& path) {
 }
 
 // "~" and "~/..." (and "$HOME", "$HOME/...") against the home folder; other paths unchanged.
+// On Windows "~\..." too.
 std::string ExpandHome(std::string_view path, const std::string& home) {
     for (std::string_view prefix : {std::string_view("~"), std::string_view("$HOME")}) {
         if (path.substr(0, prefix.size()) != prefix)
@@ -80,15 +82,16 @@ std::string ExpandHome(std::string_view path, const std::string& home) {
         const std::string_view rest = path.substr(prefix.size());
         if (rest.empty())
             return home;
-        if (rest.front() != '/')
+        if (!Path::IsSeparator(static_cast<char16_t>(static_cast<unsigned char>(rest.front()))))
             continue;
         return home.empty() ? std::string() : home + std::string(rest);
     }
     return std::string(path);
 }
 
+// A relative folder would be found against whatever the current directory is.
 bool IsAbsolute(const std::string& path) {
-    return !path.empty() && path.front() == '/';
+    return Path::IsAbsolute(Path::kNativePathStyle, Utf8ToUtf16(path));
 }
 
 std::string InHome(const CloudSyncEnvironment& environment, std::string_view leaf) {
@@ -97,35 +100,78 @@ std::string InHome(const CloudSyncEnvironment& environment, std::string_view lea
     return Path::Join(std::string_view(environment.homeDirectory), leaf);
 }
 
-// The first of the folders LEAVES in the home folder that exists; empty when none does.
-std::string FirstExistingInHome(const CloudSyncEnvironment& environment,
-                                std::initializer_list<std::string_view> leaves) {
-    for (std::string_view leaf : leaves) {
-        std::string folder = InHome(environment, leaf);
+// The first of FOLDERS that exists; empty when none does.
+std::string FirstExisting(std::initializer_list<std::string> folders) {
+    for (const std::string& folder : folders) {
         if (!folder.empty() && Path::DirectoryExists(std::string_view(folder)))
             return folder;
     }
     return {};
 }
 
-std::string GetEnvironmentVariable(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? std::string(value) : std::string();
+// The first of the folders LEAVES in the home folder that exists; empty when none does.
+std::string FirstExistingInHome(const CloudSyncEnvironment& environment,
+                                std::initializer_list<std::string_view> leaves) {
+    for (std::string_view leaf : leaves) {
+        std::string folder = FirstExisting({InHome(environment, leaf)});
+        if (!folder.empty())
+            return folder;
+    }
+    return {};
 }
+
+// A folder as the providers open it: on Windows its long form, without a trailing
+// separator unless it is a root.
+std::string OpenableFolder(const std::string& folder) {
+    if (folder.empty() || Path::kNativePathStyle == Path::PathStyle::Posix)
+        return folder;
+    return Utf16ToUtf8(Path::StripTrailingSeparator(Path::ToLongPath(Utf8ToUtf16(folder))));
+}
+
+#if defined(_WIN32)
+
+std::string Environment(const char* name) {
+    return Path::FromNativeUtf8(Platform::GetEnvironmentValue(Path::ToNative(name)).value_or(L""));
+}
+
+std::optional<std::string> RegistryText(Platform::RegistryRoot root, const std::string& key,
+                                        const char* valueName) {
+    const std::optional<Platform::NativeString> text = Platform::ReadRegistryString(
+        root, Path::ToNative(std::string_view(key)), Path::ToNative(valueName));
+    if (!text)
+        return std::nullopt;
+    return Path::FromNativeUtf8(*text);
+}
+
+// The folder a DriveFS mount point names: a drive letter ("G", "G:" or "G:\") is that
+// drive's root; anything else is taken as a folder.
+std::string DriveFSMountFolder(std::string_view value) {
+    const bool letter = !value.empty() && ((value[0] >= 'A' && value[0] <= 'Z') ||
+                                           (value[0] >= 'a' && value[0] <= 'z'));
+    if (letter && (value.size() == 1 || (value[1] == ':' && value.size() <= 3 &&
+                                         (value.size() == 2 || Path::IsSeparator(value[2]))))) {
+        return std::string(1, value[0]) + ":\\";
+    }
+    return std::string(value);
+}
+
+#endif
 
 }  // namespace
 
 CloudSyncEnvironment CloudSyncEnvironment::FromProcess() {
     CloudSyncEnvironment environment;
-    environment.homeDirectory = GetEnvironmentVariable("HOME");
-    // The XDG base-directory rules say a relative XDG_CONFIG_HOME is to be ignored.
-    const std::string config = GetEnvironmentVariable("XDG_CONFIG_HOME");
-    if (IsAbsolute(config)) {
-        environment.configDirectory = config;
-    } else if (IsAbsolute(environment.homeDirectory)) {
-        environment.configDirectory =
-            Path::Join(std::string_view(environment.homeDirectory), ".config");
-    }
+    using Platform::KnownFolder;
+    environment.homeDirectory = Path::FromNativeUtf8(Platform::GetKnownFolder(KnownFolder::Home));
+    environment.configDirectory =
+        Path::FromNativeUtf8(Platform::GetKnownFolder(KnownFolder::RoamingAppData));
+    environment.localDataDirectory =
+        Path::FromNativeUtf8(Platform::GetKnownFolder(KnownFolder::LocalAppData));
+#if defined(_WIN32)
+    environment.oneDrive = Environment("OneDrive");
+    environment.oneDriveConsumer = Environment("OneDriveConsumer");
+    environment.oneDriveCommercial = Environment("OneDriveCommercial");
+#endif
     return environment;
 }
 
@@ -173,6 +219,67 @@ std::optional<std::string> ParseOneDriveSyncDir(std::string_view configText) {
     return syncDir;
 }
 
+#if defined(_WIN32)
+
+std::string DropboxSyncDir(bool personal, const CloudSyncEnvironment& environment) {
+    for (const std::string* base :
+         {&environment.configDirectory, &environment.localDataDirectory}) {
+        if (!IsAbsolute(*base))
+            continue;
+        const std::optional<std::string> text =
+            ReadClientFile(Path::Join(std::string_view(*base), "Dropbox\\info.json"));
+        if (!text)
+            continue;
+        const DropboxFolders folders = ParseDropboxInfo(*text);
+        std::string folder = personal ? folders.personal : folders.business;
+        if (IsAbsolute(folder))
+            return folder;
+    }
+    return {};
+}
+
+std::string GoogleDriveSyncDir(const CloudSyncEnvironment& environment) {
+    // Drive for desktop's own default letter.
+    std::string mountFolder = "G:\\";
+    for (Platform::RegistryRoot root :
+         {Platform::RegistryRoot::CurrentUser, Platform::RegistryRoot::LocalMachine}) {
+        const std::optional<std::string> value =
+            RegistryText(root, environment.googleDriveKey, "DefaultMountPoint");
+        if (value && !Trim(*value).empty()) {
+            mountFolder = DriveFSMountFolder(Trim(*value));
+            break;
+        }
+    }
+    return FirstExisting({IsAbsolute(mountFolder)
+                              ? Path::Join(std::string_view(mountFolder), "My Drive")
+                              : std::string(),
+                          InHome(environment, "My Drive"), InHome(environment, "Google Drive")});
+}
+
+std::string ICloudSyncDir(const CloudSyncEnvironment& environment) {
+    return FirstExistingInHome(environment, {"iCloudDrive"});
+}
+
+std::string OneDriveSyncDir(bool personal, const CloudSyncEnvironment& environment) {
+    const std::string key =
+        environment.oneDriveAccountsKey + (personal ? "\\Personal" : "\\Business1");
+    const std::optional<std::string> userFolder =
+        RegistryText(Platform::RegistryRoot::CurrentUser, key, "UserFolder");
+    if (userFolder && IsAbsolute(*userFolder))
+        return *userFolder;
+    if (!personal)
+        return IsAbsolute(environment.oneDriveCommercial) ? environment.oneDriveCommercial
+                                                          : std::string();
+    if (IsAbsolute(environment.oneDriveConsumer))
+        return environment.oneDriveConsumer;
+    // OneDrive names the business folder while a business account is signed in.
+    if (IsAbsolute(environment.oneDrive) && environment.oneDrive != environment.oneDriveCommercial)
+        return environment.oneDrive;
+    return InHome(environment, "OneDrive");
+}
+
+#else
+
 std::string DropboxSyncDir(bool personal, const CloudSyncEnvironment& environment) {
     const std::string infoPath = InHome(environment, ".dropbox/info.json");
     const std::optional<std::string> text = ReadClientFile(infoPath);
@@ -180,7 +287,6 @@ std::string DropboxSyncDir(bool personal, const CloudSyncEnvironment& environmen
         return {};
     const DropboxFolders folders = ParseDropboxInfo(*text);
     std::string folder = personal ? folders.personal : folders.business;
-    // A relative folder would be found against whatever the current directory is.
     return IsAbsolute(folder) ? folder : std::string();
 }
 
@@ -209,6 +315,8 @@ std::string OneDriveSyncDir(bool personal, const CloudSyncEnvironment& environme
     return IsAbsolute(folder) ? folder : std::string();
 }
 
+#endif
+
 std::string FramecastSyncDir(const CloudSyncEnvironment& environment) {
     return InHome(environment, "Framecast");
 }
@@ -223,8 +331,9 @@ std::vector<CloudSyncFolder> ProviderCloudSync::GetCloudSyncPaths(
     for (const Service& service : Services()) {
         const std::string configured =
             Settings::GetString(std::string(kSettingPrefix) + service.name, "");
-        std::string folder = configured.empty() ? service.lookup(environment)
-                                                : ExpandHome(configured, environment.homeDirectory);
+        std::string folder =
+            OpenableFolder(configured.empty() ? service.lookup(environment)
+                                              : ExpandHome(configured, environment.homeDirectory));
         if (folder.empty() || !Path::DirectoryExists(std::string_view(folder)))
             continue;
         folders.push_back({service.name, std::move(folder)});

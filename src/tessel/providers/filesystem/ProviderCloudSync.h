@@ -18,6 +18,24 @@
 //   sync_dir, or the client's default ~/OneDrive. Without that configuration file there is
 //   no business folder.
 // - "Framecast": ~/Framecast.
+// And on Windows (~ is the profile folder, %APPDATA% and %LOCALAPPDATA% the roaming and
+// local application data):
+// - "Dropbox", "Dropbox (Business)": the same entries of %APPDATA%\Dropbox\info.json, else
+//   of %LOCALAPPDATA%\Dropbox\info.json (where newer clients write it).
+// - "Google Drive": Drive for desktop shows "My Drive" inside a virtual drive, G: unless
+//   the value DefaultMountPoint of HKEY_CURRENT_USER (else HKEY_LOCAL_MACHINE)
+//   \Software\Google\DriveFS names another drive letter or a folder; in its mirroring mode
+//   the folder is ~\My Drive; the older Backup and Sync client used ~\Google Drive. The
+//   first of these that exists.
+// - "iCloud Drive": ~\iCloudDrive, where iCloud for Windows keeps it.
+// - "One Drive", "One Drive (Business)": the value UserFolder of the client's account keys
+//   HKEY_CURRENT_USER\Software\Microsoft\OneDrive\Accounts\Personal and ...\Business1;
+//   else the variables the client sets, OneDriveConsumer and OneDriveCommercial (for the
+//   personal account also OneDrive, unless it names the business folder); else, for the
+//   personal account, the client's default ~\OneDrive.
+// - "Framecast": ~\Framecast.
+// On Windows the folders are given in the long form the file directory provider opens
+// ("\\?\C:\Users\u\Dropbox").
 // The setting "Tessel.CloudSync.<service name>" (for example "Tessel.CloudSync.Dropbox" or
 // "Tessel.CloudSync.One Drive (Business)"), when it holds a non-empty text, is the folder
 // of that service instead (a leading "~" is the home folder).
@@ -39,18 +57,34 @@
 
 namespace Tessel {
 
-// Where the clients keep their files.
+// Where the clients keep their files and settings (UTF-8). Tests point every part at
+// places of their own.
 struct TESSEL_API CloudSyncEnvironment {
-    std::string homeDirectory;    // $HOME
-    std::string configDirectory;  // $XDG_CONFIG_HOME when absolute, else $HOME/.config
+    // POSIX: $HOME. Windows: the profile folder.
+    std::string homeDirectory;
+    // POSIX: $XDG_CONFIG_HOME when absolute, else $HOME/.config. Windows: the roaming
+    // application data (%APPDATA%).
+    std::string configDirectory;
+    // Windows: the local application data (%LOCALAPPDATA%). Unused on POSIX.
+    std::string localDataDirectory;
+    // Windows: the OneDrive client's variables OneDrive, OneDriveConsumer and
+    // OneDriveCommercial. Unused on POSIX.
+    std::string oneDrive;
+    std::string oneDriveConsumer;
+    std::string oneDriveCommercial;
+    // Windows: the registry keys the clients write (OneDrive under HKEY_CURRENT_USER, Google
+    // Drive under HKEY_CURRENT_USER and HKEY_LOCAL_MACHINE). Unused on POSIX.
+    std::string oneDriveAccountsKey = "Software\\Microsoft\\OneDrive\\Accounts";
+    std::string googleDriveKey = "Software\\Google\\DriveFS";
 
-    // The running process's; empty strings when HOME is unset.
+    // The running process's; empty strings for what is not known (HOME unset).
     static CloudSyncEnvironment FromProcess();
 };
 
 struct CloudSyncFolder {
     std::string serviceName;
-    std::string folder;  // UTF-8 bytes, as the path is on disk
+    // UTF-8; on POSIX the bytes of the path as it is on disk, on Windows its long form.
+    std::string folder;
 };
 
 // The client files are read only up to this size; larger ones are not theirs.

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <limits>
 #include <list>
+#include <optional>
 #include <type_traits>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -15,7 +17,9 @@
 #include <tessel/foundation/Trace.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/metadata/XMPValues.h>
 #include <tessel/platform/FileDetails.h>
+#include <tessel/platform/ShellLinks.h>
 #include <tessel/providers/filesystem/ProjectLockFile.h>
 #include <tessel/thumbnails/FileIconThumbnail.h>
 
@@ -93,12 +97,39 @@ constexpr AttributeColumn kAttributeColumns[] = {
     {kTemporary, P::kFileAttributeTemporary, u"Temporary"},
 };
 
-// The attribute columns that need an entry's stat. Directory and Reparse Point come from the
-// directory read itself; Hidden, System and Device are never set on a listed entry, and
-// Temporary, Offline and Not Content Indexed never on POSIX.
-constexpr ColumnSet kStatAttributeColumns = Bit(kArchive) | Bit(kCompressed) | Bit(kEncrypted) |
-                                            Bit(kNormalFile) | Bit(kReadOnly) | Bit(kSparseFile);
+constexpr bool kWindowsRecords = Path::kNativePathStyle == Path::PathStyle::Windows;
+
+// The attribute columns that need an entry's attributes. On POSIX they cost a stat per entry,
+// so only the columns that can show something ask: Directory and Reparse Point come from the
+// directory read itself, Hidden, System and Device are never set on a listed entry, and
+// Temporary, Offline and Not Content Indexed never on POSIX. Windows has all of them (Archive
+// to Temporary) in the find record.
+constexpr ColumnSet kStatAttributeColumns =
+    kWindowsRecords ? ((Bit(kTemporary) << 1) - Bit(kArchive))
+                    : Bit(kArchive) | Bit(kCompressed) | Bit(kEncrypted) | Bit(kNormalFile) |
+                          Bit(kReadOnly) | Bit(kSparseFile);
 constexpr ColumnSet kDateColumns = Bit(kCreationDate) | Bit(kLastAccessDate) | Bit(kLastWriteDate);
+
+// The metadata columns and the XMP fields each reads. Media Start and Tape Name read two: the
+// clip's own value, then the alternative that tools write when a clip was re-timed or
+// re-captured (xmpDM:altTimecode, xmpDM:altTapeName), which replaces it when not empty.
+struct MetadataColumn {
+    Column column;
+    const char* field;
+    const char* alternative;  // nullptr: one value only
+};
+
+constexpr MetadataColumn kMetadataColumns[] = {
+    {kMediaStart, "startTimecode", "altTimecode"},
+    {kTapeName, "tapeName", "altTapeName"},
+    {kDescription, "description", nullptr},
+    {kScene, "scene", nullptr},
+    {kShot, "shotName", nullptr},
+    {kLogComment, "logComment", nullptr},
+};
+
+constexpr ColumnSet kMetadataColumnSet = Bit(kMediaStart) | Bit(kTapeName) | Bit(kDescription) |
+                                         Bit(kScene) | Bit(kShot) | Bit(kLogComment);
 
 // Progress is reported once per this many records.
 constexpr std::size_t kProgressInterval = 4096;
@@ -199,6 +230,11 @@ struct ListingPlan {
     ColumnSet columns = 0;
     bool displayNames = false;
     std::string prefix;  // the folder path with its separator, the start of every item path
+    // The XMP fields the metadata columns asked for read, and their reader.
+    XMPFieldSet metadataFields;
+    std::optional<XMPValueReader> metadataReader;
+    // The folder's XMP sidecars by the lower-cased name of the media they describe.
+    std::unordered_map<std::string, std::string> sidecars;
     DateFormatter creationDates, accessDates, writeDates;
 };
 
@@ -212,14 +248,66 @@ bool IsListed(const P::DetailedEntry& entry) {
 
 // An entry's name as UTF-8. POSIX names are bytes already and are used in place; names of
 // other systems are converted into STORAGE, which the caller has made large enough that it
-// never moves.
+// never moves. A Windows name longer than any file system allows (260 units) is taken as
+// empty, and its entry is still recorded.
 template <class NativeName>
 std::string_view Utf8Name(const NativeName& name, std::vector<std::string>& storage) {
+    constexpr std::size_t kLongestName = 260;
     if constexpr (std::is_same_v<NativeName, std::string>) {
         return name;
     } else {
+        if (name.size() > kLongestName)
+            return storage.emplace_back();
         return storage.emplace_back(Path::FromNativeUtf8(name));
     }
+}
+
+// The 8.3 short name of a find record as the host's string; "" when there is none.
+std::u16string ShortNameText(const P::NativeString& shortName) {
+    constexpr std::size_t kLongestName = 260;
+    return shortName.size() > kLongestName ? std::u16string() : Path::FromNative(shortName);
+}
+
+// The key of the sidecar of the file NAME (and of a sidecar named NAME): its name without the
+// extension, lower-cased, as sidecars are matched on Windows.
+std::string SidecarKey(std::string_view name) {
+    const std::size_t dot = name.rfind('.');
+    return AsciiLower(name.substr(0, dot == 0 ? name.size() : dot));
+}
+
+XMPFieldSet MetadataFieldsOf(ColumnSet columns) {
+    SDKFieldSet names;
+    for (const MetadataColumn& metadata : kMetadataColumns) {
+        if (columns & Bit(metadata.column)) {
+            names.insert(metadata.field);
+            if (metadata.alternative)
+                names.insert(metadata.alternative);
+        }
+    }
+    return ParseFields(names);
+}
+
+// The XMP values of one listed entry, read with its sidecar from the folder's names.
+SDKPropertyMap ReadMetadata(const P::DetailedEntry& entry, std::string_view name,
+                            const std::string& itemPath, ListingPlan& plan) {
+    const bool inFolder = itemPath.size() == plan.prefix.size() + name.size() &&
+                          itemPath.compare(0, plan.prefix.size(), plan.prefix) == 0;
+    if (!inFolder)
+        return MakeValue(itemPath, plan.metadataFields);  // a shell link's target, elsewhere
+    if (entry.kind != P::EntryKind::File)
+        return {};
+    const auto sidecar = plan.sidecars.find(SidecarKey(name));
+    return plan.metadataReader->Read(
+        itemPath, sidecar == plan.sidecars.end() ? std::string() : plan.prefix + sidecar->second);
+}
+
+std::u16string MetadataText(const SDKPropertyMap& values, const char* field) {
+    if (field == nullptr)
+        return {};
+    const auto found = values.find(field);
+    const std::u16string* text =
+        found == values.end() ? nullptr : found->second.get_if<std::u16string>();
+    return text ? *text : std::u16string();
 }
 
 void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::string_view name,
@@ -233,6 +321,7 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
     std::u16string widePath;
     if (plan.columns & (Bit(kPath) | Bit(kFilePath)))
         widePath = ToHostString(itemPath);
+    std::optional<SDKPropertyMap> metadata;  // read at the first metadata column
 
     for (const Column column : columnKeys.keyOrder) {
         if ((plan.columns & Bit(column)) == 0)
@@ -249,8 +338,10 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
                 value = std::move(widePath);  // its last use: "02" sorts before "Path"
                 break;
             case kExtraPath:
-            case kAlternativeFileName:
                 value = std::u16string();
+                break;
+            case kAlternativeFileName:
+                value = ShortNameText(entry.shortName);
                 break;
             case kFilePath:
                 if constexpr (Path::kNativePathStyle == Path::PathStyle::Posix) {
@@ -274,7 +365,10 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
                 break;
             case kSize:
                 if (entry.detailsKnown) {
-                    const bool noData = entry.isLink || entry.kind == P::EntryKind::Directory;
+                    // The find record's size as it is; on POSIX folders and links show 0, as
+                    // a Windows find record has it for them.
+                    const bool noData =
+                        !kWindowsRecords && (entry.isLink || entry.kind == P::EntryKind::Directory);
                     value = Provider::ByteSize_t(noData ? 0 : entry.size);
                 }
                 break;
@@ -294,7 +388,17 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
             case kScene:
             case kShot:
             case kLogComment:
-                break;  // metadata columns are not written yet
+                if (!metadata)
+                    metadata = ReadMetadata(entry, name, itemPath, plan);
+                for (const MetadataColumn& metadataColumn : kMetadataColumns) {
+                    if (metadataColumn.column != column)
+                        continue;
+                    std::u16string alternative =
+                        MetadataText(*metadata, metadataColumn.alternative);
+                    value = alternative.empty() ? MetadataText(*metadata, metadataColumn.field)
+                                                : std::move(alternative);
+                }
+                break;
             default:
                 for (const AttributeColumn& attribute : kAttributeColumns) {
                     if (attribute.column == column) {
@@ -353,7 +457,7 @@ WinProviderDirectory::WinProviderDirectory() = default;
 WinProviderDirectory::~WinProviderDirectory() = default;
 
 bool WinProviderDirectory::IsValidDirectoryPath(const std::string& path) {
-    return Path::IsValidDirectoryPath(Path::kNativePathStyle, std::string_view(path));
+    return Path::IsValidDirectoryPath(std::string_view(path));
 }
 
 SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const any_regular_t&,
@@ -383,6 +487,8 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
         details |= P::kDetailSize;
     if (plan.columns & kDateColumns)
         details |= P::kDetailTimes;
+    if (plan.columns & Bit(kAlternativeFileName))
+        details |= P::kDetailShortName;
 
     const P::NativeString nativePath = Path::ToNative(std::string_view(path));
     bool readAborted = false;
@@ -397,7 +503,8 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
     }
 
     // Records go into the map in key order, each at its end: item paths share the folder's
-    // prefix, so their order is the order of the names.
+    // prefix, so their order is the order of the names. A shell link is listed under its
+    // target instead, wherever that falls, and replaces a record of the same path.
     struct Listed {
         std::string_view name;
         const P::DetailedEntry* entry;
@@ -412,6 +519,16 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
     }
     std::sort(listed.begin(), listed.end(),
               [](const Listed& a, const Listed& b) { return a.name < b.name; });
+    // The metadata columns find each file's sidecar among the names read, not on disk.
+    if (plan.columns & kMetadataColumnSet) {
+        plan.metadataFields = MetadataFieldsOf(plan.columns);
+        plan.metadataReader.emplace(plan.metadataFields);
+        for (const Listed& item : listed) {
+            if (item.entry->kind == P::EntryKind::File &&
+                Path::GetExtensionLower(item.name) == ".xmp")
+                plan.sidecars.emplace(SidecarKey(item.name), std::string(item.name));
+        }
+    }
 
     SDKContentMap content;
     std::u16string widePath;
@@ -424,11 +541,27 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
                 widePath = Utf8ToUtf16(path);
             NotifyGetContentProgress(widePath, static_cast<double>(i) / listed.size());
         }
+        const P::DetailedEntry& entry = *listed[i].entry;
+        std::string_view name = listed[i].name;
         std::string itemPath;
-        itemPath.reserve(plan.prefix.size() + listed[i].name.size());
-        itemPath.append(plan.prefix).append(listed[i].name);
-        auto added = content.emplace_hint(content.end(), std::move(itemPath), SDKPropertyMap());
-        FillRecord(added->second, *listed[i].entry, listed[i].name, added->first, plan);
+        std::string targetName;
+        if (entry.kind == P::EntryKind::File && P::IsShellLinkName(entry.name)) {
+            P::NativeString link = nativePath;
+            if (link.back() != P::kNativeSeparator)
+                link.push_back(P::kNativeSeparator);
+            link.append(entry.name);
+            if (const auto target = P::ReadShellLinkTarget(link)) {
+                itemPath = Path::FromNativeUtf8(*target);
+                targetName = Path::GetFilePart(std::string_view(itemPath));
+                name = targetName;
+            }
+        }
+        if (itemPath.empty()) {
+            itemPath.reserve(plan.prefix.size() + name.size());
+            itemPath.append(plan.prefix).append(name);
+        }
+        auto added = content.insert_or_assign(content.end(), std::move(itemPath), SDKPropertyMap());
+        FillRecord(added->second, entry, name, added->first, plan);
     }
 
     // A folder removed, unmounted or made unreadable while it was read gives no listing: the

@@ -3,6 +3,11 @@
 // Favorites" to the context menu. It is the general fallback: card and project providers
 // win over it by scoring higher than kDirectoryScore for the folders they claim.
 //
+// Windows: paths are in long-path form ("\\?\C:\Media", "\\?\UNC\server\share"); entries
+// with the hidden, system or device attribute are never listed; a shell link (".lnk") whose
+// target can be read is listed under its target in long-path form, any other under its own
+// name; every column comes from the directory's find record.
+//
 // On POSIX the Windows behaviour maps as the design's table says: names starting with '.',
 // DOS-hidden or system entries (where the file system keeps DOS attributes), FIFOs,
 // sockets and device nodes are never listed and never opened; symbolic links are listed
@@ -10,14 +15,17 @@
 // Column values:
 // - attribute columns: the letter or word of the column when the attribute is set, else
 //   "" (never absent when asked for); Hidden, System and Device are always "" since such
-//   entries are not listed, and Temporary, Offline and Not Content Indexed never apply;
-// - Path: the item path; File Path: the item path as people write it (unchanged on POSIX);
-//   ExtraPath: "" (an entry of a plain folder has no second path);
-// - Alternative File Name: "" (POSIX has no short names);
+//   entries are not listed, and Temporary, Offline and Not Content Indexed never apply on
+//   POSIX;
+// - Path: the item path; File Path: the item path as people write it (without the long-path
+//   prefix on Windows, unchanged on POSIX); ExtraPath: "" (an entry of a plain folder has no
+//   second path);
+// - Alternative File Name: the 8.3 short name on Windows, "" when there is none (always on
+//   POSIX);
 // - dates: local time "2024-03-05 09:07:02.045"; "" when the file system keeps no creation
 //   time, or the entry could not be examined;
-// - Size: a Provider::ByteSize_t, 0 for folders and links (as a Windows find record has it);
-//   absent when the entry could not be examined;
+// - Size: a Provider::ByteSize_t: the find record's size on Windows; on POSIX 0 for folders
+//   and links (as a Windows find record has it), absent when the entry could not be examined;
 // - Project Locked: for a ".plproj" entry the holder of its lock (see ProjectLockFile.h),
 //   otherwise "";
 // - the metadata columns (Media Start to Log Comment) are not written.

@@ -1,0 +1,328 @@
+// Values read through exempi: sidecars found by name (and which names are not sidecars),
+// XMP embedded in a JPEG, the card fixtures through exempi's card handlers, malformed and
+// hostile input, and reads from several threads at once.
+#include <tessel/metadata/XMPValues.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include <tessel/foundation/Path.h>
+#include <tessel/foundation/Unicode.h>
+
+#include "fixtures/AVCHDFolder.h"
+#include "fixtures/P2Card.h"
+#include "fixtures/XDCAMDisc.h"
+#include "support/FileKinds.h"
+#include "support/TempDir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace Tessel;
+namespace F = Tessel::Fixtures;
+
+// PATH in the form the library takes it (UTF-8; the long-path form on Windows).
+std::string LibraryPath(const fs::path& path) {
+    return Utf16ToUtf8(Path::ToLongPath(path.u16string()));
+}
+
+XMPFieldSet Fields(std::initializer_list<const char*> names) {
+    SDKFieldSet set;
+    for (const char* name : names)
+        set.insert(name);
+    return ParseFields(set);
+}
+
+// A text value as UTF-8, "<absent>" or "<not text>" for readable failures.
+std::string Text(const SDKPropertyMap& values, const std::string& field) {
+    const auto found = values.find(field);
+    if (found == values.end())
+        return "<absent>";
+    const auto* text = found->second.get_if<std::u16string>();
+    return text ? Utf16ToUtf8(*text) : "<not text>";
+}
+
+// A baseline JPEG's opening with PACKET in its XMP segment (APP1).
+std::string JpegWithXmp(const std::string& packet) {
+    std::string jpeg{'\xFF', '\xD8', '\xFF', '\xE0', '\x00', '\x10', 'J',
+                     'F',    'I',    'F',    '\0',   '\x01', '\x01', '\x00',
+                     '\x00', '\x01', '\x00', '\x01', '\x00', '\x00'};
+    const std::string signature("http://ns.adobe.com/xap/1.0/", 29);  // with its NUL
+    const std::size_t length = 2 + signature.size() + packet.size();
+    jpeg += {'\xFF', '\xE1', static_cast<char>(length >> 8), static_cast<char>(length & 0xFF)};
+    jpeg += signature + packet;
+    jpeg += {'\xFF', '\xD9'};
+    return jpeg;
+}
+
+const std::string kMediaBytes(256, '\x5A');  // a media file exempi has nothing to say about
+
+TEST(XMPValues, SidecarBesideMedia) {
+    Tessel::Test::TempDir dir;
+    F::WriteFile(dir.path() / "clip.mov", kMediaBytes);
+    F::WriteFile(dir.path() / "clip.xmp",
+                 F::XMPPacket({{"xmpDM:scene", "12"},
+                               {"xmpDM:shotName", "Wide"},
+                               {"dc:description", "Harbour at dawn"},
+                               {"dc:creator", "Ana; Ben"},
+                               {"xmpDM:good", "True"},
+                               {"xmpDM:startTimecode/xmpDM:timeValue", "00;59;59;28"},
+                               {"xmpDM:startTimecode/xmpDM:timeFormat", "2997DropTimecode"},
+                               {"xmpDM:duration/xmpDM:value", "1800"},
+                               {"xmpDM:duration/xmpDM:scale", "1001/30000"},
+                               {"xmpDM:videoFrameRate", "29.970030"},
+                               {"xmpDM:videoFrameSize/stDim:w", "1920"},
+                               {"xmpDM:videoFrameSize/stDim:h", "1080"},
+                               {"xmp:CreateDate", "2020-01-02T03:04:05.250+01:00"},
+                               {"tiff:Make", "Acme"}}));
+    const std::string clip = LibraryPath(dir.path() / "clip.mov");
+
+    const SDKPropertyMap values = MakeValue(
+        clip,
+        Fields({"scene", "shotName", "description", "creator", "good", "startTimecode", "duration",
+                "videoFrameRate", "videoFrameSize", "CreateDate", "tapeName", "Name", "Path"}));
+    EXPECT_EQ(Text(values, "scene"), "12");
+    EXPECT_EQ(Text(values, "shotName"), "Wide");
+    EXPECT_EQ(Text(values, "description"), "Harbour at dawn");
+    EXPECT_EQ(Text(values, "creator"), "Ana; Ben");
+    ASSERT_TRUE(values.count("good"));
+    EXPECT_EQ(values.at("good"), any_regular_t(true));
+    EXPECT_EQ(Text(values, "startTimecode"), "00:59:59;28");
+    EXPECT_EQ(Text(values, "duration"), "00:01:00;02");  // 1800 frames in drop frame
+    EXPECT_EQ(Text(values, "videoFrameRate"), "29.97");
+    EXPECT_EQ(Text(values, "videoFrameSize"), "1920 x 1080");
+    EXPECT_EQ(Text(values, "CreateDate"), "2020-01-02 03:04:05");
+    // Fields without a value, and those providers fill, are absent.
+    EXPECT_EQ(values.size(), 10u);
+
+    // Only what is asked for; nothing at all for no XMP field.
+    EXPECT_EQ(MakeValue(clip, Fields({"Make"})).size(), 1u);
+    EXPECT_TRUE(MakeValue(clip, Fields({})).empty());
+    EXPECT_TRUE(MakeValue(clip, Fields({"Name", "Path", "ExtraPath"})).empty());
+
+    // The sidecar given is used; an empty one means none (and a .mov says nothing itself).
+    F::WriteFile(dir.path() / "other.xmp", F::XMPPacket({{"xmpDM:scene", "99"}}));
+    EXPECT_EQ(
+        Text(MakeValue(clip, LibraryPath(dir.path() / "other.xmp"), Fields({"scene"})), "scene"),
+        "99");
+    EXPECT_TRUE(MakeValue(clip, "", Fields({"scene"})).empty());
+
+    // "name.ext.xmp" is not the sidecar convention looked for.
+    F::WriteFile(dir.path() / "take.mov", kMediaBytes);
+    F::WriteFile(dir.path() / "take.mov.xmp", F::XMPPacket({{"xmpDM:scene", "7"}}));
+    EXPECT_TRUE(MakeValue(LibraryPath(dir.path() / "take.mov"), Fields({"scene"})).empty());
+    EXPECT_EQ(SidecarPathFor("/a/b.c/clip.MOV"), "/a/b.c/clip.xmp");
+    EXPECT_EQ(SidecarPathFor("/a/b.c/clip"), "/a/b.c/clip.xmp");
+
+    // A folder named like a card's but on no card keeps its sidecars.
+    F::WriteFile(dir.path() / "Clip" / "cut.mov", kMediaBytes);
+    F::WriteFile(dir.path() / "Clip" / "cut.xmp", F::XMPPacket({{"xmpDM:scene", "5"}}));
+    EXPECT_EQ(
+        Text(MakeValue(LibraryPath(dir.path() / "Clip" / "cut.mov"), Fields({"scene"})), "scene"),
+        "5");
+
+    // A sidecar spelled in capitals is found on every platform.
+    F::WriteFile(dir.path() / "SHOUT.mov", kMediaBytes);
+    F::WriteFile(dir.path() / "SHOUT.XMP", F::XMPPacket({{"xmpDM:scene", "3"}}));
+    EXPECT_EQ(Text(MakeValue(LibraryPath(dir.path() / "SHOUT.mov"), Fields({"scene"})), "scene"),
+              "3");
+}
+
+TEST(XMPValues, EmbeddedAndMalformed) {
+    Tessel::Test::TempDir dir;
+    const std::string embedded = F::XMPPacket({{"xmpDM:scene", "embedded"}});
+    F::WriteFile(dir.path() / "photo.jpg", JpegWithXmp(embedded));
+    const std::string photo = LibraryPath(dir.path() / "photo.jpg");
+    EXPECT_EQ(Text(MakeValue(photo, Fields({"scene"})), "scene"), "embedded");
+
+    // A sidecar that is not XMP counts as none: the file's own XMP is read.
+    const std::vector<std::string> broken = {
+        "",
+        "not xml at all",
+        std::string(1000, '\0'),
+        embedded.substr(0, embedded.size() / 2),
+        "<?xml version=\"1.0\"?><!DOCTYPE x [<!ENTITY a \"aaaa\">]><x>&a;</x>",
+    };
+    for (const std::string& sidecar : broken) {
+        F::WriteFile(dir.path() / "photo.xmp", sidecar);
+        EXPECT_EQ(Text(MakeValue(photo, Fields({"scene"})), "scene"), "embedded") << sidecar;
+        EXPECT_TRUE(MakeValueFromPacket(sidecar, Fields({"scene"})).empty());
+    }
+    // A sidecar that is XMP wins, even when it says nothing.
+    F::WriteFile(dir.path() / "photo.xmp", F::XMPPacket({}));
+    EXPECT_TRUE(MakeValue(photo, Fields({"scene"})).empty());
+    fs::remove(dir.path() / "photo.xmp");
+    fs::create_directory(dir.path() / "photo.xmp");  // a folder in a sidecar's place
+    EXPECT_EQ(Text(MakeValue(photo, Fields({"scene"})), "scene"), "embedded");
+
+    // Nesting deep enough to exhaust a stack is refused, in a sidecar and in a file.
+    std::string deep = F::XMPPacket({{"xmpDM:scene", "x"}});
+    std::string nest;
+    for (int i = 0; i < 100000; ++i)
+        nest += "<a>";
+    deep.insert(deep.find("<xmpDM:scene>"), nest);
+    EXPECT_TRUE(MakeValueFromPacket(deep, Fields({"scene"})).empty());
+    F::WriteFile(dir.path() / "deep.jpg", JpegWithXmp(deep.substr(0, 60000)));
+    EXPECT_TRUE(MakeValue(LibraryPath(dir.path() / "deep.jpg"), Fields({"scene"})).empty());
+
+    // Damaged files of the formats exempi reads, and files that are not there.
+    F::WriteFile(dir.path() / "cut.jpg", JpegWithXmp(embedded).substr(0, 40));
+    F::WriteFile(dir.path() / "empty.mp4", "");
+    F::WriteFile(dir.path() / "noise.png", std::string(4096, '\x89'));
+    for (const char* name : {"cut.jpg", "empty.mp4", "noise.png", "missing.jpg"})
+        EXPECT_TRUE(MakeValue(LibraryPath(dir.path() / name), Fields({"scene"})).empty()) << name;
+    EXPECT_TRUE(MakeValue("", Fields({"scene"})).empty());
+
+    // Values of odd shapes: a structure where text is expected, an unknown date form, a list
+    // holding a structure, a frame size missing its height.
+    const SDKPropertyMap odd = MakeValueFromPacket(
+        F::XMPPacket({{"xmpDM:scene/xmpDM:inner", "s"},
+                      {"xmp:CreateDate", "yesterday"},
+                      {"dc:subject", "one; two"},
+                      {"xmpDM:videoFrameSize/stDim:w", "720"},
+                      {"xmpDM:good", "perhaps"},
+                      {"xmpDM:videoFrameRate", "fast"}}),
+        Fields({"scene", "CreateDate", "subject", "videoFrameSize", "good", "videoFrameRate"}));
+    EXPECT_EQ(Text(odd, "scene"), "<absent>");
+    EXPECT_EQ(Text(odd, "CreateDate"), "yesterday");
+    EXPECT_EQ(Text(odd, "subject"), "one; two");
+    EXPECT_EQ(Text(odd, "videoFrameSize"), "<absent>");
+    EXPECT_EQ(Text(odd, "good"), "<absent>");
+    EXPECT_EQ(Text(odd, "videoFrameRate"), "fast");
+}
+
+#if !defined(_WIN32)
+TEST(XMPValues, SpecialFilesAreNeverOpened) {
+    Tessel::Test::TempDir dir;
+    ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "pipe.mov"));
+    ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "pipe.xmp"));
+    Tessel::Test::FifoReaderWatch media(dir.path() / "pipe.mov");
+    Tessel::Test::FifoReaderWatch sidecar(dir.path() / "pipe.xmp");
+    EXPECT_TRUE(MakeValue(LibraryPath(dir.path() / "pipe.mov"), Fields({"scene"})).empty());
+    EXPECT_FALSE(media.Stop());
+    EXPECT_FALSE(sidecar.Stop());
+}
+#endif
+
+TEST(XMPValues, CardClips) {
+    Tessel::Test::TempDir dir;
+    // P2: the clip's XML (and its XMP file) through exempi's P2 handler, from any of its files.
+    F::P2Clip ntsc;
+    ntsc.userClipName = "Interview";
+    ntsc.sceneNumber = "12";
+    ntsc.shotMark = true;
+    ntsc.xmp = F::XMPPacket({{"dc:description", "From the card"}});
+    F::P2Clip pal;
+    pal.name = "0002CD";
+    pal.frameRate = "25p";
+    pal.editUnit = "1/25";
+    pal.dropFrame = false;
+    pal.duration = 260;
+    pal.startTimecode = "10:00:00:00";
+    pal.codec = "AVC-I_1080/25p";
+    F::WriteP2Card(dir.path() / "P2", {{ntsc, pal}});
+    const fs::path contents = dir.path() / "P2" / "CONTENTS";
+    const XMPFieldSet p2Fields =
+        Fields({"duration", "startTimecode", "videoFrameRate", "Make", "Model", "SerialNumber",
+                "CreateDate", "good", "shotName", "scene", "title", "identifier", "videoFrameSize",
+                "audioSampleRate", "description"});
+    for (const fs::path& file :
+         {contents / "VIDEO" / "0001AB.MXF", contents / "CLIP" / "0001AB.XML",
+          contents / "AUDIO" / "0001AB01.MXF"}) {
+        const SDKPropertyMap values = MakeValue(LibraryPath(file), p2Fields);
+        EXPECT_EQ(Text(values, "duration"), "00:00:08;10") << file;  // 250 frames at 29.97
+        EXPECT_EQ(Text(values, "startTimecode"), "01:00:00;00") << file;
+        EXPECT_EQ(Text(values, "videoFrameRate"), "59.94i") << file;
+    }
+    const SDKPropertyMap clip = MakeValue(LibraryPath(contents / "VIDEO" / "0001AB.MXF"), p2Fields);
+    EXPECT_EQ(Text(clip, "Make"), "Panasonic");
+    EXPECT_EQ(Text(clip, "Model"), "AG-HPX370");
+    EXPECT_EQ(Text(clip, "SerialNumber"), "A1TNA0001");
+    EXPECT_EQ(Text(clip, "CreateDate"), "2011-05-20 14:03:09");
+    EXPECT_EQ(Text(clip, "shotName"), "Interview");
+    EXPECT_EQ(Text(clip, "scene"), "12");
+    EXPECT_EQ(Text(clip, "title"), "0001AB");
+    EXPECT_EQ(Text(clip, "identifier"), F::P2GlobalClipId("0001AB"));
+    EXPECT_EQ(Text(clip, "videoFrameSize"), "1920 x 1080");
+    EXPECT_EQ(Text(clip, "audioSampleRate"), "48000");
+    EXPECT_EQ(Text(clip, "description"), "From the card");
+    EXPECT_EQ(clip.at("good"), any_regular_t(true));
+    const SDKPropertyMap second =
+        MakeValue(LibraryPath(contents / "VIDEO" / "0002CD.MXF"), p2Fields);
+    EXPECT_EQ(Text(second, "duration"), "00:00:10:10");
+    EXPECT_EQ(Text(second, "startTimecode"), "10:00:00:00");
+    EXPECT_EQ(Text(second, "videoFrameRate"), "25p");
+
+    // XDCAM: the clip's non-real-time metadata and the disc's media profile.
+    F::XDCAMClip opening;
+    opening.title = "Opening";
+    F::XDCAMClip pal25;
+    pal25.name = "C0002";
+    pal25.formatFps = "25p";
+    pal25.duration = 250;
+    F::WriteXDCAMDisc(dir.path() / "DISC", {{opening, pal25}});
+    const XMPFieldSet xdcamFields = Fields({"duration", "videoFrameRate", "videoFrameSize", "Make",
+                                            "Model", "title", "videoCompressor", "CreateDate"});
+    const SDKPropertyMap disc =
+        MakeValue(LibraryPath(dir.path() / "DISC" / "Clip" / "C0001.MXF"), xdcamFields);
+    EXPECT_EQ(Text(disc, "videoFrameRate"), "59.94i");
+    EXPECT_EQ(Text(disc, "duration"), "00:00:25:00");  // no drop-frame flag on the disc
+    EXPECT_EQ(Text(disc, "videoFrameSize"), "1920 x 1080");
+    EXPECT_EQ(Text(disc, "Make"), "Sony");
+    EXPECT_EQ(Text(disc, "Model"), "PDW-700");
+    EXPECT_EQ(Text(disc, "title"), "Opening");
+    EXPECT_EQ(Text(disc, "videoCompressor"), "MPEG2HD422_50_LONGGOP");
+    EXPECT_EQ(Text(disc, "CreateDate"), "2008-05-12 10:49:30");
+    EXPECT_EQ(
+        Text(MakeValue(LibraryPath(dir.path() / "DISC" / "Sub" / "C0002S01.MXF"), xdcamFields),
+             "videoFrameRate"),
+        "25p");
+
+    // AVCHD: exempi does not read the stream files; their sidecars carry the values.
+    F::AVCHDClip first;
+    first.xmp =
+        F::XMPPacket({{"xmpDM:shotDate", "2015-07-04T18:30:00"}, {"tiff:Make", "Camcorder Co"}});
+    F::AVCHDClip next;
+    next.number = 1;
+    const fs::path bdmv = F::WriteAVCHDFolder(dir.path() / "AVCHD", {{first, next}});
+    const XMPFieldSet avchdFields = Fields({"shotDate", "Make", "duration"});
+    const SDKPropertyMap stream =
+        MakeValue(LibraryPath(bdmv / "STREAM" / "00000.MTS"), avchdFields);
+    EXPECT_EQ(Text(stream, "shotDate"), "2015-07-04 18:30:00");
+    EXPECT_EQ(Text(stream, "Make"), "Camcorder Co");
+    EXPECT_TRUE(MakeValue(LibraryPath(bdmv / "STREAM" / "00001.MTS"), avchdFields).empty());
+}
+
+TEST(XMPValues, ReadsFromSeveralThreads) {
+    Tessel::Test::TempDir dir;
+    F::WriteP2Card(dir.path() / "P2");
+    F::WriteFile(dir.path() / "clip.mov", kMediaBytes);
+    F::WriteFile(dir.path() / "clip.xmp", F::XMPPacket({{"xmpDM:scene", "12"}}));
+    const std::string card = LibraryPath(dir.path() / "P2" / "CONTENTS" / "VIDEO" / "0001AB.MXF");
+    const std::string clip = LibraryPath(dir.path() / "clip.mov");
+    const XMPFieldSet fields = Fields({"duration", "scene", "Make"});
+    const SDKPropertyMap cardValues = MakeValue(card, fields);
+    const SDKPropertyMap clipValues = MakeValue(clip, fields);
+    ASSERT_EQ(cardValues.size(), 2u);
+    ASSERT_EQ(clipValues.size(), 1u);
+
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 25; ++i) {
+                mismatches[t] += MakeValue(card, fields) != cardValues;
+                mismatches[t] += MakeValue(clip, fields) != clipValues;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(mismatches[t], 0) << "thread " << t;
+}
+
+}  // namespace
