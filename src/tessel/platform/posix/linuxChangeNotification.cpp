@@ -1,6 +1,7 @@
 // Linux change notification: inotify for directories, and poll() on /proc/self/mountinfo,
 // which the kernel marks with POLLPRI whenever the mount table changes. One thread waits
 // on both and on an eventfd that asks it to stop.
+#include <tessel/platform/ChangeDelivery.h>
 #include <tessel/platform/ChangeNotification.h>
 
 #include <fcntl.h>
@@ -38,20 +39,7 @@ constexpr std::uint32_t kGoneEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT
 constexpr const char* kMountTable = "/proc/self/mountinfo";
 
 // The changes gathered since the first one of a burst.
-struct Pending {
-    std::map<ChangeWatchId, std::vector<DirectoryChange>> changes;
-    bool mountsChanged = false;
-
-    bool Empty() const { return changes.empty() && !mountsChanged; }
-    void Add(ChangeWatchId id, ChangeKind kind, NativeString name) {
-        std::vector<DirectoryChange>& list = changes[id];
-        for (const DirectoryChange& change : list) {
-            if (change.kind == kind && change.name == name)
-                return;
-        }
-        list.push_back({kind, std::move(name)});
-    }
-};
+using Pending = Internal::PendingChanges;
 
 class Notifier {
 public:
@@ -275,39 +263,7 @@ void Notifier::ReadEvents(int inotify, Pending& pending) {
 
 void Notifier::Deliver(Pending& pending) {
     std::lock_guard delivery(mDeliveryMutex);
-    struct Call {
-        NativeString directory;
-        std::vector<DirectoryChange> changes;
-        DirectoryChangeCallback onDirectory;
-        std::function<void()> onMounts;
-    };
-    std::vector<Call> calls;
-    {
-        std::lock_guard state(mStateMutex);
-        for (auto& [id, changes] : pending.changes) {
-            auto it = mWatches.find(id);
-            if (it != mWatches.end() && it->second.onDirectory)
-                calls.push_back(
-                    {it->second.directory, std::move(changes), it->second.onDirectory, {}});
-        }
-        if (pending.mountsChanged) {
-            for (const auto& [id, watch] : mWatches) {
-                if (watch.onMounts)
-                    calls.push_back({{}, {}, {}, watch.onMounts});
-            }
-        }
-    }
-    pending = Pending();
-    for (const Call& call : calls) {
-        // The thread must outlive a callback that throws; nothing else could catch it.
-        try {
-            if (call.onDirectory)
-                call.onDirectory(call.directory, call.changes);
-            else
-                call.onMounts();
-        } catch (...) {
-        }
-    }
+    Internal::DeliverChanges(mStateMutex, mWatches, pending);
 }
 
 void Notifier::Run(int inotify, int wake) {

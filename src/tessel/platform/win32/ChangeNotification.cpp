@@ -3,15 +3,10 @@
 // waits on. The same thread polls the drives once a second for the mount-table watches
 // (see CaptureVolumes) and checks that each watched directory is still where it was, which
 // is how a directory moved away is noticed: the system reports nothing for that.
+#include <tessel/platform/ChangeDelivery.h>
 #include <tessel/platform/ChangeNotification.h>
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
+#include "FindFiles.h"  // <windows.h> as every Win32 source includes it
 
 #include <algorithm>
 #include <atomic>
@@ -29,6 +24,8 @@
 #include <tessel/platform/Volumes.h>
 
 namespace Tessel::Platform {
+
+using Win32::CriticalErrorDialogsOff;
 
 namespace {
 
@@ -49,23 +46,6 @@ constexpr DWORD kBufferBytes = 64 * 1024;
 
 constexpr ULONG_PTR kReadKey = 1;
 constexpr ULONG_PTR kStopKey = 2;
-
-// Keeps Windows from asking the user to insert a disk when a watched folder is on a drive
-// whose medium was taken out: the call fails instead.
-class CriticalErrorDialogsOff {
-public:
-    CriticalErrorDialogsOff() { mRestore = SetThreadErrorMode(SEM_FAILCRITICALERRORS, &mPrevious); }
-    ~CriticalErrorDialogsOff() {
-        if (mRestore)
-            SetThreadErrorMode(mPrevious, nullptr);
-    }
-    CriticalErrorDialogsOff(const CriticalErrorDialogsOff&) = delete;
-    CriticalErrorDialogsOff& operator=(const CriticalErrorDialogsOff&) = delete;
-
-private:
-    DWORD mPrevious = 0;
-    BOOL mRestore = FALSE;
-};
 
 bool IsDirectory(const NativeString& path) {
     CriticalErrorDialogsOff dialogsOff;
@@ -125,20 +105,7 @@ struct DirectoryRead {
 };
 
 // The changes gathered since the first one of a burst.
-struct Pending {
-    std::map<ChangeWatchId, std::vector<DirectoryChange>> changes;
-    bool mountsChanged = false;
-
-    bool Empty() const { return changes.empty() && !mountsChanged; }
-    void Add(ChangeWatchId id, ChangeKind kind, NativeString name) {
-        std::vector<DirectoryChange>& list = changes[id];
-        for (const DirectoryChange& change : list) {
-            if (change.kind == kind && change.name == name)
-                return;
-        }
-        list.push_back({kind, std::move(name)});
-    }
-};
+using Pending = Internal::PendingChanges;
 
 class Notifier {
 public:
@@ -417,39 +384,7 @@ void Notifier::CheckDirectories(Pending& pending) {
 
 void Notifier::Deliver(Pending& pending) {
     std::lock_guard delivery(mDeliveryMutex);
-    struct Call {
-        NativeString directory;
-        std::vector<DirectoryChange> changes;
-        DirectoryChangeCallback onDirectory;
-        std::function<void()> onMounts;
-    };
-    std::vector<Call> calls;
-    {
-        std::lock_guard state(mStateMutex);
-        for (auto& [id, changes] : pending.changes) {
-            auto it = mWatches.find(id);
-            if (it != mWatches.end() && it->second.onDirectory)
-                calls.push_back(
-                    {it->second.directory, std::move(changes), it->second.onDirectory, {}});
-        }
-        if (pending.mountsChanged) {
-            for (const auto& [id, watch] : mWatches) {
-                if (watch.onMounts)
-                    calls.push_back({{}, {}, {}, watch.onMounts});
-            }
-        }
-    }
-    pending = Pending();
-    for (const Call& call : calls) {
-        // The thread must outlive a callback that throws; nothing else could catch it.
-        try {
-            if (call.onDirectory)
-                call.onDirectory(call.directory, call.changes);
-            else
-                call.onMounts();
-        } catch (...) {
-        }
-    }
+    Internal::DeliverChanges(mStateMutex, mWatches, pending);
 }
 
 void Notifier::Run(HANDLE port) {

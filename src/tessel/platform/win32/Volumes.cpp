@@ -3,19 +3,17 @@
 // POSIX backend maps onto the mount table.
 #include <tessel/platform/Volumes.h>
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
+// clang-format off
+#include "FindFiles.h"  // <windows.h> first, as every Win32 source includes it
 #include <winioctl.h>
 #include <winnetwk.h>
+// clang-format on
 
 #include <cwchar>
 
 namespace Tessel::Platform {
+
+using Win32::CriticalErrorDialogsOff;
 
 namespace {
 
@@ -27,23 +25,6 @@ constexpr DWORD kLabelLength = MAX_PATH + 1;
 constexpr DWORD kNetworkBufferBytes = 16384;
 constexpr DWORD kDiskUsage = 0x13;  // connectable, container, attached
 constexpr DWORD kAllEntries = static_cast<DWORD>(-1);
-
-// Keeps Windows from asking the user to insert a disk when a call names an empty removable
-// drive (a card reader without a card): the call fails instead.
-class CriticalErrorDialogsOff {
-public:
-    CriticalErrorDialogsOff() { mRestore = SetThreadErrorMode(SEM_FAILCRITICALERRORS, &mPrevious); }
-    ~CriticalErrorDialogsOff() {
-        if (mRestore)
-            SetThreadErrorMode(mPrevious, nullptr);
-    }
-    CriticalErrorDialogsOff(const CriticalErrorDialogsOff&) = delete;
-    CriticalErrorDialogsOff& operator=(const CriticalErrorDialogsOff&) = delete;
-
-private:
-    DWORD mPrevious = 0;
-    BOOL mRestore = FALSE;
-};
 
 wchar_t AsciiUpper(wchar_t c) {
     return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
