@@ -25,7 +25,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/tessel/
   FILES_MATCHING PATTERN "*.h"
   REGEX "/platform/(posix|win32)$" EXCLUDE
   # Library-internal headers.
-  REGEX "/(ChangeDelivery|JsonNesting|Resample|SvgRaster)\\.h$" EXCLUDE)
+  REGEX "/(ChangeDelivery|ImageRecognition|JsonNesting|Resample|SvgRaster)\\.h$" EXCLUDE)
 
 # The providers' pictures as files too, for hosts that load artwork by path.
 file(GLOB TESSEL_ARTWORK_PNG ${PROJECT_SOURCE_DIR}/src/tessel/thumbnails/artwork/*.png)

@@ -15,13 +15,6 @@
 #include "support/FileKinds.h"
 #include "support/TempDir.h"
 
-#if !defined(_WIN32)
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -36,16 +29,27 @@ std::vector<DetailedEntry> ReadWith(const fs::path& directory, P::EntryDetails d
     return entries;
 }
 
-const DetailedEntry& Find(const std::vector<DetailedEntry>& entries, const std::string& name) {
+const DetailedEntry& Find(const std::vector<DetailedEntry>& entries, const P::NativeString& name) {
     auto it = std::find_if(entries.begin(), entries.end(),
                            [&](const DetailedEntry& entry) { return entry.name == name; });
     if (it == entries.end()) {
-        ADD_FAILURE() << "no entry " << name;
+        ADD_FAILURE() << "no entry " << fs::path(name).string();
         static const DetailedEntry kNone;
         return kNone;
     }
     return *it;
 }
+
+}  // namespace
+
+#if !defined(_WIN32)
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
 
 constexpr std::int64_t kMicroseconds = 1000000;
 
@@ -274,29 +278,6 @@ TEST(FormatLocalTime, MillisecondsInTheCurrentZoneAndEmptyWhenOutOfRange) {
 #include <windows.h>
 
 namespace {
-
-namespace fs = std::filesystem;
-using Tessel::Platform::DetailedEntry;
-using Tessel::Platform::EntryKind;
-using Tessel::Test::TempDir;
-namespace P = Tessel::Platform;
-
-std::vector<DetailedEntry> ReadWith(const fs::path& directory, P::EntryDetails details) {
-    std::vector<DetailedEntry> entries;
-    EXPECT_TRUE(P::ReadDirectoryWithDetails(directory.native(), details, entries, {}));
-    return entries;
-}
-
-const DetailedEntry& Find(const std::vector<DetailedEntry>& entries, const std::wstring& name) {
-    auto it = std::find_if(entries.begin(), entries.end(),
-                           [&](const DetailedEntry& entry) { return entry.name == name; });
-    if (it == entries.end()) {
-        ADD_FAILURE() << "no entry " << fs::path(name).string();
-        static const DetailedEntry kNone;
-        return kNone;
-    }
-    return *it;
-}
 
 // 100 ns ticks from 1601 to 1970.
 constexpr std::int64_t kTicksBefore1970 = 116444736000000000;

@@ -2,6 +2,7 @@
 // reading image files.
 #include <tessel/platform/ImageDecoding.h>
 
+#include <new>
 #include <string>
 
 #include <tessel/platform/AtomicFile.h>
@@ -38,6 +39,24 @@ std::optional<DecodedBitmap> DecodeImageFile(const NativeString& path, std::uint
     if (recognition && recognition->format == ImageFormat::Bmp)
         return LoadBitmapFileWithSystem(path);
     return std::nullopt;
+}
+
+std::optional<DecodedBitmap> NewDecodedBitmap(std::uint32_t width, std::uint32_t height,
+                                              std::uint32_t sourceWidth, std::uint32_t sourceHeight,
+                                              unsigned bytesPerPixel) {
+    DecodedBitmap bitmap;
+    bitmap.width = width;
+    bitmap.height = height;
+    bitmap.sourceWidth = sourceWidth;
+    bitmap.sourceHeight = sourceHeight;
+    bitmap.bitsPerPixel = static_cast<std::uint16_t>(bytesPerPixel * 8);
+    bitmap.rowBytes = std::size_t{width} * bytesPerPixel;
+    try {
+        bitmap.pixels.resize(bitmap.rowBytes * height);
+    } catch (const std::bad_alloc&) {
+        return std::nullopt;
+    }
+    return bitmap;
 }
 
 }  // namespace Tessel::Platform

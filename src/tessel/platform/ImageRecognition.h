@@ -22,6 +22,12 @@ struct ImageRecognition {
     bool alpha = false;
 };
 
+// A bitmap of WIDTH x HEIGHT with tightly packed rows, for a picture of SOURCE_WIDTH x
+// SOURCE_HEIGHT; nullopt when memory is short. Every decoding backend fills one.
+std::optional<DecodedBitmap> NewDecodedBitmap(std::uint32_t width, std::uint32_t height,
+                                              std::uint32_t sourceWidth, std::uint32_t sourceHeight,
+                                              unsigned bytesPerPixel);
+
 // Whether a decode of WIDTH x HEIGHT stays within kMaximumDecodedSide and
 // kMaximumDecodedPixels.
 bool WithinDecodeLimits(std::uint64_t width, std::uint64_t height);

@@ -53,25 +53,6 @@ bool ReadJpegHeader(tjhandle handle, std::span<const std::uint8_t> bytes, JpegHe
 
 // ---- Decoding ------------------------------------------------------------------------
 
-// A bitmap of WIDTH x HEIGHT with tightly packed rows; nullopt when memory is short.
-std::optional<DecodedBitmap> NewBitmap(std::uint32_t width, std::uint32_t height,
-                                       std::uint32_t sourceWidth, std::uint32_t sourceHeight,
-                                       unsigned bytesPerPixel) {
-    DecodedBitmap bitmap;
-    bitmap.width = width;
-    bitmap.height = height;
-    bitmap.sourceWidth = sourceWidth;
-    bitmap.sourceHeight = sourceHeight;
-    bitmap.bitsPerPixel = static_cast<std::uint16_t>(bytesPerPixel * 8);
-    bitmap.rowBytes = std::size_t{width} * bytesPerPixel;
-    try {
-        bitmap.pixels.resize(bitmap.rowBytes * height);
-    } catch (const std::bad_alloc&) {
-        return std::nullopt;
-    }
-    return bitmap;
-}
-
 std::optional<DecodedBitmap> DecodeJpeg(std::span<const std::uint8_t> bytes,
                                         const ImageRecognition& recognition,
                                         std::uint32_t hintWidth, std::uint32_t hintHeight) {
@@ -111,8 +92,8 @@ std::optional<DecodedBitmap> DecodeJpeg(std::span<const std::uint8_t> bytes,
     // CMYK and YCCK images (from print work) come out as CMYK and are converted here.
     const bool cmyk = header.colorspace == TJCS_CMYK || header.colorspace == TJCS_YCCK;
     std::optional<DecodedBitmap> bitmap =
-        NewBitmap(width, height, static_cast<std::uint32_t>(header.width),
-                  static_cast<std::uint32_t>(header.height), cmyk ? 4 : 3);
+        NewDecodedBitmap(width, height, static_cast<std::uint32_t>(header.width),
+                         static_cast<std::uint32_t>(header.height), cmyk ? 4 : 3);
     if (!bitmap)
         return std::nullopt;
     // Any warning (a truncated file, corrupt entropy data) refuses the image rather than
@@ -236,7 +217,7 @@ std::optional<DecodedBitmap> DecodePng(std::span<const std::uint8_t> bytes,
         layout.rowBytes != std::size_t{layout.width} * layout.channels)
         return std::nullopt;
     std::optional<DecodedBitmap> bitmap =
-        NewBitmap(layout.width, layout.height, layout.width, layout.height, layout.channels);
+        NewDecodedBitmap(layout.width, layout.height, layout.width, layout.height, layout.channels);
     if (!bitmap)
         return std::nullopt;
     std::vector<png_bytep> rows;
@@ -284,7 +265,7 @@ std::optional<DecodedBitmap> DecodeWithStb(std::span<const std::uint8_t> bytes,
             keepAlpha = in[4 * i + 3] != 255;
     }
     const unsigned outChannels = keepAlpha ? 4 : 3;
-    std::optional<DecodedBitmap> bitmap = NewBitmap(
+    std::optional<DecodedBitmap> bitmap = NewDecodedBitmap(
         recognition.width, recognition.height, recognition.width, recognition.height, outChannels);
     if (!bitmap)
         return std::nullopt;

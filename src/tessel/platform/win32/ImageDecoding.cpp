@@ -72,22 +72,6 @@ StreamPointer StreamOver(std::span<const std::uint8_t> bytes) {
     return owned;
 }
 
-// A bitmap of WIDTH x HEIGHT with tightly packed rows; nullopt when memory is short.
-std::optional<DecodedBitmap> NewBitmap(std::uint32_t width, std::uint32_t height,
-                                       unsigned bytesPerPixel) {
-    DecodedBitmap bitmap;
-    bitmap.width = bitmap.sourceWidth = width;
-    bitmap.height = bitmap.sourceHeight = height;
-    bitmap.bitsPerPixel = static_cast<std::uint16_t>(bytesPerPixel * 8);
-    bitmap.rowBytes = std::size_t{width} * bytesPerPixel;
-    try {
-        bitmap.pixels.resize(bitmap.rowBytes * height);
-    } catch (const std::bad_alloc&) {
-        return std::nullopt;
-    }
-    return bitmap;
-}
-
 // Copies the decoded picture out as 8-bit BGR or BGRA rows, top-down.
 std::optional<DecodedBitmap> CopyPixels(Gdiplus::Bitmap& image,
                                         const ImageRecognition& recognition) {
@@ -132,7 +116,7 @@ std::optional<DecodedBitmap> CopyPixels(Gdiplus::Bitmap& image,
             break;
     }
     const unsigned channels = alpha ? 4 : 3;
-    std::optional<DecodedBitmap> bitmap = NewBitmap(width, height, channels);
+    std::optional<DecodedBitmap> bitmap = NewDecodedBitmap(width, height, width, height, channels);
     if (!bitmap)
         return std::nullopt;
     for (UINT y = 0; y < height; ++y) {
@@ -198,7 +182,7 @@ std::optional<DecodedBitmap> LoadBitmapFileWithSystem(const NativeString& path) 
         return std::nullopt;
     // Like GDI+, which reads no alpha from BMP files, only the colours are taken.
     const unsigned pixelBytes = section.dsBm.bmBitsPixel / 8;
-    std::optional<DecodedBitmap> bitmap = NewBitmap(width, height, 3);
+    std::optional<DecodedBitmap> bitmap = NewDecodedBitmap(width, height, width, height, 3);
     if (!bitmap)
         return std::nullopt;
     // A DIB section is bottom-up unless its height is negative.
