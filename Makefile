@@ -148,17 +148,21 @@ fuzz: deps $(FUZZ)/build.ninja
 	if [ $${#failed[@]} -gt 0 ]; then echo "fuzz: crashes in: $${failed[*]}" >&2; exit 1; fi
 
 # The Windows build: its libraries come from scripts/build-windows-deps (built once into a
-# cache outside the tree); the folder is set up again when that prefix changes.
+# cache outside the tree); the folder is set up afresh when that prefix changes, so no
+# library is still taken from the old one.
 WINDOWS_ARGS := -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchains/x86_64-w64-mingw32.cmake \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" \
     "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" -DTESSEL_BUILD_BENCH=OFF
 
 windows: deps
 	@prefix=$$(scripts/build-windows-deps) || exit; \
-	configured=$$(sed -n 's/^TESSEL_WINDOWS_DEPS:PATH=//p' $(WINDOWS)/CMakeCache.txt 2>/dev/null); \
+	configured=$$(sed -n 's/^TESSEL_WINDOWS_DEPS:PATH=//p' $(WINDOWS)/CMakeCache.txt \
+	    2>/dev/null || true); \
 	if [ ! -f $(WINDOWS)/build.ninja ] || [ "$$configured" != "$$prefix" ] || \
 	    [ Makefile -nt $(WINDOWS)/build.ninja ]; then \
 	    echo "$(CMAKE) -S . -B $(WINDOWS) -G Ninja ... -DTESSEL_WINDOWS_DEPS=$$prefix"; \
+	    if [ -n "$$configured" ] && [ "$$configured" != "$$prefix" ]; then \
+	        rm -f $(WINDOWS)/CMakeCache.txt; fi; \
 	    $(CMAKE) -S . -B $(WINDOWS) -G Ninja $(WINDOWS_ARGS) -DTESSEL_WINDOWS_DEPS=$$prefix && \
 	    touch $(WINDOWS)/build.ninja; \
 	fi
