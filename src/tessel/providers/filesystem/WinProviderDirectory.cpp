@@ -128,8 +128,12 @@ constexpr MetadataColumn kMetadataColumns[] = {
     {kLogComment, "logComment", nullptr},
 };
 
-constexpr ColumnSet kMetadataColumnSet = Bit(kMediaStart) | Bit(kTapeName) | Bit(kDescription) |
-                                         Bit(kScene) | Bit(kShot) | Bit(kLogComment);
+constexpr ColumnSet kMetadataColumnSet = [] {
+    ColumnSet set = 0;
+    for (const MetadataColumn& metadata : kMetadataColumns)
+        set |= Bit(metadata.column);
+    return set;
+}();
 
 // Progress is reported once per this many records.
 constexpr std::size_t kProgressInterval = 4096;
@@ -250,9 +254,11 @@ bool IsListed(const P::DetailedEntry& entry) {
 // other systems are converted into STORAGE, which the caller has made large enough that it
 // never moves. A Windows name longer than any file system allows (260 units) is taken as
 // empty, and its entry is still recorded.
+// The longest name a Windows file system gives an entry, in UTF-16 units.
+constexpr std::size_t kLongestName = 260;
+
 template <class NativeName>
 std::string_view Utf8Name(const NativeName& name, std::vector<std::string>& storage) {
-    constexpr std::size_t kLongestName = 260;
     if constexpr (std::is_same_v<NativeName, std::string>) {
         return name;
     } else {
@@ -264,7 +270,6 @@ std::string_view Utf8Name(const NativeName& name, std::vector<std::string>& stor
 
 // The 8.3 short name of a find record as the host's string; "" when there is none.
 std::u16string ShortNameText(const P::NativeString& shortName) {
-    constexpr std::size_t kLongestName = 260;
     return shortName.size() > kLongestName ? std::u16string() : Path::FromNative(shortName);
 }
 
