@@ -52,17 +52,13 @@ std::string Utf8(const std::wstring& text) {
     return Path::FromNativeUtf8(text);
 }
 
-bool StartsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
 bool IsDriveLetter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
 // The long form of a share: "\\?\UNC" and the share without its first backslash.
 std::string ShareLongForm(const std::string& remote) {
-    if (StartsWith(remote, "\\\\?\\"))
+    if (remote.starts_with("\\\\?\\"))
         return remote;
     return "\\\\?\\UNC" + remote.substr(1);
 }
