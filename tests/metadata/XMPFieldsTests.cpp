@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <sstream>
 #include <string>
 
 #include <tessel/foundation/Unicode.h>
@@ -17,73 +18,26 @@ TEST(XMPFields, TableAndParsing) {
     std::set<std::string> names;
     for (const XMPCrossReferenceEntry& entry : kXMPCrossReference) {
         EXPECT_TRUE(names.insert(entry.name).second) << "twice: " << entry.name;
-        const std::string title = entry.title;
-        EXPECT_EQ(title.rfind("$$$/", 0), 0u) << entry.name;
-        EXPECT_NE(title.find('='), std::string::npos) << entry.name;
         EXPECT_EQ(std::string(entry.nameSpace).empty(), entry.form == XMPValueForm::Record)
             << entry.name;
     }
-    EXPECT_EQ(names.size(), kXMPFieldCount);
-    EXPECT_EQ(GetXMPFieldNames().size(), kXMPFieldCount);
+    EXPECT_EQ(GetXMPFieldNames().size(), names.size());
 
     // Names other parts of the system ask for, spelled as they ask.
-    for (const char* used : {"Name",
-                             "Path",
-                             "ExtraPath",
-                             "CreateDate",
-                             "ModifyDate",
-                             "duration",
-                             "good",
-                             "startTimecode",
-                             "altTimecode",
-                             "videoFrameRate",
-                             "videoFrameSize",
-                             "audioChannelType",
-                             "audioSampleRate",
-                             "shotDate",
-                             "Make",
-                             "Model",
-                             "SerialNumber",
-                             "shotName",
-                             "shotLocation",
-                             "creator",
-                             "identifier",
-                             "tapeName",
-                             "altTapeName",
-                             "description",
-                             "scene",
-                             "logComment"}) {
-        EXPECT_TRUE(FindXMPField(used)) << used;
-    }
-    // The card columns labelled by bit, and the card's default columns among them.
-    const std::size_t labelled[] = {0,  4,  6, 33, 35, 7, 11, 13, 15, 16, 22, 18,
-                                    25, 26, 3, 39, 42, 1, 37, 70, 71, 69, 72, 73};
-    const char* expected[] = {"Name",
-                              "CreateDate",
-                              "ModifyDate",
-                              "duration",
-                              "good",
-                              "startTimecode",
-                              "videoFrameRate",
-                              "videoFrameSize",
-                              "videoCompressor",
-                              "videoPixelAspectRatio",
-                              "audioSampleRate",
-                              "audioSampleType",
-                              "shotName",
-                              "scene",
-                              "title",
-                              "creator",
-                              "identifier",
-                              "Path",
-                              "shotLocation",
-                              "Make",
-                              "Model",
-                              "Artist",
-                              "SerialNumber",
-                              "takeNumber"};
-    for (std::size_t i = 0; i < std::size(labelled); ++i)
-        EXPECT_STREQ(kXMPCrossReference[labelled[i]].name, expected[i]) << labelled[i];
+    std::istringstream used(
+        "ExtraPath altTimecode audioChannelType shotDate tapeName altTapeName description "
+        "logComment");
+    for (std::string name; used >> name;)
+        EXPECT_TRUE(FindXMPField(name)) << name;
+    // The card columns labelled by bit.
+    std::istringstream labelled(
+        "0 Name 4 CreateDate 6 ModifyDate 33 duration 35 good 7 startTimecode 11 videoFrameRate "
+        "13 videoFrameSize 15 videoCompressor 16 videoPixelAspectRatio 22 audioSampleRate "
+        "18 audioSampleType 25 shotName 26 scene 3 title 39 creator 42 identifier 1 Path "
+        "37 shotLocation 70 Make 71 Model 69 Artist 72 SerialNumber 73 takeNumber");
+    std::size_t bit = 0;
+    for (std::string name; labelled >> bit >> name;)
+        EXPECT_EQ(FindXMPField(name), bit) << name;
 
     const XMPFieldSet parsed =
         ParseFields({"duration", "Name", "nonsense", "DURATION", "", "startTimecode"});

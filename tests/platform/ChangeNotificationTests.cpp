@@ -22,12 +22,6 @@
 #include "support/TempDir.h"
 
 #if defined(_WIN32)
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
 #include <windows.h>
 #endif
 
@@ -106,21 +100,21 @@ void Write(const fs::path& path, const std::string& content = "x") {
     std::ofstream(path, std::ios::binary) << content;
 }
 
-bool WaitUntil(const std::atomic<int>& calls) {
-    for (auto waited = std::chrono::milliseconds(0); waited < kPatience;
+// Waits until CALLS exceeds ABOVE.
+bool WaitUntil(const std::atomic<int>& calls, int above = 0) {
+    for (auto waited = std::chrono::milliseconds(0); calls.load() <= above;
          waited += std::chrono::milliseconds(5)) {
-        if (calls.load() > 0)
-            return true;
+        if (waited >= kPatience)
+            return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return false;
+    return true;
 }
 
 TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
     TempDir dir;
     dir.MakeDir("sub");
-    Recorder first;
-    Recorder second;
+    Recorder first, second;
     const ChangeWatchId a = P::WatchDirectory(dir.path().native(), first.Callback());
     // The same folder spelled otherwise may share the system's watch but not the callback.
     const P::NativeString otherSpelling = (dir.path() / ".").native();
@@ -167,8 +161,7 @@ TEST(ChangeNotification, TheWatchedFolderGoingAwayEndsTheWatch) {
     TempDir dir;
     const fs::path removed = dir.MakeDir("removed");
     const fs::path moved = dir.MakeDir("moved");
-    Recorder onRemoved;
-    Recorder onMoved;
+    Recorder onRemoved, onMoved;
     const ChangeWatchId a = P::WatchDirectory(removed.native(), onRemoved.Callback());
     const ChangeWatchId b = P::WatchDirectory(moved.native(), onMoved.Callback());
     fs::remove_all(removed);
@@ -227,10 +220,7 @@ TEST(ChangeNotification, ADriveLetterComingAndGoingIsAMountTableChange) {
     EXPECT_TRUE(WaitUntil(calls));
     const int afterAdding = calls.load();
     DefineDosDeviceW(DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE, drive, L"C:\\windows");
-    for (auto waited = std::chrono::milliseconds(0); waited < kPatience && calls == afterAdding;
-         waited += std::chrono::milliseconds(5))
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    EXPECT_GT(calls.load(), afterAdding) << "the letter going away";
+    EXPECT_TRUE(WaitUntil(calls, afterAdding)) << "the letter going away";
     P::StopWatching(id);
     EXPECT_FALSE(P::IsChangeNotificationRunning());
 }
@@ -245,9 +235,7 @@ TEST(ChangeNotification, NoCallbackOnceStopReturnsAndCallbacksMayOnlyStop) {
             Write(dir.path() / ("f" + std::to_string(i % 50)));
     });
     for (int round = 0; round < 5; ++round) {
-        std::atomic<bool> stopped{false};
-        std::atomic<bool> calledAfterStop{false};
-        std::atomic<bool> startRefused{true};
+        std::atomic<bool> stopped{false}, calledAfterStop{false}, startRefused{true};
         std::atomic<int> calls{0};
         const ChangeWatchId id = P::WatchDirectory(
             dir.path().native(), [&](const P::NativeString& directory, const auto&) {

@@ -53,15 +53,10 @@ namespace {
 
 constexpr std::int64_t kMicroseconds = 1000000;
 
-// Sets the access and write times of PATH (the link itself when it is one).
-void SetTimes(const fs::path& path, std::int64_t accessMicroseconds,
-              std::int64_t writeMicroseconds) {
-    const timespec times[2] = {
-        {static_cast<time_t>(accessMicroseconds / kMicroseconds),
-         static_cast<long>(accessMicroseconds % kMicroseconds) * 1000},
-        {static_cast<time_t>(writeMicroseconds / kMicroseconds),
-         static_cast<long>(writeMicroseconds % kMicroseconds) * 1000},
-    };
+// Sets the access and write times (microseconds, >= 0) of PATH itself, not a link's target.
+void SetTimes(const fs::path& path, std::int64_t access, std::int64_t write) {
+    const timespec times[2] = {{access / kMicroseconds, access % kMicroseconds * 1000},
+                               {write / kMicroseconds, write % kMicroseconds * 1000}};
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
@@ -80,7 +75,6 @@ TEST(FileDetails, NameOnlyReadsOfABigFolderNeverStat) {
     EXPECT_EQ(plain.size(), total);
     EXPECT_EQ(P::EntryStatCount(), before);
 
-    // Neither no details nor the hidden test costs a stat where there are no DOS attributes.
     for (P::EntryDetails details : {P::kNoDetails, P::kDetailHidden}) {
         before = P::EntryStatCount();
         const std::vector<DetailedEntry> entries = ReadWith(dir.path(), details);
@@ -93,7 +87,6 @@ TEST(FileDetails, NameOnlyReadsOfABigFolderNeverStat) {
         }
     }
 
-    // Asking for a stat-based detail costs exactly one stat per ordinary entry.
     before = P::EntryStatCount();
     EXPECT_EQ(ReadWith(dir.path(), P::kDetailSize).size(), total);
     EXPECT_EQ(P::EntryStatCount(), before + total);
@@ -110,15 +103,9 @@ TEST(FileDetails, SizesAttributesAndTimesOfRealEntries) {
     fs::create_symlink("plain.bin", dir.path() / "link");
     fs::create_directory_symlink("folder", dir.path() / "link-to-folder");
 
-    // A 64 MiB file with nothing written has no blocks behind it.
-    const fs::path sparse = dir.path() / "sparse.raw";
-    const int fd = open(sparse.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, 64 << 20), 0);
-    close(fd);
+    fs::resize_file(dir.WriteFile("sparse.raw"), 64 << 20);  // no blocks behind it
 
-    // 2001-02-03 04:05:06.789012 UTC and a day later, set on the file and on the link
-    // itself (which must not report its target's).
+    // 2001-02-03 04:05:06.789012 UTC and a day later; the link must not report its target's.
     const std::int64_t accessTime = 981173106789012;
     const std::int64_t writeTime = accessTime + 86400 * kMicroseconds;
     SetTimes(dir.path() / "plain.bin", accessTime, writeTime);
@@ -141,11 +128,9 @@ TEST(FileDetails, SizesAttributesAndTimesOfRealEntries) {
     }
 
     EXPECT_EQ(Find(entries, "bad\xff.mov").size, 5u);
-    EXPECT_EQ(Find(entries, "bad\xff.mov").attributes, P::kFileAttributeNormal);
 
     const DetailedEntry& link = Find(entries, "link");
     EXPECT_TRUE(link.isLink);
-    EXPECT_EQ(link.kind, EntryKind::File);
     EXPECT_EQ(link.size, std::string("plain.bin").size()) << "a link's own size";
     EXPECT_EQ(link.attributes, P::kFileAttributeReparsePoint);
     EXPECT_EQ(link.lastWriteTime, writeTime - kMicroseconds);
@@ -154,19 +139,15 @@ TEST(FileDetails, SizesAttributesAndTimesOfRealEntries) {
               P::kFileAttributeReparsePoint | P::kFileAttributeDirectory);
     EXPECT_EQ(Find(entries, "folder").attributes, P::kFileAttributeDirectory);
     EXPECT_EQ(Find(entries, "locked.txt").attributes, P::kFileAttributeReadOnly);
-    const DetailedEntry& hidden = Find(entries, ".hidden");
-    EXPECT_TRUE(hidden.hidden);
-    EXPECT_EQ(hidden.attributes, P::kFileAttributeHidden);
-    const DetailedEntry& sparseEntry = Find(entries, "sparse.raw");
-    EXPECT_EQ(sparseEntry.size, std::uint64_t{64} << 20);
-    EXPECT_EQ(sparseEntry.attributes, P::kFileAttributeSparseFile);
+    EXPECT_TRUE(Find(entries, ".hidden").hidden);
+    EXPECT_EQ(Find(entries, ".hidden").attributes, P::kFileAttributeHidden);
+    EXPECT_EQ(Find(entries, "sparse.raw").size, std::uint64_t{64} << 20);
+    EXPECT_EQ(Find(entries, "sparse.raw").attributes, P::kFileAttributeSparseFile);
 
     // Details not asked for stay zero.
-    const std::vector<DetailedEntry> sizesOnly = ReadWith(dir.path(), P::kDetailSize);
-    EXPECT_EQ(Find(sizesOnly, "plain.bin").size, 5000u);
-    EXPECT_EQ(Find(sizesOnly, "plain.bin").attributes, 0u);
-    EXPECT_EQ(Find(sizesOnly, "plain.bin").lastWriteTime, 0);
-    EXPECT_FALSE(Find(sizesOnly, "plain.bin").creationTime.has_value());
+    const DetailedEntry sized = Find(ReadWith(dir.path(), P::kDetailSize), "plain.bin");
+    EXPECT_EQ(sized.size, 5000u);
+    EXPECT_TRUE(sized.attributes == 0 && sized.lastWriteTime == 0 && !sized.creationTime);
 }
 
 TEST(FileDetails, FifosAndSocketsAreMarkedAndNeverOpened) {
@@ -181,18 +162,13 @@ TEST(FileDetails, FifosAndSocketsAreMarkedAndNeverOpened) {
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
 
     ASSERT_EQ(entries.size(), 4u);
-    for (const char* name : {"fifo", "socket"}) {
+    for (const char* name : {"fifo", "socket", "link-to-fifo", "dangling"}) {
         const DetailedEntry& entry = Find(entries, name);
+        const bool link = name[0] == 'l' || name[0] == 'd';
         EXPECT_EQ(entry.kind, EntryKind::Other) << name;
-        EXPECT_FALSE(entry.isLink) << name;
-        EXPECT_EQ(entry.attributes & P::kFileAttributeDevice, P::kFileAttributeDevice) << name;
-        EXPECT_EQ(entry.attributes & P::kFileAttributeNormal, 0u) << name;
-    }
-    for (const char* name : {"link-to-fifo", "dangling"}) {
-        const DetailedEntry& entry = Find(entries, name);
-        EXPECT_EQ(entry.kind, EntryKind::Other) << name;
-        EXPECT_TRUE(entry.isLink) << name;
-        EXPECT_EQ(entry.attributes, P::kFileAttributeReparsePoint) << name;
+        EXPECT_EQ(entry.isLink, link) << name;
+        EXPECT_EQ(entry.attributes, link ? P::kFileAttributeReparsePoint : P::kFileAttributeDevice)
+            << name;
     }
 }
 
@@ -211,9 +187,8 @@ TEST(FileDetails, FolderRemovedWhileBeingReadEndsCleanly) {
         }
         return false;
     });
-    EXPECT_TRUE(read) << "the folder was open when it went";
-    EXPECT_TRUE(removed);
-    // What was already buffered is listed; the entries are gone, so nothing is known of them.
+    EXPECT_TRUE(read && removed) << "the folder was open when it went";
+    // What was already buffered is listed, with nothing known of the vanished entries.
     for (const DetailedEntry& entry : entries) {
         EXPECT_FALSE(entry.detailsKnown) << entry.name;
         EXPECT_EQ(entry.size, 0u);
@@ -234,11 +209,8 @@ public:
     }
     ~TimeZoneGuard() { Set(mOld ? mOld->c_str() : nullptr); }
     void Set(const char* zone) {
-        if (zone != nullptr)
-            setenv("TZ", zone, 1);
-        else
-            unsetenv("TZ");
-        tzset();  // the library reads the zone once; a change needs this
+        zone ? setenv("TZ", zone, 1) : unsetenv("TZ");
+        tzset();
     }
 
 private:
@@ -265,8 +237,6 @@ TEST(FormatLocalTime, MillisecondsInTheCurrentZoneAndEmptyWhenOutOfRange) {
 
     zone.Set("EST5");  // five hours behind, no summer time
     EXPECT_EQ(FormatLocalTime(0), "1969-12-31 19:00:00.000");
-    zone.Set("UTC");
-    EXPECT_EQ(FormatLocalTime(0), "1970-01-01 00:00:00.000");
 }
 
 }  // namespace
@@ -279,18 +249,12 @@ TEST(FormatLocalTime, MillisecondsInTheCurrentZoneAndEmptyWhenOutOfRange) {
 
 namespace {
 
-// 100 ns ticks from 1601 to 1970.
-constexpr std::int64_t kTicksBefore1970 = 116444736000000000;
-
+// 100 ns ticks since 1970 as a FILETIME (which counts from 1601).
 FILETIME FileTimeOfTicks(std::int64_t ticksSince1970) {
-    const auto ticks = static_cast<std::uint64_t>(ticksSince1970 + kTicksBefore1970);
-    FILETIME time;
-    time.dwLowDateTime = static_cast<DWORD>(ticks & 0xFFFFFFFFu);
-    time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
-    return time;
+    const auto ticks = static_cast<std::uint64_t>(ticksSince1970 + 116444736000000000);
+    return {static_cast<DWORD>(ticks & 0xFFFFFFFFu), static_cast<DWORD>(ticks >> 32)};
 }
 
-// Opens PATH for changing its size or times.
 HANDLE OpenForWriting(const fs::path& path) {
     return CreateFileW(path.c_str(), GENERIC_WRITE | FILE_WRITE_ATTRIBUTES, 0, nullptr,
                        OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
@@ -308,18 +272,12 @@ TEST(FileDetails, EveryDetailComesFromTheFindRecord) {
     ASSERT_TRUE(SetFileAttributesW(hidden.c_str(), FILE_ATTRIBUTE_HIDDEN));
 
     // A size beyond 32 bits comes from both halves of the record (no data is written).
-    const fs::path big = dir.WriteFile("big.raw");
     const std::uint64_t bigSize = (std::uint64_t{5} << 30) + 123;
-    HANDLE file = OpenForWriting(big);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    LARGE_INTEGER end;
-    end.QuadPart = static_cast<LONGLONG>(bigSize);
-    EXPECT_TRUE(SetFilePointerEx(file, end, nullptr, FILE_BEGIN) && SetEndOfFile(file));
-    CloseHandle(file);
+    fs::resize_file(dir.WriteFile("big.raw"), bigSize);
 
     // 2001-02-03 04:05:06.7890123 UTC and 1969-12-31 23:59:58.7654321 UTC: microseconds are
     // rounded towards the past.
-    file = OpenForWriting(dir.path() / "plain.bin");
+    HANDLE file = OpenForWriting(dir.path() / "plain.bin");
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     const FILETIME access = FileTimeOfTicks(9811731067890123);
     const FILETIME write = FileTimeOfTicks(-12345679);
@@ -338,7 +296,6 @@ TEST(FileDetails, EveryDetailComesFromTheFindRecord) {
     EXPECT_EQ(plain.lastAccessTime, 981173106789012);
     EXPECT_EQ(plain.lastWriteTime, -1234568);
     EXPECT_EQ(plain.attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN), 0u);
-    // Windows file systems record creation (Wine reports the older of change and write).
     EXPECT_TRUE(plain.creationTime.has_value());
     EXPECT_EQ(Find(entries, L"big.raw").size, bigSize);
 
@@ -346,28 +303,22 @@ TEST(FileDetails, EveryDetailComesFromTheFindRecord) {
     EXPECT_EQ(readOnly.attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE),
               DWORD{FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE});
     EXPECT_FALSE(readOnly.hidden);
-    const DetailedEntry& hiddenEntry = Find(entries, L"hidden.txt");
-    EXPECT_TRUE(hiddenEntry.hidden);
-    EXPECT_NE(hiddenEntry.attributes & FILE_ATTRIBUTE_HIDDEN, 0u);
-    const DetailedEntry& folder = Find(entries, L"folder");
-    EXPECT_EQ(folder.kind, EntryKind::Directory);
-    EXPECT_NE(folder.attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_NE(Find(entries, L"hidden.txt").attributes & FILE_ATTRIBUTE_HIDDEN, 0u);
+    EXPECT_NE(Find(entries, L"folder").attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
 
     // A name that does not fit 8.3 has a short alias ("A_RA~UZ3.TEX" under Wine, "ARATHE~1.TEX"
     // on NTFS); a name that fits has none.
     const std::wstring& alias = Find(entries, L"a rather long name.text").shortName;
     EXPECT_LE(alias.size(), 12u);
     EXPECT_NE(alias.find(L'~'), std::wstring::npos);
-    ASSERT_NE(alias.find(L'.'), std::wstring::npos);
-    EXPECT_EQ(alias.substr(alias.find(L'.')), L".TEX");
+    EXPECT_EQ(alias.substr(alias.size() - 4), L".TEX");
     EXPECT_EQ(Find(entries, L"big.raw").shortName, L"");
 
     // Details not asked for stay zero; with none asked nothing is known.
     const std::vector<DetailedEntry> sizesOnly = ReadWith(dir.path(), P::kDetailSize);
-    EXPECT_EQ(Find(sizesOnly, L"plain.bin").size, 5000u);
-    EXPECT_EQ(Find(sizesOnly, L"plain.bin").attributes, 0u);
-    EXPECT_EQ(Find(sizesOnly, L"plain.bin").lastWriteTime, 0);
-    EXPECT_FALSE(Find(sizesOnly, L"plain.bin").creationTime.has_value());
+    const DetailedEntry sized = Find(sizesOnly, L"plain.bin");
+    EXPECT_EQ(sized.size, 5000u);
+    EXPECT_TRUE(sized.attributes == 0 && sized.lastWriteTime == 0 && !sized.creationTime);
     EXPECT_EQ(Find(sizesOnly, L"a rather long name.text").shortName, L"");
     for (const DetailedEntry& entry : ReadWith(dir.path(), P::kNoDetails)) {
         EXPECT_FALSE(entry.detailsKnown);
@@ -415,13 +366,10 @@ TEST(FileDetails, AListingAsksBeforeEachFindNextAndKeepsWhatItRead) {
 TEST(FormatLocalTime, SecondsAndMillisecondsInAnyZoneAndEmptyOutsideFileTimes) {
     using P::FormatLocalTime;
     constexpr std::int64_t kMicroseconds = 1000000;
-    // The zone is the machine's; every zone is a whole number of minutes away from UTC, so
-    // the seconds and milliseconds are known.
+    // The zone is the machine's, but a whole number of minutes from UTC.
     const std::string text = FormatLocalTime(981173106789012);
     ASSERT_EQ(text.size(), 23u) << text;
     EXPECT_EQ(text.substr(16), ":06.789");
-    EXPECT_EQ(text[4], '-');
-    EXPECT_EQ(text[10], ' ');
     EXPECT_EQ(FormatLocalTime(1999).substr(16), ":00.001");
     EXPECT_EQ(FormatLocalTime(-1).substr(16), ":59.999");
     EXPECT_EQ(FormatLocalTime(-1500000).substr(16), ":58.500");

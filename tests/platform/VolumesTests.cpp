@@ -38,20 +38,26 @@ const MountInfo* FindMount(const std::vector<MountInfo>& mounts, const std::stri
 // A machine in a folder: its mountinfo, fstab, by-label links and sysfs block devices.
 class FakeMachine : public ::testing::Test {
 protected:
+    // TEXT with "DEV" standing for the machine's device folder.
+    std::string WithDev(std::string text) const {
+        for (std::size_t at; (at = text.find("DEV")) != std::string::npos;)
+            text.replace(at, 3, mDir.str() + "/dev");
+        return text;
+    }
+
     void SetUp() override {
-        const std::string dev = mDir.str() + "/dev";
         mFiles.labelDirectory = mDir.MakeDir("dev/disk/by-label").native();
         mFiles.blockDeviceDirectory = mDir.MakeDir("sys/class/block").native();
         mFiles.fstab = (mDir.path() / "fstab").native();
         mFiles.mountTable = (mDir.path() / "mountinfo").native();
 
         // sdb is a removable stick with one partition; sdc a fixed disk; sr0 an optical drive.
-        mDir.WriteFile("sys/class/block/sdb/removable", "1\n");
-        mDir.WriteFile("sys/class/block/sdb/sdb1/partition", "1\n");
-        fs::create_directory_symlink("sdb/sdb1", mDir.path() / "sys/class/block/sdb1");
-        mDir.WriteFile("sys/class/block/sdc/removable", "0\n");
-        mDir.WriteFile("sys/class/block/sdc/sdc1/partition", "1\n");
-        fs::create_directory_symlink("sdc/sdc1", mDir.path() / "sys/class/block/sdc1");
+        for (const std::string disk : {"sdb", "sdc"}) {
+            const std::string block = "sys/class/block/" + disk;
+            mDir.WriteFile(block + "/removable", disk == "sdb" ? "1\n" : "0\n");
+            mDir.WriteFile(block + "/" + disk + "1/partition", "1\n");
+            fs::create_directory_symlink(disk + "/" + disk + "1", mDir.path() / (block + "1"));
+        }
         mDir.WriteFile("sys/class/block/sr0/removable", "1\n");
 
         // udev escapes blanks and slashes in label names; the links are relative.
@@ -62,57 +68,40 @@ protected:
         fs::create_symlink("../dm-0", mDir.MakeDir("dev/mapper") / "vg-data");
         fs::create_symlink("../../dm-0", mDir.path() / "dev/disk/by-label/Data");
 
-        mDir.WriteFile("fstab",
-                       "# static file systems\n"
-                       "UUID=1234 / ext4 defaults 0 1\n" +
-                           dev + "/sdd1 /srv/hidden ext4 defaults,x-gvfs-hide 0 2\n");
+        mDir.WriteFile("fstab", WithDev("# static file systems\nUUID=1234 / ext4 defaults 0 1\n"
+                                        "DEV/sdd1 /srv/hidden ext4 defaults,x-gvfs-hide 0 2\n"));
 
-        const std::string table =
-            "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n"
-            "23 22 0:21 / /proc rw,nosuid - proc proc rw\n"
-            "24 22 0:22 / /sys rw - sysfs sysfs rw\n"
-            "25 22 8:2 / /boot rw - ext4 /dev/sda2 rw\n"
-            "26 25 8:3 / /boot/efi rw - vfat /dev/sda3 rw\n"
-            "27 22 7:0 / /snap/core/123 ro - squashfs /dev/loop0 ro\n"
-            "28 22 7:5 / /media/u/squash ro - squashfs /dev/loop5 ro\n"
-            "29 22 8:17 / /media/u/My\\040Stick rw - vfat " +
-            dev +
-            "/sdb1 rw\n"
-            "30 22 8:17 / /mnt/again rw - vfat " +
-            dev +
-            "/sdb1 rw\n"
-            "31 22 8:17 /DCIM /mnt/photos rw - vfat " +
-            dev +
-            "/sdb1 rw\n"
-            "32 22 8:33 / /data rw - ext4 " +
-            dev +
-            "/sdc1 rw\n"
-            "33 22 0:50 / /mnt/share rw - cifs //server/media rw\n"
-            "34 22 0:51 / /home/u/nfs rw - nfs4 server:/export rw\n"
-            "35 22 0:52 / /home/u/remote rw - fuse.sshfs u@host:/ rw\n"
-            "36 22 0:53 / /media/ram rw - tmpfs tmpfs rw\n"
-            "37 22 0:54 / /run/user/1000 rw - tmpfs tmpfs rw\n"
-            "38 22 0:55 / /tmp rw - tmpfs tmpfs rw\n"
-            "39 22 11:0 / /media/cdrom ro - iso9660 " +
-            dev +
-            "/sr0 ro\n"
-            "40 22 8:49 / /srv/hidden rw - ext4 " +
-            dev +
-            "/sdd1 rw\n"
-            "41 22 8:50 / /srv/marked rw - ext4 /dev/sdd2 rw,x-gvfs-hide\n"
-            "42 22 7:1 / /media/u/image ro - iso9660 /dev/loop1 ro\n"
-            "43 22 7:2 / /opt/loopimg rw - ext4 /dev/loop2 rw\n"
-            "44 22 8:1 /var/lib/docker/c/hosts /etc/hosts rw - ext4 /dev/sda1 rw\n"
-            "45 22 8:65 / /media/shadowed rw - ext4 /dev/sde1 rw\n"
-            "46 22 8:81 / /media/shadowed rw - ext4 /dev/sdf1 rw\n"
-            "47 22 0:70 / /var/lib/docker/overlay2/x/merged rw - overlay overlay rw\n"
-            "48 22 0:71 / /run/media/u/Card rw - exfat /dev/mmcblk0p1 rw\n"
-            "49 22 253:0 / /srv/data rw - xfs " +
-            dev +
-            "/mapper/vg-data rw\n"
-            "50 22 0:72 / /media/u/overlay rw - overlay overlay rw\n"
-            "this line is no mount at all\n";
-        mDir.WriteFile("mountinfo", table);
+        mDir.WriteFile("mountinfo", WithDev(R"(22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw
+23 22 0:21 / /proc rw,nosuid - proc proc rw
+24 22 0:22 / /sys rw - sysfs sysfs rw
+25 22 8:2 / /boot rw - ext4 /dev/sda2 rw
+26 25 8:3 / /boot/efi rw - vfat /dev/sda3 rw
+27 22 7:0 / /snap/core/123 ro - squashfs /dev/loop0 ro
+28 22 7:5 / /media/u/squash ro - squashfs /dev/loop5 ro
+29 22 8:17 / /media/u/My\040Stick rw - vfat DEV/sdb1 rw
+30 22 8:17 / /mnt/again rw - vfat DEV/sdb1 rw
+31 22 8:17 /DCIM /mnt/photos rw - vfat DEV/sdb1 rw
+32 22 8:33 / /data rw - ext4 DEV/sdc1 rw
+33 22 0:50 / /mnt/share rw - cifs //server/media rw
+34 22 0:51 / /home/u/nfs rw - nfs4 server:/export rw
+35 22 0:52 / /home/u/remote rw - fuse.sshfs u@host:/ rw
+36 22 0:53 / /media/ram rw - tmpfs tmpfs rw
+37 22 0:54 / /run/user/1000 rw - tmpfs tmpfs rw
+38 22 0:55 / /tmp rw - tmpfs tmpfs rw
+39 22 11:0 / /media/cdrom ro - iso9660 DEV/sr0 ro
+40 22 8:49 / /srv/hidden rw - ext4 DEV/sdd1 rw
+41 22 8:50 / /srv/marked rw - ext4 /dev/sdd2 rw,x-gvfs-hide
+42 22 7:1 / /media/u/image ro - iso9660 /dev/loop1 ro
+43 22 7:2 / /opt/loopimg rw - ext4 /dev/loop2 rw
+44 22 8:1 /var/lib/docker/c/hosts /etc/hosts rw - ext4 /dev/sda1 rw
+45 22 8:65 / /media/shadowed rw - ext4 /dev/sde1 rw
+46 22 8:81 / /media/shadowed rw - ext4 /dev/sdf1 rw
+47 22 0:70 / /var/lib/docker/overlay2/x/merged rw - overlay overlay rw
+48 22 0:71 / /run/media/u/Card rw - exfat /dev/mmcblk0p1 rw
+49 22 253:0 / /srv/data rw - xfs DEV/mapper/vg-data rw
+50 22 0:72 / /media/u/overlay rw - overlay overlay rw
+this line is no mount at all
+)"));
     }
 
     TempDir mDir;
@@ -131,20 +120,13 @@ TEST_F(FakeMachine, VolumesAreTheMountsAPersonWouldPick) {
     ASSERT_NE(stick, nullptr);
     EXPECT_EQ(stick->label, "My Stick");
     EXPECT_TRUE(stick->isRemovable) << "the flag of the disk the partition is on";
-    EXPECT_FALSE(stick->isNetwork);
-    EXPECT_FALSE(stick->readOnly);
+    EXPECT_FALSE(stick->isNetwork || stick->readOnly);
     EXPECT_EQ(stick->fileSystemType, "vfat");
     EXPECT_EQ(stick->source, mDir.str() + "/dev/sdb1");
-
-    const MountInfo* data = FindMount(volumes, "/data");
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(data->label, "Caf\xc3\xa9/Media");
-    EXPECT_FALSE(data->isRemovable);
-
+    EXPECT_EQ(FindMount(volumes, "/data")->label, "Caf\xc3\xa9/Media");
+    EXPECT_FALSE(FindMount(volumes, "/data")->isRemovable);
     const MountInfo* cdrom = FindMount(volumes, "/media/cdrom");
-    ASSERT_NE(cdrom, nullptr);
-    EXPECT_TRUE(cdrom->isOptical);
-    EXPECT_TRUE(cdrom->readOnly);
+    EXPECT_TRUE(cdrom->isOptical && cdrom->readOnly);
     EXPECT_EQ(cdrom->label, "Odd\\xZZ") << "a broken escape stays as it is";
 
     EXPECT_EQ(FindMount(volumes, "/srv/data")->label, "Data") << "found through the mapper link";
@@ -157,11 +139,9 @@ TEST_F(FakeMachine, VolumesAreTheMountsAPersonWouldPick) {
     const std::vector<MountInfo> network = P::ListNetworkMounts(mFiles);
     EXPECT_EQ(MountPoints(network),
               (std::vector<std::string>{"/home/u/nfs", "/home/u/remote", "/mnt/share"}));
-    for (const MountInfo& mount : network) {
-        EXPECT_TRUE(mount.isNetwork) << mount.mountPoint;
-        EXPECT_FALSE(mount.isRemovable) << mount.mountPoint;
-        EXPECT_EQ(mount.label, "") << mount.mountPoint;
-    }
+    for (const MountInfo& mount : network)
+        EXPECT_TRUE(mount.isNetwork && !mount.isRemovable && mount.label.empty())
+            << mount.mountPoint;
     EXPECT_EQ(network.back().source, "//server/media");
 }
 
@@ -171,20 +151,26 @@ TEST_F(FakeMachine, TableIsReadWholeAndMountPointsAreTestedExactly) {
     EXPECT_EQ(all.front().mountPoint, "/");
     EXPECT_EQ(all[1].fileSystemType, "proc");
 
-    EXPECT_TRUE(P::IsMountPoint("/", mFiles));
-    EXPECT_TRUE(P::IsMountPoint("/media/u/My Stick", mFiles));
-    EXPECT_TRUE(P::IsMountPoint("/media/u/My Stick//", mFiles));
-    EXPECT_TRUE(P::IsMountPoint("//media//u/My Stick", mFiles));
-    EXPECT_TRUE(P::IsMountPoint("/proc", mFiles)) << "hidden from the lists, still mounted";
-    EXPECT_FALSE(P::IsMountPoint("/media/u", mFiles));
-    EXPECT_FALSE(P::IsMountPoint("/media/u/My Stick/DCIM", mFiles));
-    EXPECT_FALSE(P::IsMountPoint("media/cdrom", mFiles));
-    EXPECT_FALSE(P::IsMountPoint("", mFiles));
+    // "/proc" is left out of the lists but still mounted.
+    for (const char* point :
+         {"/", "/media/u/My Stick", "/media/u/My Stick//", "//media//u/My Stick", "/proc"})
+        EXPECT_TRUE(P::IsMountPoint(point, mFiles)) << point;
+    for (const char* point : {"/media/u", "/media/u/My Stick/DCIM", "media/cdrom", ""})
+        EXPECT_FALSE(P::IsMountPoint(point, mFiles)) << point;
 
     MountTableFiles missing = mFiles;
     missing.mountTable = (mDir.path() / "no-such-table").native();
     EXPECT_TRUE(P::ListVolumes(missing).empty());
     EXPECT_FALSE(P::IsMountPoint("/", missing));
+}
+
+// A machine with only the mount table TABLE in DIR.
+MountTableFiles TableOnly(const TempDir& dir, const fs::path& table) {
+    MountTableFiles files;
+    files.mountTable = table.native();
+    files.fstab.clear();
+    files.labelDirectory = files.blockDeviceDirectory = (dir.path() / "none").native();
+    return files;
 }
 
 TEST(Volumes, FstabFormatTablesHaveNoDevicesToCompare) {
@@ -195,12 +181,7 @@ TEST(Volumes, FstabFormatTablesHaveNoDevicesToCompare) {
                                          "server:/e /nfs// nfs defaults 0 0\n"
                                          "/dev/sdb1 /media/usb2 vfat noauto 0 0\n"
                                          "proc /proc proc defaults 0 0\n");
-    MountTableFiles files;
-    files.mountTable = table.native();
-    files.fstab.clear();
-    files.labelDirectory = (dir.path() / "none").native();
-    files.blockDeviceDirectory = (dir.path() / "none").native();
-    EXPECT_EQ(MountPoints(P::ListVolumes(files)),
+    EXPECT_EQ(MountPoints(P::ListVolumes(TableOnly(dir, table))),
               (std::vector<std::string>{"/", "/media/usb2", "/nfs"}));
 }
 
@@ -223,27 +204,13 @@ TEST(Volumes, TheDriveWalkOffersMountedLocalRootsInOrderAndStopsWhenTold) {
     dir.MakeDir("cardB");
     dir.MakeDir("share");
     dir.WriteFile("file", "x");
-    dir.WriteFile("mountinfo",
-                  "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                  "30 22 8:17 / " +
-                      base +
-                      "/cardB rw - vfat /dev/sdb1 rw\n"
-                      "31 22 8:33 / " +
-                      base +
-                      "/cardA rw - vfat /dev/sdc1 rw\n"
-                      "32 22 8:49 / " +
-                      base +
-                      "/gone rw - vfat /dev/sdd1 rw\n"
-                      "33 22 8:65 / " +
-                      base +
-                      "/file rw - vfat /dev/sde1 rw\n"
-                      "34 22 0:50 / " +
-                      base + "/share rw - cifs //server/media rw\n");
-    MountTableFiles files;
-    files.mountTable = (dir.path() / "mountinfo").native();
-    files.fstab.clear();
-    files.labelDirectory = (dir.path() / "none").native();
-    files.blockDeviceDirectory = (dir.path() / "none").native();
+    std::string table = "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
+    for (const char* mount :
+         {"cardB rw - vfat /dev/sdb1", "cardA rw - vfat /dev/sdc1", "gone rw - vfat /dev/sdd1",
+          "file rw - vfat /dev/sde1", "share rw - cifs //server/media"})
+        table += std::to_string(table.size()) + " 22 8:" + std::to_string(table.size()) + " / " +
+                 base + "/" + mount + " rw\n";
+    const MountTableFiles files = TableOnly(dir, dir.WriteFile("mountinfo", table));
 
     const auto walk = [&](const std::string& skipped, int visits) {
         std::vector<std::string> roots;
@@ -256,7 +223,7 @@ TEST(Volumes, TheDriveWalkOffersMountedLocalRootsInOrderAndStopsWhenTold) {
             files);
         return roots;
     };
-    // Missing roots, roots that are no folder and network mounts are left out.
+    // Missing roots, files and network mounts are left out.
     EXPECT_EQ(walk("", 10), (std::vector<std::string>{"/", base + "/cardA", base + "/cardB"}));
     EXPECT_EQ(walk(base + "/cardA/", 10), (std::vector<std::string>{"/", base + "/cardB"}));
     EXPECT_EQ(walk("/", 10), (std::vector<std::string>{base + "/cardA", base + "/cardB"}));
@@ -289,10 +256,9 @@ std::wstring UnusedDrive() {
 TEST(Volumes, TheSystemDriveIsListedMountedAndFixed) {
     const std::vector<std::wstring> roots = P::ListDriveRoots();
     EXPECT_NE(std::find(roots.begin(), roots.end(), L"C:\\"), roots.end());
-    for (const std::wstring& root : roots) {
-        ASSERT_EQ(root.size(), 3u);
-        EXPECT_EQ(root.substr(1), L":\\");
-    }
+    for (const std::wstring& root : roots)
+        EXPECT_TRUE(root.size() == 3 && root.substr(1) == L":\\")
+            << std::filesystem::path(root).string();
     EXPECT_TRUE(P::IsVolumeMounted(L"C:"));
     EXPECT_EQ(P::DriveTypeOf(L"C:\\"), 3u);
 

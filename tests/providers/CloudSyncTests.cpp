@@ -56,27 +56,24 @@ public:
     std::string Path() const { return Utf16ToUtf8(std::u16string(mPath.begin(), mPath.end())); }
     void Set(const std::string& subkey, const std::string& name, const std::string& value,
              DWORD type = REG_SZ) {
-        const std::u16string key = Utf8ToUtf16(subkey);
-        const std::u16string valueName = Utf8ToUtf16(name);
-        const std::u16string text = Utf8ToUtf16(value);
-        const std::wstring path = subkey.empty() ? mPath : mPath + L"\\" + Wide(key);
-        ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, path.c_str(), Wide(valueName).c_str(), type,
-                                  Wide(text).c_str(),
-                                  static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+        const auto wide = [](const std::string& text) {
+            const std::u16string u16 = Utf8ToUtf16(text);
+            return std::wstring(u16.begin(), u16.end());
+        };
+        const std::wstring path = subkey.empty() ? mPath : mPath + L"\\" + wide(subkey);
+        const std::wstring text = wide(value);
+        ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, path.c_str(), wide(name).c_str(), type,
+                                  text.c_str(), static_cast<DWORD>((text.size() + 1) * 2)),
                   ERROR_SUCCESS);
     }
 
 private:
-    static std::wstring Wide(const std::u16string& text) {
-        return std::wstring(text.begin(), text.end());
-    }
     static inline int sCount = 0;
     std::wstring mPath;
 };
 
 #endif
 
-// Clears the service settings on both ends of a test.
 class CloudSync : public ::testing::Test {
 protected:
     void SetUp() override { ClearSettings(); }
@@ -86,54 +83,31 @@ protected:
             Settings::Reset(SettingOf(service));
     }
 
-    // A folder in the test's home folder, in the system's form ("a/b" is "a\b" on Windows).
-    std::string InHome(std::string relative) const {
-#if defined(_WIN32)
-        std::replace(relative.begin(), relative.end(), '/', '\\');
-        return mHome.str() + "\\" + relative;
-#else
-        return mHome.str() + "/" + relative;
-#endif
-    }
-    // A folder as the list gives it: on Windows in its long form.
-    static std::string Listed(const std::string& folder) {
-#if defined(_WIN32)
-        return "\\\\?\\" + folder;
-#else
-        return folder;
-#endif
-    }
-    // Dropbox's info.json with the folders of its two accounts (none when empty), where
-    // the client keeps it (on Windows the local application data; RELATIVE to the home).
+    // Dropbox's info.json with the folders of its two accounts (an empty one is left out),
+    // at RELATIVE in the home folder.
     void WriteDropboxInfo(const std::string& personal, const std::string& business,
                           const std::string& relative = kDropboxInfo) {
-        std::string text = "{";
+        std::string text = R"({"_": 0)";
         for (const auto& [account, folder] :
              {std::pair{"personal", personal}, {"business", business}}) {
-            if (folder.empty())
-                continue;
-            if (text.size() > 1)
-                text += ", ";
-            text += "\"" + std::string(account) + "\": {\"path\": \"" + JsonEscaped(folder) + "\"}";
+            std::string escaped;
+            for (char c : folder)
+                escaped += c == '\\' ? std::string("\\\\") : std::string(1, c);
+            if (!folder.empty())
+                text += ", \"" + std::string(account) + "\": {\"path\": \"" + escaped + "\"}";
         }
         mHome.WriteFile(relative, text + "}");
     }
-    static std::string JsonEscaped(const std::string& text) {
-        std::string out;
-        for (char c : text) {
-            if (c == '\\' || c == '"')
-                out += '\\';
-            out += c;
-        }
-        return out;
-    }
 #if defined(_WIN32)
     static constexpr const char* kDropboxInfo = "AppData/Local/Dropbox/info.json";
-#else
-    static constexpr const char* kDropboxInfo = ".dropbox/info.json";
-#endif
-
-#if defined(_WIN32)
+    // A folder in the test's home folder ("a/b" is "a\b" here), and as the list gives it.
+    std::string InHome(std::string relative) const {
+        std::replace(relative.begin(), relative.end(), '/', '\\');
+        return mHome.str() + "\\" + relative;
+    }
+    static std::string Listed(const std::string& folder) {
+        return "\\\\?\\" + folder;
+    }
     CloudSyncEnvironment Environment() const {
         CloudSyncEnvironment environment;
         environment.homeDirectory = mHome.str();
@@ -146,6 +120,13 @@ protected:
     ScratchRegistryKey mOneDriveKey;
     ScratchRegistryKey mGoogleKey;
 #else
+    static constexpr const char* kDropboxInfo = ".dropbox/info.json";
+    std::string InHome(const std::string& relative) const {
+        return mHome.str() + "/" + relative;
+    }
+    static std::string Listed(const std::string& folder) {
+        return folder;
+    }
     CloudSyncEnvironment Environment() const {
         return {mHome.str(), mHome.str() + "/.config"};
     }
@@ -160,21 +141,16 @@ TEST(CloudSyncParsing, DropboxInfoGivesEachAccountsPathOnlyWhenWellFormed) {
             "business": {"path": "/home/u/Dropbox (Acme)", "subscription_type": "Business"}})json");
     EXPECT_EQ(both.personal, "/home/u/Dropbox");
     EXPECT_EQ(both.business, "/home/u/Dropbox (Acme)");
+    EXPECT_EQ(ParseDropboxInfo(R"({"personal": {"path": "/d"}})").business, "");
 
-    DropboxFolders personalOnly = ParseDropboxInfo(R"({"personal": {"path": "/d"}})");
-    EXPECT_EQ(personalOnly.personal, "/d");
-    EXPECT_EQ(personalOnly.business, "");
-
+    using namespace std::string_literals;
     for (const std::string& text :
-         {std::string(), std::string("{"), std::string("[]"), std::string("null"),
-          std::string(R"({"personal": "/d"})"), std::string(R"({"personal": {"path": 5}})"),
-          std::string(R"({"personal": {"path": ["/d"]}})"),
-          std::string(R"({"personal": {"path": "/d"}} trailing)"),
-          std::string("{\"personal\": {\"path\": \"/d\xFF\"}}"),
+         {""s, "{"s, "[]"s, "null"s, R"({"personal": "/d"})"s, R"({"personal": {"path": 5}})"s,
+          R"({"personal": {"path": ["/d"]}})"s, R"({"personal": {"path": "/d"}} trailing)"s,
+          "{\"personal\": {\"path\": \"/d\xFF\"}}"s,
           std::string(100000, '[') + std::string(100000, ']'), std::string(1, '\0')}) {
         DropboxFolders folders = ParseDropboxInfo(text);
-        EXPECT_EQ(folders.personal, "") << text.substr(0, 40);
-        EXPECT_EQ(folders.business, "") << text.substr(0, 40);
+        EXPECT_TRUE(folders.personal.empty() && folders.business.empty()) << text.substr(0, 40);
     }
 }
 
@@ -247,10 +223,8 @@ TEST_F(CloudSync, WindowsLookupsReadTheClientsFilesRegistryValuesAndVariables) {
 TEST(CloudSyncEnvironment, TheProcessesFoldersAreTheUsersKnownFolders) {
     const CloudSyncEnvironment environment = CloudSyncEnvironment::FromProcess();
     for (const std::string* folder : {&environment.homeDirectory, &environment.configDirectory,
-                                      &environment.localDataDirectory}) {
-        ASSERT_GT(folder->size(), 3u);
-        EXPECT_EQ(folder->substr(1, 2), ":\\") << *folder;
-    }
+                                      &environment.localDataDirectory})
+        EXPECT_TRUE(folder->size() > 3 && folder->substr(1, 2) == ":\\") << *folder;
     EXPECT_EQ(environment.configDirectory.rfind(environment.homeDirectory, 0), 0u);
 }
 
@@ -260,8 +234,7 @@ TEST_F(CloudSync, LookupsFindTheClientsFoldersInTheHomeFolder) {
     const CloudSyncEnvironment environment = Environment();
     const std::string home = mHome.str();
     EXPECT_EQ(DropboxSyncDir(true, environment), "") << "no info.json";
-    mHome.WriteFile(".dropbox/info.json", R"({"personal": {"path": ")" + home + R"(/Dropbox"},
-                        "business": {"path": "relative/Dropbox"}})");
+    WriteDropboxInfo(home + "/Dropbox", "relative/Dropbox");
     EXPECT_EQ(DropboxSyncDir(true, environment), home + "/Dropbox");
     EXPECT_EQ(DropboxSyncDir(false, environment), "") << "a relative folder is refused";
 
@@ -340,11 +313,11 @@ TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
     const SDKContentMap content =
         provider.GetContent("cloudsync:", any_regular_t(), {kSDKNameField}, nullptr);
     const std::string frame = Listed(InHome("Frame"));
-    const std::string iCloud = Listed(InHome("iCloud"));
     ASSERT_EQ(content.size(), 2u);
     EXPECT_EQ(content.at(frame).at(kSDKNameField), any_regular_t(std::u16string(u"Framecast")));
     EXPECT_EQ(content.at(frame).at(kSDKPathField), any_regular_t(Utf8ToUtf16(frame)));
-    EXPECT_EQ(content.at(iCloud).at(kSDKNameField), any_regular_t(std::u16string(u"Dropbox")));
+    EXPECT_EQ(content.at(Listed(InHome("iCloud"))).at(kSDKNameField),
+              any_regular_t(std::u16string(u"Dropbox")));
     EXPECT_TRUE(provider.IsUserLoggedIn());
 
     auto aborted = ProviderContentRequest::CreateClassRef();
@@ -352,11 +325,11 @@ TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
     EXPECT_TRUE(provider.GetContent("cloudsync:", any_regular_t(), {}, aborted.get()).empty());
 
     DirectoryContents contents(u"");
-    EXPECT_EQ(provider.CanProvideFor("cloudsync:", any_regular_t(), contents, {}), 100);
-    for (const std::string& path : {std::string("CloudSync:"), std::string("cloudsync:/"), frame,
-                                    Listed(InHome("Frame/Card")), std::string()}) {
-        EXPECT_EQ(provider.CanProvideFor(path, any_regular_t(), contents, {}), 0) << path;
-    }
+    for (const std::string& path : {std::string("cloudsync:"), std::string("CloudSync:"),
+                                    std::string("cloudsync:/"), frame, std::string()})
+        EXPECT_EQ(provider.CanProvideFor(path, any_regular_t(), contents, {}),
+                  path == "cloudsync:" ? 100 : 0)
+            << path;
 }
 
 }  // namespace

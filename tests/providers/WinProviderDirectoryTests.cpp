@@ -1,7 +1,4 @@
-// The folder provider against real folders: what is listed and what never is (hidden and
-// system entries, FIFOs, sockets), the column values, shell links, names that are not UTF-8
-// through the host side, the stat-free name listing, aborts, folders that cannot be read or
-// vanish, deep paths, and the favorites menu. The path rules of both platforms are pure and
+// The folder provider against real folders; the path rules of both platforms are pure and
 // tested everywhere.
 #include <tessel/providers/filesystem/WinProviderDirectory.h>
 
@@ -68,9 +65,8 @@ std::string Text(const SDKPropertyMap& record, const std::string& key) {
     return text ? Utf16ToUtf8(*text) : "<not text>";
 }
 
-// "2024-03-05 09:07:02.045"
+// Whether TEXT reads like "2024-03-05 09:07:02.045".
 bool IsDateText(const std::string& text) {
-    // "YYYY-MM-DD HH:MM:SS.mmm": digits everywhere but the separators.
     constexpr std::string_view kShape = "0000-00-00 00:00:00.000";
     if (text.size() != kShape.size())
         return false;
@@ -80,14 +76,6 @@ bool IsDateText(const std::string& text) {
             return false;
     }
     return true;
-}
-
-// The columns of RECORD other than the six metadata ones (Media Start to Log Comment), whose
-// values come from XMP.
-std::size_t NonMetadataColumns(const SDKPropertyMap& record) {
-    return static_cast<std::size_t>(
-        std::count_if(record.begin(), record.end(),
-                      [](const auto& field) { return field.first < "27" || field.first > "32"; }));
 }
 
 std::set<std::string> Keys(const SDKContentMap& content) {
@@ -131,16 +119,11 @@ TEST(WinProviderDirectory, PathRulesOfBothPlatforms) {
 
 TEST(WinProviderDirectory, TableScoresNamesAndIcons) {
     WinProviderDirectory provider;
-    const SDKFieldSet fields = provider.GetFieldList();
-    ASSERT_EQ(fields.size(), 30u);
-    EXPECT_TRUE(fields.count("Directory") && fields.count("26") && fields.count("33"));
-
     ASSERT_EQ(Localizer::LoadTable(
                   R"({"$$$/Pelimar/Provider/WinDirectory/Column/ReadOnly": "Schreibgeschützt"})"),
               std::nullopt);
     auto labels = provider.GetFieldLabelList();
     Localizer::ClearTable();
-    ASSERT_EQ(labels.size(), 30u);
     EXPECT_EQ(labels[u"12"], u"Schreibgeschützt");
 
     Tessel::Test::TempDir dir;
@@ -148,14 +131,15 @@ TEST(WinProviderDirectory, TableScoresNamesAndIcons) {
     DirectoryContents contents(dir.longU16());
     const std::string folder = dir.longStr();
     const std::string root = Path::kNativePathStyle == PathStyle::Windows ? "\\\\?\\C:\\" : "/";
-    for (const std::string& path : {folder, root})
-        EXPECT_EQ(provider.CanProvideFor(path, {}, contents, {}), 30) << path;
-    for (const std::string& path : {folder + kSeparator, folder + kSeparator + "file.txt",
+    const std::string file = folder + kSeparator + "file.txt";
+    for (const std::string& path : {folder, root, folder + kSeparator, file,
                                     folder + kSeparator + "missing", std::string("relative")})
-        EXPECT_EQ(provider.CanProvideFor(path, {}, contents, {}), 0) << path;
+        EXPECT_EQ(provider.CanProvideFor(path, {}, contents, {}),
+                  path == folder || path == root ? 30 : 0)
+            << path;
 
     // Thumbnails are file icons, square, fitting the box's smaller side.
-    for (const std::string& path : {folder + kSeparator + "file.txt", root}) {
+    for (const std::string& path : {file, root}) {
         PelPixHandle icon = provider.GetThumbnail(path, "", {}, 64, 100, nullptr);
         ASSERT_NE(icon, nullptr) << path;
         EXPECT_EQ(pelpixGetWidth(icon), ChooseIconSize(64, 256));
@@ -175,9 +159,7 @@ TEST(WinProviderDirectory, NamesAndPathsOnlyMakeNoStatsAndAbortKeepsWhatWasGathe
         dir.MakeDir("folder-" + std::to_string(i));
     WinProviderDirectory provider;
     const SDKFieldSet cheap{"Name", "Path", "ExtraPath", "02", "Directory", "13", "18", "33"};
-
     const std::string folder = dir.longStr();
-
     std::uint64_t before = Platform::EntryStatCount();
     EXPECT_EQ(List(provider, folder, cheap).size(), 50u);
     EXPECT_EQ(Platform::EntryStatCount() - before, 0u);
@@ -185,11 +167,8 @@ TEST(WinProviderDirectory, NamesAndPathsOnlyMakeNoStatsAndAbortKeepsWhatWasGathe
     // An attribute costs POSIX a stat per entry; Windows has it in the find record.
     before = Platform::EntryStatCount();
     EXPECT_EQ(List(provider, folder, {"Name", "12"}).size(), 50u);
-    if (Path::kNativePathStyle == PathStyle::Posix) {
-        EXPECT_GE(Platform::EntryStatCount() - before, 50u);
-    } else {
-        EXPECT_EQ(Platform::EntryStatCount() - before, 0u);
-    }
+    const std::uint64_t stats = Platform::EntryStatCount() - before;
+    EXPECT_TRUE(Path::kNativePathStyle == PathStyle::Posix ? stats >= 50 : stats == 0) << stats;
 
     auto request = ProviderContentRequest::CreateClassRef();
     // Aborted while the records are made: the first one was made.
@@ -210,7 +189,7 @@ TEST(WinProviderDirectory, VanishingFolderIsReported) {
     provider.SetGetContentUnavailableCallback(std::make_shared<ContentUnavailableCallback>(
         [&](const std::u16string& path) { unavailable.push_back(path); }));
 
-    // Removed while it is listed (between reading and the end of the listing).
+    // Removed between reading and the end of the listing, then listed again.
     provider.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>(
         [&](const std::u16string&, double) { fs::remove_all(dir.path() / "folder"); }));
     EXPECT_TRUE(List(provider, folder, {"Name"}).empty());
@@ -239,9 +218,8 @@ TEST(WinProviderDirectory, FavoritesMenu) {
     EXPECT_TRUE(menu.Entries().empty());
     wrapper->PostProcessContextMenu(menu, {file}, {{}});
     ASSERT_EQ(menu.Entries().size(), 1u);
-    EXPECT_EQ(menu.Entries()[0].id, 31012);
     EXPECT_EQ(menu.Entries()[0].label, u"Add to Favorites");
-    EXPECT_FALSE(menu.Entries()[0].enabled);
+    EXPECT_FALSE(menu.Entries()[0].enabled) << "no folder selected";
     Menu withFolder;
     wrapper->PostProcessContextMenu(withFolder, {file, folder}, {{}, {}});
     EXPECT_TRUE(withFolder.Entries().at(0).enabled);
@@ -267,8 +245,6 @@ public:
         std::error_code ignored;
         fs::remove_all(Path(), ignored);
     }
-    DriveFolder(const DriveFolder&) = delete;
-    DriveFolder& operator=(const DriveFolder&) = delete;
 
     const std::string& Name() const { return mName; }
     fs::path Path() const { return fs::path("C:\\") / mName; }
@@ -309,19 +285,14 @@ TEST(WinProviderDirectory, AttributeShortNameDateAndPathColumnsButNoHiddenOrSyst
     ASSERT_TRUE(SetFileAttributesW(system.c_str(), FILE_ATTRIBUTE_SYSTEM));
     ASSERT_TRUE(SetFileAttributesW(hiddenFolder.c_str(), FILE_ATTRIBUTE_HIDDEN));
     ASSERT_TRUE(SetFileAttributesW(hiddenLink.c_str(), FILE_ATTRIBUTE_HIDDEN));
-    // 2024-03-05 09:07:02.045 UTC as the last write.
-    const std::int64_t writeTime = 1709629622045000;
-    {
-        const std::uint64_t ticks = static_cast<std::uint64_t>(writeTime) * 10 + 116444736000000000;
-        const FILETIME write{static_cast<DWORD>(ticks & 0xFFFFFFFFu),
-                             static_cast<DWORD>(ticks >> 32)};
-        const HANDLE file =
-            CreateFileW((dir.path() / "sub").c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
-                        OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-        ASSERT_NE(file, INVALID_HANDLE_VALUE);
-        EXPECT_TRUE(SetFileTime(file, nullptr, nullptr, &write));
-        CloseHandle(file);
-    }
+    const std::int64_t writeTime = 1709629622045000;  // 2024-03-05 09:07:02.045 UTC
+    const std::uint64_t ticks = static_cast<std::uint64_t>(writeTime) * 10 + 116444736000000000;
+    const FILETIME write{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    const HANDLE handle = CreateFileW((dir.path() / "sub").c_str(), FILE_WRITE_ATTRIBUTES, 0,
+                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    ASSERT_NE(handle, INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(SetFileTime(handle, nullptr, nullptr, &write));
+    CloseHandle(handle);
 
     const std::string base = folder + "\\";
     const std::set<std::string> expected{base + "a rather long name.text", base + "locked.txt",
@@ -331,34 +302,22 @@ TEST(WinProviderDirectory, AttributeShortNameDateAndPathColumnsButNoHiddenOrSyst
     for (const auto& [key, record] : none)
         EXPECT_TRUE(record.empty()) << key;
 
-    // The two columns alone, and Hidden alone.
-    const SDKContentMap letters = List(provider, folder, {"03", "12"});
-    EXPECT_EQ(Text(letters.at(base + "locked.txt"), "03"), "A");
-    EXPECT_EQ(Text(letters.at(base + "locked.txt"), "12"), "R");
-    EXPECT_EQ(letters.at(base + "locked.txt").size(), 2u);
+    // Two attribute columns alone, and Hidden alone.
+    const SDKPropertyMap letters = List(provider, folder, {"03", "12"}).at(base + "locked.txt");
+    EXPECT_EQ(Text(letters, "03") + Text(letters, "12"), "AR");
+    EXPECT_EQ(letters.size(), 2u);
     EXPECT_EQ(Text(List(provider, folder, {"08"}).at(base + "locked.txt"), "08"), "");
 
     const SDKContentMap all = List(provider, folder, provider.GetFieldList());
     ASSERT_EQ(Keys(all), expected);
     const SDKPropertyMap& file = all.at(base + "locked.txt");
-    EXPECT_EQ(NonMetadataColumns(file), 24u);
-    const std::map<std::string, std::string> expectedText{
-        {"Name", "locked.txt"},
-        {"Path", base + "locked.txt"},
-        {"02", dir.str() + "\\locked.txt"},  // without the long-path prefix
-        {"ExtraPath", ""},
-        {"03", "A"},
-        {"12", "R"},
-        {"08", ""},
-        {"15", ""},
-        {"05", ""},
-        {"09", ""},  // archive and read-only are set, so the file is not "normal"
-        {"Directory", ""},
-        {"13", ""},
-        {"18", ""},  // "locked.txt" fits 8.3 and has no alias
-        {"33", ""}};
-    for (const auto& [key, text] : expectedText)
-        EXPECT_EQ(Text(file, key), text) << key;
+    // "02" has no long-path prefix; the file is not "Normal" (09) with archive and read-only
+    // set; "locked.txt" fits 8.3 and has no alias (18).
+    std::string shown;
+    for (const char* key : {"Name", "Path", "02", "ExtraPath", "03", "12", "09", "Directory", "18"})
+        shown += std::string(key) + "=" + Text(file, key) + ";";
+    EXPECT_EQ(shown, "Name=locked.txt;Path=" + base + "locked.txt;02=" + dir.str() +
+                         "\\locked.txt;ExtraPath=;03=A;12=R;09=;Directory=;18=;");
     EXPECT_EQ(file.at("26"), any_regular_t(Provider::ByteSize_t(5)));
     for (const char* key : {"CreationDate", "20", "21"})
         EXPECT_TRUE(IsDateText(Text(file, key))) << key << ": " << Text(file, key);
@@ -368,7 +327,6 @@ TEST(WinProviderDirectory, AttributeShortNameDateAndPathColumnsButNoHiddenOrSyst
     EXPECT_EQ(Text(sub, "03"), "");
     EXPECT_EQ(sub.at("26"), any_regular_t(Provider::ByteSize_t(0)));
     EXPECT_EQ(Text(sub, "21"), Platform::FormatLocalTime(writeTime));
-    EXPECT_EQ(Text(sub, "21").substr(16), ":02.045");
 
     // Wine makes aliases like "A_RA~UZ3.TEX", NTFS like "ARATHE~1.TEX".
     const std::string alias = Text(all.at(base + "a rather long name.text"), "18");
@@ -433,9 +391,8 @@ TEST(WinProviderDirectory, ShortcutsAreListedUnderTheirTargets) {
     EXPECT_EQ(here, onWorker);
 
     const SDKPropertyMap& shared = here.at(share);
-    EXPECT_EQ(Text(shared, "Name"), "folder");
-    EXPECT_EQ(Text(shared, "Path"), share);
-    EXPECT_EQ(Text(shared, "02"), "\\\\server\\share\\folder");
+    EXPECT_EQ(Text(shared, "Name") + "|" + Text(shared, "Path") + "|" + Text(shared, "02"),
+              "folder|" + share + "|\\\\server\\share\\folder");
     EXPECT_EQ(Text(shared, "Directory"), "");  // the entry itself is the link file
     EXPECT_EQ(Text(here.at(local), "Name"), "target folder");
     EXPECT_EQ(Text(here.at(local), "02"), elsewhere.string());
@@ -478,11 +435,9 @@ TEST(WinProviderDirectory, ListsEntriesButNeverHiddenOnesFifosOrSockets) {
     ASSERT_EQ(Keys(all), expected);
 
     const SDKPropertyMap& file = all.at(base + "b.txt");
-    EXPECT_EQ(NonMetadataColumns(file), 24u);
     const std::map<std::string, std::string> expectedText{
-        {"Name", "b.txt"}, {"Path", base + "b.txt"}, {"02", base + "b.txt"}, {"ExtraPath", ""},
-        {"18", ""},        {"Directory", ""},        {"09", "Normal"},       {"08", ""},
-        {"33", ""}};
+        {"Name", "b.txt"}, {"Path", base + "b.txt"}, {"02", base + "b.txt"},
+        {"18", ""},        {"Directory", ""},        {"09", "Normal"}};
     for (const auto& [key, text] : expectedText)
         EXPECT_EQ(Text(file, key), text) << key;
     EXPECT_EQ(file.at("26"), any_regular_t(Provider::ByteSize_t(5)));
@@ -522,11 +477,10 @@ TEST(WinProviderDirectory, AttributeSizeDateAndLockHolderColumns) {
         List(provider, dir.str(),
              {"03", "08", "09", "12", "14", "CreationDate", "20", "21", "26", "33"});
 
+    // No DOS attributes here (03, 08); read-only is not "Normal" (09).
     const SDKPropertyMap& locked = content.at(base + "read-only.txt");
-    EXPECT_EQ(Text(locked, "12"), "R");
-    EXPECT_EQ(Text(locked, "03"), "");  // no DOS attributes on this file system
-    EXPECT_EQ(Text(locked, "08"), "");
-    EXPECT_EQ(Text(locked, "09"), "");  // read-only is not normal
+    EXPECT_EQ(Text(locked, "12") + Text(locked, "03") + Text(locked, "08") + Text(locked, "09"),
+              "R");
     EXPECT_EQ(Text(content.at(base + "dated.txt"), "12"), "");
 
     struct stat info {};
@@ -541,7 +495,6 @@ TEST(WinProviderDirectory, AttributeSizeDateAndLockHolderColumns) {
     EXPECT_EQ(record.at("26"), any_regular_t(Provider::ByteSize_t(12345)));
     EXPECT_EQ(Text(record, "20"), Platform::FormatLocalTime(accessTime));
     EXPECT_EQ(Text(record, "21"), Platform::FormatLocalTime(writeTime));
-    EXPECT_TRUE(IsDateText(Text(record, "21"))) << Text(record, "21");
     const std::string created = Text(record, "CreationDate");
     EXPECT_TRUE(created.empty() || IsDateText(created)) << created;
 
@@ -565,9 +518,8 @@ TEST(WinProviderDirectory, NameNotInUtf8OpensThroughTheHostSide) {
     ASSERT_TRUE(content.count(file));
     EXPECT_EQ(content[file][kPathField], any_regular_t(file));
     EXPECT_EQ(content[file][kNameField], any_regular_t(std::u16string(u"caf\xDCE9.txt")));
-    std::ifstream opened(Path::ToNative(file));
     std::string text;
-    std::getline(opened, text);
+    std::getline(std::ifstream(Path::ToNative(file)), text);
     EXPECT_EQ(text, "latin-1");
 
     const std::u16string folder = dir.u16() + u"/d\xDCFF";
@@ -635,7 +587,7 @@ TEST(WinProviderDirectory, PathsNearAndBeyondTheSystemLimit) {
     EXPECT_EQ(provider.CanProvideFor(beyond, {}, contents, {}), 0);
     EXPECT_TRUE(List(provider, beyond, {"Name"}).empty());
 
-    // Removed step by step too: a whole-path removal would fail beyond the limit.
+    // Removed step by step: a whole-path removal would fail beyond the limit.
     unlinkat(chain.back(), component.c_str(), AT_REMOVEDIR);
     unlinkat(chain.back(), "leaf", 0);
     for (std::size_t i = chain.size() - 1; i > 0; --i) {

@@ -20,6 +20,9 @@
 namespace Tessel {
 namespace {
 
+namespace T = Tessel::Test;
+constexpr T::Rgba kRed{255, 0, 0, 255};
+
 class ArtworkThumbnailTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -27,25 +30,18 @@ protected:
         while (MainThread::RunPending() != 0) {
         }
         mLive = pelpixLiveCount();
-        // A wide red picture, an SVG circle, and files that only pretend.
-        const auto red = Tessel::Test::MakePicture(40, 20, [](std::uint32_t, std::uint32_t) {
-            return Tessel::Test::Rgba{255, 0, 0, 255};
-        });
-        Write("wide.png", Tessel::Test::WritePng(red, false));
+        // A wide red picture, an SVG circle with its rendering beside it (which Windows, having
+        // no SVG renderer, draws), and files that only pretend.
+        Write("wide.png",
+              T::WritePng(T::MakePicture(40, 20, [](auto, auto) { return kRed; }), false));
         Write("circle.svg",
               "<svg xmlns='http://www.w3.org/2000/svg' width='64' height='64'>"
               "<circle cx='32' cy='32' r='32' fill='#00ff00'/></svg>");
-        // The circle's rendering beside it, which Windows, having no SVG renderer, draws.
-        Write("circle.png",
-              Tessel::Test::WritePng(
-                  Tessel::Test::MakePicture(64, 64,
-                                            [](std::uint32_t x, std::uint32_t y) {
-                                                const double dx = x + 0.5 - 32, dy = y + 0.5 - 32;
-                                                return dx * dx + dy * dy < 32 * 32
-                                                           ? Tessel::Test::Rgba{0, 255, 0, 255}
-                                                           : Tessel::Test::Rgba{0, 0, 0, 0};
-                                            }),
-                  true));
+        const auto circle = [](std::uint32_t x, std::uint32_t y) {
+            const double dx = x + 0.5 - 32, dy = y + 0.5 - 32;
+            return dx * dx + dy * dy < 32 * 32 ? T::Rgba{0, 255, 0, 255} : T::Rgba{0, 0, 0, 0};
+        };
+        Write("circle.png", T::WritePng(T::MakePicture(64, 64, circle), true));
         Write("broken.png", std::string_view("\x89PNG\r\n\x1a\nnot really"));
         Write("broken.svg", "<svg xmlns='http://www.w3.org/2000/svg' width='64'");
     }
@@ -59,7 +55,7 @@ protected:
     void Write(const std::string& name, std::string_view bytes) {
         std::ofstream(mDir.path() / name, std::ios::binary) << bytes;
     }
-    void Write(const std::string& name, const Tessel::Test::Bytes& bytes) {
+    void Write(const std::string& name, const T::Bytes& bytes) {
         Write(name, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
     }
     std::u16string PathOf(const std::string& name) const {
@@ -72,12 +68,12 @@ protected:
         return frame;
     }
 
-    Tessel::Test::TempDir mDir;
+    T::TempDir mDir;
     ImageProvider mImages;
     std::int64_t mLive = 0;
 };
 
-TEST_F(ArtworkThumbnailTest, FitsCentresAndHonoursThePixelAspectRatio) {
+TEST_F(ArtworkThumbnailTest, FitsCentresHonoursThePixelAspectRatioAndRefusesBadFiles) {
     // 40x20 into 80x80: drawn 80x40, rows 20 to 59 from the top, the rest clear.
     MF::IVideoFrameRef frame = Frame(RenderPNGToThumbnail(PathOf("wide.png"), 80, 80, mImages));
     ASSERT_TRUE(frame);
@@ -112,9 +108,8 @@ TEST_F(ArtworkThumbnailTest, FitsCentresAndHonoursThePixelAspectRatio) {
     ASSERT_TRUE(frame);
     EXPECT_EQ(frame->GetPixelBGRA(32, 32), 0xFF00FF00u);
     EXPECT_EQ(frame->GetPixelBGRA(6, 32), 0u);
-}
 
-TEST_F(ArtworkThumbnailTest, ResourcesBadFilesAndMissingOnes) {
+    // The host's resources by name; bad files and missing ones draw nothing.
     ImageResources::Setup();
     for (const char16_t* name : {u"REDVideoThumb.png", u"VideoColored"}) {
         PelPixHandle buffer = RenderSVGToThumbnail(name, 48, 48, mImages);

@@ -94,18 +94,14 @@ struct IconCheck {
 };
 IconCheck Inspect(PelPixHandle icon, std::uint32_t size) {
     IconCheck check;
-    if (!icon)
-        return check;
-    check.square = pelpixGetWidth(icon) == size && pelpixGetHeight(icon) == size;
-    {
+    check.square = icon && pelpixGetWidth(icon) == size && pelpixGetHeight(icon) == size;
+    if (check.square) {
         PelPixLock lock(icon);
-        for (std::uint32_t row = 0; check.square && row < size; ++row) {
-            const std::uint8_t* pixels = lock.Row(row);
-            check.pixels.insert(check.pixels.end(), pixels, pixels + size * 4);
-            for (std::uint32_t x = 0; x < size; ++x)
-                check.visible += pixels[x * 4 + 3] != 0;
-        }
+        for (std::uint32_t row = 0; row < size; ++row)
+            check.pixels.insert(check.pixels.end(), lock.Row(row), lock.Row(row) + size * 4);
     }
+    for (std::size_t i = 3; i < check.pixels.size(); i += 4)
+        check.visible += check.pixels[i] != 0;
     pelpixDispose(icon);
     return check;
 }
@@ -204,15 +200,8 @@ TEST(FileIconThumbnail, ShellIconsOfFoldersFilesMissingPathsAndDrives) {
 TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
     ImageResources::Setup();
     for (const char* name :
-         {"ContainsVideoThumb.png", "CinemaDNGThumb.png", "ArriThumb.png", "REDVideoThumb.png"}) {
-        const auto resource = ImageResources::Find("PNG", name);
-        ASSERT_TRUE(resource) << name;
-        const std::vector<std::uint8_t> bytes(resource->bytes.begin(), resource->bytes.end());
-        PelPixHandle picture = RenderThumbnail(bytes, 0, 0);
-        ASSERT_NE(picture, nullptr) << name;
-        EXPECT_EQ(pelpixGetWidth(picture), 256u) << name;
-        pelpixDispose(picture);
-    }
+         {"ContainsVideoThumb.png", "CinemaDNGThumb.png", "ArriThumb.png", "REDVideoThumb.png"})
+        EXPECT_TRUE(ImageResources::Find("PNG", name)) << name;
     const auto card = ImageResources::FindById(Artwork::kCameraCardResourceId);
     ASSERT_TRUE(card);
     EXPECT_EQ(card->type, "PNG");
@@ -222,21 +211,18 @@ TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
         std::string_view(reinterpret_cast<const char*>(video->bytes.data()), video->bytes.size())
             .find("<svg"),
         std::string_view::npos);
-    for (const Artwork::EmbeddedFile& file : Artwork::AllFiles()) {
+    for (const Artwork::EmbeddedFile& file : Artwork::AllFiles())
         EXPECT_FALSE(file.bytes.empty()) << file.name;
-    }
     // Every SVG picture comes with its PNG rendering at its natural size, which Windows
     // draws instead.
     for (const std::string name : {"ContainsVideoThumb", "CinemaDNGThumb", "ArriThumb",
                                    "REDVideoThumb", "CameraCardThumb", "VideoColored"}) {
-        ASSERT_TRUE(Artwork::Find(name + ".svg")) << name;
+        EXPECT_TRUE(Artwork::Find(name + ".svg")) << name;
         const auto png = Artwork::Find(name + ".png");
         ASSERT_TRUE(png) << name;
         PelPixHandle picture =
             RenderThumbnail(std::vector<std::uint8_t>(png->begin(), png->end()), 0, 0);
-        ASSERT_NE(picture, nullptr) << name;
-        EXPECT_EQ(pelpixGetWidth(picture), 256u) << name;
-        EXPECT_EQ(pelpixGetHeight(picture), 256u) << name;
+        EXPECT_TRUE(pelpixGetWidth(picture) == 256u && pelpixGetHeight(picture) == 256u) << name;
         pelpixDispose(picture);
     }
     ImageResources::Release();
