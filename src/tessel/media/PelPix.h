@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include <tessel/platform/Export.h>
 
@@ -43,6 +44,13 @@ TESSEL_API void pelpixSetPixelAspectRatio(PelPixHandle handle, double ratio);
 
 // Number of buffers alive in the process (to check that everything made was disposed).
 TESSEL_API std::int64_t pelpixLiveCount();
+
+// The owner of a buffer inside the library: disposes of it (handle and cell) when it goes.
+// Raw handles appear only where the API hands a buffer over.
+struct PelPixDisposer {
+    void operator()(PelPixHandle handle) const { pelpixDispose(handle); }
+};
+using OwnedPelPix = std::unique_ptr<PelPix*, PelPixDisposer>;
 
 // Locks a buffer for the life of the object.
 class PelPixLock {

@@ -33,7 +33,7 @@ class [[nodiscard]] Status {
 public:
     // Ok.
     Status() = default;
-    Status(StatusCode code, std::string message) : code_(code), message_(std::move(message)) {}
+    Status(StatusCode code, std::string message) : mCode(code), mMessage(std::move(message)) {}
 
     static Status Ok() { return {}; }
     // An operating-system error number, mapped onto the codes above; the message is
@@ -52,21 +52,21 @@ public:
         return {code, what + ": " + std::generic_category().message(error)};
     }
 
-    bool IsOk() const { return code_ == StatusCode::kOk; }
-    StatusCode Code() const { return code_; }
+    bool IsOk() const { return mCode == StatusCode::kOk; }
+    StatusCode Code() const { return mCode; }
     // Empty when ok.
-    const std::string& Message() const { return message_; }
+    const std::string& Message() const { return mMessage; }
 
     // Marks a status as deliberately not looked at (best-effort clean-up).
     void Ignore() const {}
 
     friend bool operator==(const Status& a, const Status& b) {
-        return a.code_ == b.code_ && a.message_ == b.message_;
+        return a.mCode == b.mCode && a.mMessage == b.mMessage;
     }
 
 private:
-    StatusCode code_ = StatusCode::kOk;
-    std::string message_;
+    StatusCode mCode = StatusCode::kOk;
+    std::string mMessage;
 };
 
 }  // namespace Tessel
