@@ -59,7 +59,7 @@ $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMP
     -DTESSEL_BUILD_BENCH=OFF))
 
 .PHONY: deps build run check test asan tsan bench install consumer consumer-install \
-    consumer-cmake consumer-pkg-config fuzz format clean windows test-windows
+    consumer-cmake consumer-pkg-config fuzz format format-check clean windows test-windows
 
 deps:
 	@scripts/install-deps
@@ -76,7 +76,7 @@ check: build
 
 # Every suite in turn; the last line printed is the total "N passed, N failed".
 test: deps
-	@scripts/test-all check consumer-cmake consumer-pkg-config asan tsan test-windows
+	@scripts/test-all format-check check consumer-cmake consumer-pkg-config asan tsan test-windows
 
 asan: deps $(ASAN)/build.ninja
 	$(CMAKE) --build $(ASAN) -j $(JOBS)
@@ -171,11 +171,16 @@ windows: deps
 test-windows: windows
 	$(CTEST) --test-dir $(WINDOWS) --output-on-failure -j $(JOBS)
 
-format:
-	@command -v clang-format >/dev/null || \
-	    { echo "format: clang-format is not installed (apt-get install clang-format)" >&2; exit 1; }
-	find src apps tests bench fuzz -type f \( -name '*.h' -o -name '*.cpp' \) -print0 | \
-	    xargs -0 -r clang-format -i
+# The sources clang-format looks after.
+FORMAT_SOURCES = find src apps tests bench fuzz -type f \( -name '*.h' -o -name '*.cpp' \) -print0
+
+format: deps
+	$(FORMAT_SOURCES) | xargs -0 -r clang-format -i
+
+# Fails, naming each file and line, when a source is not laid out as .clang-format says.
+format-check: deps
+	$(FORMAT_SOURCES) | xargs -0 -r clang-format --dry-run -Werror
+	@echo "format-check: every source is formatted"
 
 clean:
 	rm -rf $(BUILD)

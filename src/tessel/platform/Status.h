@@ -42,12 +42,19 @@ public:
         StatusCode code = StatusCode::kIOError;
         switch (error) {
             case ENOENT:
-            case ENOTDIR: code = StatusCode::kNotFound; break;
+            case ENOTDIR:
+                code = StatusCode::kNotFound;
+                break;
             case EACCES:
-            case EPERM: code = StatusCode::kPermissionDenied; break;
+            case EPERM:
+                code = StatusCode::kPermissionDenied;
+                break;
             case EINVAL:
-            case ENAMETOOLONG: code = StatusCode::kInvalidArgument; break;
-            default: break;
+            case ENAMETOOLONG:
+                code = StatusCode::kInvalidArgument;
+                break;
+            default:
+                break;
         }
         return {code, what + ": " + std::generic_category().message(error)};
     }
