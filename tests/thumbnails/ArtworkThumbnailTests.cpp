@@ -1,19 +1,27 @@
-// The host's PNG and SVG artwork drawn into buffers on the main thread, whichever thread
-// asks, and a main thread that never runs the drawing.
+// The library's artwork and resources folder, and the host's PNG and SVG artwork drawn into
+// buffers on the main thread, whichever thread asks, and a main thread that never runs the
+// drawing.
 #include <tessel/thumbnails/ArtworkThumbnail.h>
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <filesystem>
 #include <thread>
+#include <tuple>
 
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/media/ImageResources.h>
 #include <tessel/media/VideoFrame.h>
+#include <tessel/thumbnails/Artwork.h>
+#include <tessel/thumbnails/RenderThumbnail.h>
+#include <tessel/thumbnails/Resources.h>
 
 #include "ImageWriters.h"
+#include "support/Environment.h"
 #include "support/TempDir.h"
 
 namespace Tessel {
@@ -65,35 +73,32 @@ protected:
 };
 
 TEST_F(ArtworkThumbnailTest, FitsCentresHonoursThePixelAspectRatioAndRefusesBadFiles) {
-    // 40x20 into 80x80: drawn 80x40, rows 20 to 59 from the top, the rest clear.
-    MF::IVideoFrameRef frame = Draw("wide.png", 80, 80);
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(std::pair(frame->GetWidth(), frame->GetHeight()), std::pair(80u, 80u));
-    EXPECT_EQ(frame->GetPixelBGRA(0, 19), 0u);
-    EXPECT_EQ(frame->GetPixelBGRA(0, 20), 0xFFFF0000u);
-    EXPECT_EQ(frame->GetPixelBGRA(79, 59), 0xFFFF0000u);
-    EXPECT_EQ(frame->GetPixelBGRA(40, 60), 0u);
-    // On pixels twice as wide the picture is square in pixels and fills the box.
-    frame = Draw("wide.png", 80, 80, 2.0);
-    ASSERT_TRUE(frame);
-    EXPECT_DOUBLE_EQ(frame->GetPixelAspectRatio(), 2.0);
-    EXPECT_EQ(frame->GetPixelBGRA(0, 0), 0xFFFF0000u);
-    EXPECT_EQ(frame->GetPixelBGRA(79, 79), 0xFFFF0000u);
-    // 0 keeps the picture's own size.
-    frame = Draw("wide.png", 0, 0);
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(std::pair(frame->GetWidth(), frame->GetHeight()), std::pair(40u, 20u));
-    // An SVG circle into a wide box: centred horizontally, corners clear; on squeezed pixels
-    // drawn half as wide.
-    frame = Draw("circle.svg", 128, 64);
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetPixelBGRA(64, 32), 0xFF00FF00u);
-    EXPECT_EQ(frame->GetPixelBGRA(10, 32), 0u);
-    EXPECT_EQ(frame->GetPixelBGRA(36, 4) >> 24, 0u);  // outside the circle
-    frame = Draw("circle.svg", 64, 64, 2.0);
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetPixelBGRA(32, 32), 0xFF00FF00u);
-    EXPECT_EQ(frame->GetPixelBGRA(6, 32), 0u);
+    // 40x20 into 80x80 is drawn 80x40, rows 20 to 59 from the top; on pixels twice as wide
+    // the picture is square in pixels and fills the box; 0 keeps the picture's own size. An
+    // SVG circle in a wide box is centred, its corners clear; on squeezed pixels drawn half as
+    // wide.
+    constexpr std::uint32_t kRed = 0xFFFF0000u, kGreen = 0xFF00FF00u;
+    const struct {
+        const char* name;
+        std::uint32_t width, height;
+        double aspect;
+        std::uint32_t frameWidth, frameHeight;
+        std::vector<std::array<std::uint32_t, 3>> pixels;  // x, y from the top, BGRA
+    } cases[] = {
+        {"wide.png", 80, 80, 1, 80, 80, {{0, 19, 0}, {0, 20, kRed}, {79, 59, kRed}, {40, 60, 0}}},
+        {"wide.png", 80, 80, 2, 80, 80, {{0, 0, kRed}, {79, 79, kRed}}},
+        {"wide.png", 0, 0, 1, 40, 20, {}},
+        {"circle.svg", 128, 64, 1, 128, 64, {{64, 32, kGreen}, {10, 32, 0}, {36, 4, 0}}},
+        {"circle.svg", 64, 64, 2, 64, 64, {{32, 32, kGreen}, {6, 32, 0}}}};
+    for (const auto& c : cases) {
+        const MF::IVideoFrameRef frame = Draw(c.name, c.width, c.height, c.aspect);
+        ASSERT_TRUE(frame) << c.name;
+        EXPECT_EQ(std::tuple(frame->GetWidth(), frame->GetHeight(), frame->GetPixelAspectRatio()),
+                  std::tuple(c.frameWidth, c.frameHeight, c.aspect))
+            << c.name;
+        for (const auto& [x, y, bgra] : c.pixels)
+            EXPECT_EQ(frame->GetPixelBGRA(x, y), bgra) << c.name << " at " << x << "," << y;
+    }
 
     // The host's resources by name; bad files and missing ones draw nothing.
     ImageResources::Setup();
@@ -126,6 +131,49 @@ TEST_F(ArtworkThumbnailTest, WorkersWaitForTheMainThreadButNotForever) {
     bool none = false;
     std::thread([&] { none = !Draw("wide.png", 32, 32); }).join();
     EXPECT_TRUE(none);
+}
+
+// Every picture comes as SVG with its PNG rendering at its natural size, which Windows draws
+// instead; the camera-card picture is also a numbered resource.
+TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
+    for (const Artwork::EmbeddedFile& file : Artwork::AllFiles()) {
+        const std::string name = file.name;
+        if (!name.ends_with(".png"))
+            continue;
+        EXPECT_TRUE(Artwork::Find(name.substr(0, name.size() - 4) + ".svg")) << name;
+        const OwnedPelPix picture(
+            RenderThumbnail(T::Bytes(file.bytes.begin(), file.bytes.end()), 0, 0));
+        ASSERT_TRUE(picture) << name;
+        EXPECT_EQ(std::pair(pelpixGetWidth(picture.get()), pelpixGetHeight(picture.get())),
+                  std::pair(256u, 256u))
+            << name;
+    }
+    ImageResources::Setup();
+    EXPECT_TRUE(ImageResources::FindById(Artwork::kCameraCardResourceId));
+    ImageResources::Release();
+}
+
+TEST(Resources, OverridesInOrderThenTheLibrarysOwnFolder) {
+    Settings::Reset(kSettingResourcesFolder);
+    Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "");
+    // Uninstalled, the library finds the build tree's copy, with the provider pictures in it.
+    const std::string found = GetResourcesFolder();
+    ASSERT_FALSE(found.empty());
+    EXPECT_NE(found.back(), '/');
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::path(found) / "PNG" /
+                                                 "REDVideoThumb.png"));
+
+    // The environment replaces it, the settings database replaces both; neither is checked.
+    // An empty value counts as no value.
+    Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "/from/environment");
+    EXPECT_EQ(GetResourcesFolder(), "/from/environment");
+    Settings::Set(kSettingResourcesFolder, std::string("/from/settings"));
+    EXPECT_EQ(GetResourcesFolder(), "/from/settings");
+    Settings::Set(kSettingResourcesFolder, std::string());
+    EXPECT_EQ(GetResourcesFolder(), "/from/environment");
+    Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "");
+    Settings::Reset(kSettingResourcesFolder);
+    EXPECT_EQ(GetResourcesFolder(), found);
 }
 
 }  // namespace

@@ -14,11 +14,8 @@
 #endif
 
 #include <tessel/foundation/Path.h>
-#include <tessel/media/ImageResources.h>
 #include <tessel/platform/FileDetails.h>
 #include <tessel/platform/FileIcons.h>
-#include <tessel/thumbnails/Artwork.h>
-#include <tessel/thumbnails/RenderThumbnail.h>
 
 #include "ImageWriters.h"
 #include "support/FileKinds.h"
@@ -218,30 +215,6 @@ TEST(FileIconThumbnail, DrawsTheIconInTheTopLeftOfABufferOfTheRequestedSize) {
         thread.join();
     EXPECT_EQ(drawn, 80);
     EXPECT_EQ(pelpixLiveCount(), live);
-}
-
-TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
-    ImageResources::Setup();
-    EXPECT_TRUE(ImageResources::Find("PNG", "REDVideoThumb.png"));
-    EXPECT_TRUE(ImageResources::Find("SVG", "VideoColored"));
-    const auto card = ImageResources::FindById(Artwork::kCameraCardResourceId);
-    ASSERT_TRUE(card);
-    EXPECT_EQ(card->type, "PNG");
-    ImageResources::Release();
-    // Every SVG picture comes with its PNG rendering at its natural size, which Windows
-    // draws instead.
-    for (const Artwork::EmbeddedFile& file : Artwork::AllFiles()) {
-        const std::string name = file.name;
-        if (!name.ends_with(".png"))
-            continue;
-        EXPECT_TRUE(Artwork::Find(name.substr(0, name.size() - 4) + ".svg")) << name;
-        const OwnedPelPix picture(
-            RenderThumbnail(std::vector<std::uint8_t>(file.bytes.begin(), file.bytes.end()), 0, 0));
-        ASSERT_TRUE(picture) << name;
-        EXPECT_EQ(std::pair(pelpixGetWidth(picture.get()), pelpixGetHeight(picture.get())),
-                  std::pair(256u, 256u))
-            << name;
-    }
 }
 
 }  // namespace

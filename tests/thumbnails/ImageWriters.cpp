@@ -130,28 +130,24 @@ Bytes WriteBmp8(std::uint32_t width, std::uint32_t height, const Bytes& indices,
 Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength) {
     Bytes out = {0, 0, static_cast<std::uint8_t>(runLength ? 10 : 2), 0, 0, 0, 0, 0};
     PutLe(out, 2, {0, 0, picture.width, picture.height});  // origin and size
-    out.push_back(static_cast<std::uint8_t>(bits));
-    out.push_back(static_cast<std::uint8_t>((bits == 32 ? 8 : 0) | (topDown ? 0x20 : 0)));
-    auto pixel = [&](std::uint32_t i) {
+    out.insert(out.end(),
+               {std::uint8_t(bits), std::uint8_t((bits / 4 & 8) | (topDown ? 0x20 : 0))});
+    const auto pixel = [&](std::uint32_t i) {
         const std::uint32_t row = i / picture.width;
-        const std::uint32_t y = topDown ? row : picture.height - 1 - row;
-        const Rgba& p = picture.at(i % picture.width, y);
-        Bytes bytes = {p.b, p.g, p.r};
-        if (bits == 32)
-            bytes.push_back(p.a);
+        const Rgba& p = picture.at(i % picture.width, topDown ? row : picture.height - 1 - row);
+        Bytes bytes{p.b, p.g, p.r, p.a};
+        bytes.resize(bits / 8);
         return bytes;
     };
-    const std::uint32_t count = picture.width * picture.height;
-    for (std::uint32_t i = 0; i < count;) {
-        // A run of equal pixels becomes a repeat packet, anything else a raw packet.
-        std::uint32_t run = 1;
-        while (runLength && i + run < count && run < 128 && pixel(i + run) == pixel(i))
+    // Runs of equal pixels become repeat packets, anything else single raw packets.
+    for (std::uint32_t i = 0, run = 1; i < picture.pixels.size(); i += run, run = 1) {
+        while (runLength && i + run < picture.pixels.size() && run < 128 &&
+               pixel(i + run) == pixel(i))
             ++run;
         if (runLength)
             out.push_back(static_cast<std::uint8_t>(run > 1 ? 0x80 | (run - 1) : 0));
         const Bytes p = pixel(i);
         out.insert(out.end(), p.begin(), p.end());
-        i += run;
     }
     return out;
 }
@@ -205,28 +201,23 @@ Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
 
 #if !defined(_WIN32)
 Bytes WriteJpeg(const Picture& picture, int quality, JpegKind kind) {
+    const auto k = static_cast<int>(kind);
+    constexpr int kChannels[] = {3, 3, 1, 4},
+                  kFormats[] = {TJPF_RGB, TJPF_RGB, TJPF_GRAY, TJPF_CMYK},
+                  kSampling[] = {TJSAMP_420, TJSAMP_420, TJSAMP_GRAY, TJSAMP_444};
     Bytes pixels;
     for (const Rgba& p : picture.pixels) {
         pixels.insert(pixels.end(), {p.r, p.g, p.b, p.a});
-        pixels.resize(pixels.size() - (kind == JpegKind::Gray   ? 3
-                                       : kind == JpegKind::Cmyk ? 0
-                                                                : 1));
+        pixels.resize(pixels.size() - 4 + kChannels[k]);
     }
-    const int format = kind == JpegKind::Gray   ? TJPF_GRAY
-                       : kind == JpegKind::Cmyk ? TJPF_CMYK
-                                                : TJPF_RGB;
-    const int sampling = kind == JpegKind::Gray   ? TJSAMP_GRAY
-                         : kind == JpegKind::Cmyk ? TJSAMP_444
-                                                  : TJSAMP_420;
     tjhandle handle = tjInitCompress();
     unsigned char* jpeg = nullptr;
     unsigned long size = 0;
-    const int result = tjCompress2(handle, pixels.data(), static_cast<int>(picture.width), 0,
-                                   static_cast<int>(picture.height), format, &jpeg, &size, sampling,
-                                   quality, kind == JpegKind::Progressive ? TJFLAG_PROGRESSIVE : 0);
-    Bytes out;
-    if (result == 0)
-        out.assign(jpeg, jpeg + size);
+    const int result =
+        tjCompress2(handle, pixels.data(), static_cast<int>(picture.width), 0,
+                    static_cast<int>(picture.height), kFormats[k], &jpeg, &size, kSampling[k],
+                    quality, kind == JpegKind::Progressive ? TJFLAG_PROGRESSIVE : 0);
+    const Bytes out = result == 0 ? Bytes(jpeg, jpeg + size) : Bytes();
     tjFree(jpeg);
     tjDestroy(handle);
     if (out.empty())
@@ -263,19 +254,14 @@ Rgba PixelAt(PelPixHandle buffer, std::uint32_t x, std::uint32_t row) {
     return Rgba{p[2], p[1], p[0], p[3]};
 }
 
-std::uint64_t Fingerprint(PelPixHandle buffer) {
-    std::uint64_t hash = 0xcbf29ce484222325ull;
-    const auto add = [&](std::uint8_t byte) { hash = (hash ^ byte) * 0x100000001b3ull; };
+Bytes PixelsOf(PelPixHandle buffer) {
     const std::uint32_t width = pelpixGetWidth(buffer), height = pelpixGetHeight(buffer);
-    for (int shift = 0; shift < 32; shift += 8) {
-        add(static_cast<std::uint8_t>(width >> shift));
-        add(static_cast<std::uint8_t>(height >> shift));
-    }
+    Bytes pixels = {std::uint8_t(width), std::uint8_t(width >> 8), std::uint8_t(height),
+                    std::uint8_t(height >> 8)};
     PelPixLock lock(buffer);
     for (std::uint32_t row = 0; row < height; ++row)
-        for (std::uint32_t i = 0; i < width * 4; ++i)
-            add(lock.Row(row)[i]);
-    return hash;
+        pixels.insert(pixels.end(), lock.Row(row), lock.Row(row) + width * 4);
+    return pixels;
 }
 
 }  // namespace Tessel::Test

@@ -1,6 +1,5 @@
-// Small encoders for test images, each format written byte by byte from its public layout
-// (PNG through zlib, JPEG through TurboJPEG) so that tests control every header field, and
-// readers of the buffers the library makes.
+// Test images written byte by byte from each format's public layout (PNG through zlib, JPEG
+// through TurboJPEG), so that tests control every header field; readers of buffers.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +22,7 @@ struct Rgba {
 // A picture in rows top-down.
 struct Picture {
     std::uint32_t width = 0, height = 0;
-    std::vector<Rgba> pixels;  // width * height
+    std::vector<Rgba> pixels;
     const Rgba& at(std::uint32_t x, std::uint32_t y) const { return pixels[y * width + x]; }
 };
 
@@ -37,35 +36,29 @@ Picture MakePicture(std::uint32_t width, std::uint32_t height, Function colour) 
     return picture;
 }
 
-// PNG from raw rows (no filter bytes; rows.size() / height bytes a row) with the given
-// header fields. PALETTE holds RGB triples; TRANSPARENCY becomes a tRNS chunk.
+// PNG of raw ROWS (no filter bytes, rows.size() / height bytes each) with these header
+// fields; PALETTE holds RGB triples, TRANSPARENCY becomes a tRNS chunk.
 Bytes WritePng(std::uint32_t width, std::uint32_t height, std::uint8_t bitDepth,
                std::uint8_t colorType, const Bytes& rows, const Bytes& palette = {},
                const Bytes& transparency = {});
-// 8-bit RGB or RGBA PNG of PICTURE.
-Bytes WritePng(const Picture& picture, bool alpha);
-// BMP of 24 bits (a 40-byte header) or 32 bits (a 108-byte one whose bit fields include
-// alpha), rows bottom-up or top-down (a negative height).
+Bytes WritePng(const Picture& picture, bool alpha);  // 8-bit RGB or RGBA
+// BMP of 24 bits (40-byte header) or 32 bits (108-byte header, alpha in the bit fields).
 Bytes WriteBmp(const Picture& picture, int bits = 24, bool topDown = false);
-// BMP, 8 bits paletted; INDICES top-down.
 Bytes WriteBmp8(std::uint32_t width, std::uint32_t height, const Bytes& indices,
                 const std::vector<Rgba>& palette);
-// TGA of 24 or 32 bits, bottom-up unless TOP_DOWN, raw or run-length packets.
 Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength);
-// GIF89a with a global palette and one image of INDICES (top-down); TRANSPARENT_INDEX adds
-// a graphic control extension naming it.
+// GIF89a, one image of INDICES; TRANSPARENT_INDEX adds a graphic control extension.
 Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
                const std::vector<Rgba>& palette,
                std::optional<std::uint8_t> transparentIndex = std::nullopt);
 #if !defined(_WIN32)
-// JPEG of PICTURE through TurboJPEG: 4:2:0 colour, baseline or progressive; one gray
-// component (the red channel); or CMYK 4:4:4 (R, G, B, A taken as C, M, Y, K).
+// 4:2:0 colour, baseline or progressive; one gray component (the red channel); or CMYK
+// 4:4:4 (R, G, B, A taken as C, M, Y, K).
 enum class JpegKind { Colour, Progressive, Gray, Cmyk };
 Bytes WriteJpeg(const Picture& picture, int quality, JpegKind kind = JpegKind::Colour);
 #endif
 
-// BYTES with WITH written at offset AT.
-Bytes Patch(Bytes bytes, std::size_t at, const Bytes& with);
+Bytes Patch(Bytes bytes, std::size_t at, const Bytes& with);  // WITH written at AT
 Bytes FromBase64(std::string_view text);
 inline std::string AsString(const Bytes& bytes) {
     return std::string(bytes.begin(), bytes.end());
@@ -73,7 +66,7 @@ inline std::string AsString(const Bytes& bytes) {
 
 // The pixel at column X of stored row ROW (0 = bottom) of BUFFER.
 Rgba PixelAt(PelPixHandle buffer, std::uint32_t x, std::uint32_t row);
-// FNV-1a over the size and every pixel byte of BUFFER.
-std::uint64_t Fingerprint(PelPixHandle buffer);
+// The size and the pixel bytes of BUFFER, row by row.
+Bytes PixelsOf(PelPixHandle buffer);
 
 }  // namespace Tessel::Test
