@@ -138,7 +138,12 @@ FileIconKind ClassifyFileIcon(const NativeString& path, const MountTableFiles& f
     };
     if (path.front() != '/')
         return byName();
-    const std::vector<MountInfo> mounts = ReadMountTable(files);
+    // The table alone tells network mounts; the device facts (labels, removable flags) cost
+    // reads under /dev and /sys and are fetched only for a mount root.
+    MountTableFiles tableOnly = files;
+    tableOnly.labelDirectory.clear();
+    tableOnly.blockDeviceDirectory.clear();
+    const std::vector<MountInfo> mounts = ReadMountTable(tableOnly);
     const auto onNetwork = [&](const std::string& at) {
         const MountInfo* mount = MountHolding(mounts, at);
         return mount && mount->isNetwork;
@@ -205,8 +210,12 @@ FileIconKind ClassifyFileIcon(const NativeString& path, const MountTableFiles& f
         return byName();
     if (mounts.empty())
         return IsMountRootByDevice(resolved, info) ? FileIconKind::Drive : FileIconKind::Folder;
-    const MountInfo* mount = MountHolding(mounts, resolved);
-    return mount && mount->mountPoint == resolved ? KindOfMount(*mount) : FileIconKind::Folder;
+    if (const MountInfo* mount = MountHolding(mounts, resolved);
+        !mount || mount->mountPoint != resolved)
+        return FileIconKind::Folder;
+    const std::vector<MountInfo> withDevices = ReadMountTable(files);
+    const MountInfo* mount = MountHolding(withDevices, resolved);
+    return mount && mount->mountPoint == resolved ? KindOfMount(*mount) : FileIconKind::Drive;
 }
 
 std::optional<ShellIcon> DrawShellIcon(const NativeString&, std::uint32_t, std::uint32_t) {
