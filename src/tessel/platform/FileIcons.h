@@ -49,7 +49,7 @@ struct ShellIcon {
 };
 
 // The largest canvas DrawShellIcon draws on (a side); larger ones give none.
-inline constexpr std::uint32_t kLargestShellIconCanvas = 4096;
+inline constexpr std::uint32_t kLargestShellIconCanvas = 1024;
 
 // The shell's icon of PATH from the system image list of LIST_SIZE (16, 32, 48 or 256; any
 // other size gives none), drawn at its own size into the top left corner of a clear canvas
