@@ -48,13 +48,6 @@ Picture EightColours() {
                              {10, 20, 30}, {40, 50, 60}, {70, 80, 90}, {200, 100, 0}};
     return MakePicture(4, 2, [=](std::uint32_t x, std::uint32_t y) { return colours[y * 4 + x]; });
 }
-// Flat quadrants, so that JPEG keeps each colour near its value away from the edges.
-Picture Quadrants(std::uint32_t width, std::uint32_t height) {
-    return MakePicture(width, height, [&](std::uint32_t x, std::uint32_t y) {
-        const bool right = x >= width / 2, bottom = y >= height / 2;
-        return bottom ? (right ? kWhite : kDark) : (right ? kGreen : kRed);
-    });
-}
 int Difference(const Rgba& a, const Rgba& b) {
     return std::max(
         {std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b), std::abs(a.a - b.a)});
@@ -179,6 +172,14 @@ TEST(DecodeImage, EveryFormatAndVariant) {
 }
 
 #if !defined(_WIN32)
+
+// Flat quadrants, so that JPEG keeps each colour near its value away from the edges.
+Picture Quadrants(std::uint32_t width, std::uint32_t height) {
+    return MakePicture(width, height, [&](std::uint32_t x, std::uint32_t y) {
+        const bool right = x >= width / 2, bottom = y >= height / 2;
+        return bottom ? (right ? kWhite : kDark) : (right ? kGreen : kRed);
+    });
+}
 
 TEST(DecodeImage, JpegVariantsAndReducedScaleGeometry) {
     // Print-work CMYK is stored inverted: no ink but magenta and yellow is red.
