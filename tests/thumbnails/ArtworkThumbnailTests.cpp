@@ -1,27 +1,33 @@
-// The host's PNG and SVG artwork drawn into buffers on the main thread, whichever thread
-// asks, and a main thread that never runs the drawing.
+// The library's artwork and resources folder, and the host's PNG and SVG artwork drawn into
+// buffers on the main thread, whichever thread asks, and a main thread that never runs the
+// drawing.
 #include <tessel/thumbnails/ArtworkThumbnail.h>
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
-#include <fstream>
+#include <filesystem>
 #include <thread>
+#include <tuple>
 
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/media/ImageResources.h>
 #include <tessel/media/VideoFrame.h>
+#include <tessel/thumbnails/Artwork.h>
+#include <tessel/thumbnails/RenderThumbnail.h>
+#include <tessel/thumbnails/Resources.h>
 
 #include "ImageWriters.h"
+#include "support/Environment.h"
 #include "support/TempDir.h"
 
 namespace Tessel {
 namespace {
 
 namespace T = Tessel::Test;
-constexpr T::Rgba kRed{255, 0, 0, 255};
 
 class ArtworkThumbnailTest : public ::testing::Test {
 protected:
@@ -32,18 +38,19 @@ protected:
         mLive = pelpixLiveCount();
         // A wide red picture, an SVG circle with its rendering beside it (which Windows, having
         // no SVG renderer, draws), and files that only pretend.
-        Write("wide.png",
-              T::WritePng(T::MakePicture(40, 20, [](auto, auto) { return kRed; }), false));
-        Write("circle.svg",
-              "<svg xmlns='http://www.w3.org/2000/svg' width='64' height='64'>"
-              "<circle cx='32' cy='32' r='32' fill='#00ff00'/></svg>");
         const auto circle = [](std::uint32_t x, std::uint32_t y) {
             const double dx = x + 0.5 - 32, dy = y + 0.5 - 32;
-            return dx * dx + dy * dy < 32 * 32 ? T::Rgba{0, 255, 0, 255} : T::Rgba{0, 0, 0, 0};
+            return dx * dx + dy * dy < 32 * 32 ? T::Rgba{0, 255, 0} : T::Rgba{0, 0, 0, 0};
         };
-        Write("circle.png", T::WritePng(T::MakePicture(64, 64, circle), true));
-        Write("broken.png", std::string_view("\x89PNG\r\n\x1a\nnot really"));
-        Write("broken.svg", "<svg xmlns='http://www.w3.org/2000/svg' width='64'");
+        const auto red = [](auto, auto) { return T::Rgba{255, 0, 0}; };
+        mDir.WriteFile("wide.png", T::AsString(T::WritePng(T::MakePicture(40, 20, red), false)));
+        mDir.WriteFile("circle.png",
+                       T::AsString(T::WritePng(T::MakePicture(64, 64, circle), true)));
+        mDir.WriteFile("circle.svg",
+                       "<svg xmlns='http://www.w3.org/2000/svg' width='64' height='64'>"
+                       "<circle cx='32' cy='32' r='32' fill='#00ff00'/></svg>");
+        mDir.WriteFile("broken.png", "\x89PNG\r\n\x1a\nnot really");
+        mDir.WriteFile("broken.svg", "<svg xmlns='http://www.w3.org/2000/svg' width='64'");
     }
     void TearDown() override {
         while (MainThread::RunPending() != 0) {
@@ -52,20 +59,12 @@ protected:
         mImages.Clear();
         EXPECT_EQ(pelpixLiveCount(), mLive);
     }
-    void Write(const std::string& name, std::string_view bytes) {
-        std::ofstream(mDir.path() / name, std::ios::binary) << bytes;
-    }
-    void Write(const std::string& name, const T::Bytes& bytes) {
-        Write(name, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-    }
-    std::u16string PathOf(const std::string& name) const {
-        return Utf8ToUtf16((mDir.path() / name).string());
-    }
-    // The frame of BUFFER; BUFFER is disposed.
-    static MF::IVideoFrameRef Frame(PelPixHandle buffer) {
-        MF::IVideoFrameRef frame = MF::CreateVideoFrameFromPelPix(buffer);
-        pelpixDispose(buffer);
-        return frame;
+    // The frame of the artwork NAME drawn into WIDTH x HEIGHT on pixels of PIXEL_ASPECT.
+    MF::IVideoFrameRef Draw(const std::string& name, std::uint32_t width, std::uint32_t height,
+                            double pixelAspect = 1.0) {
+        const OwnedPelPix buffer(RenderSVGToThumbnail(Utf8ToUtf16((mDir.path() / name).string()),
+                                                      width, height, mImages, pixelAspect));
+        return buffer ? MF::CreateVideoFrameFromPelPix(buffer.get()) : nullptr;
     }
 
     T::TempDir mDir;
@@ -74,52 +73,40 @@ protected:
 };
 
 TEST_F(ArtworkThumbnailTest, FitsCentresHonoursThePixelAspectRatioAndRefusesBadFiles) {
-    // 40x20 into 80x80: drawn 80x40, rows 20 to 59 from the top, the rest clear.
-    MF::IVideoFrameRef frame = Frame(RenderPNGToThumbnail(PathOf("wide.png"), 80, 80, mImages));
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetWidth(), 80u);
-    EXPECT_EQ(frame->GetHeight(), 80u);
-    EXPECT_EQ(frame->GetPixelBGRA(0, 19), 0u);
-    EXPECT_EQ(frame->GetPixelBGRA(0, 20), 0xFFFF0000u);
-    EXPECT_EQ(frame->GetPixelBGRA(79, 59), 0xFFFF0000u);
-    EXPECT_EQ(frame->GetPixelBGRA(40, 60), 0u);
-
-    // On pixels twice as wide the picture is square in pixels and fills the box.
-    frame = Frame(RenderPNGToThumbnail(PathOf("wide.png"), 80, 80, mImages, 2.0));
-    ASSERT_TRUE(frame);
-    EXPECT_DOUBLE_EQ(frame->GetPixelAspectRatio(), 2.0);
-    EXPECT_EQ(frame->GetPixelBGRA(0, 0), 0xFFFF0000u);
-    EXPECT_EQ(frame->GetPixelBGRA(79, 79), 0xFFFF0000u);
-
-    // 0 keeps the picture's own size.
-    frame = Frame(RenderPNGToThumbnail(PathOf("wide.png"), 0, 0, mImages));
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetWidth(), 40u);
-    EXPECT_EQ(frame->GetHeight(), 20u);
-
-    // An SVG circle into a wide box: centred horizontally, corners clear.
-    frame = Frame(RenderSVGToThumbnail(PathOf("circle.svg"), 128, 64, mImages));
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetPixelBGRA(64, 32), 0xFF00FF00u);
-    EXPECT_EQ(frame->GetPixelBGRA(10, 32), 0u);
-    EXPECT_EQ(frame->GetPixelBGRA(36, 4) >> 24, 0u);  // outside the circle
-    // Squeezed pixels: the circle is drawn half as wide.
-    frame = Frame(RenderSVGToThumbnail(PathOf("circle.svg"), 64, 64, mImages, 2.0));
-    ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetPixelBGRA(32, 32), 0xFF00FF00u);
-    EXPECT_EQ(frame->GetPixelBGRA(6, 32), 0u);
+    // 40x20 into 80x80 is drawn 80x40, rows 20 to 59 from the top; on pixels twice as wide
+    // the picture is square in pixels and fills the box; 0 keeps the picture's own size. An
+    // SVG circle in a wide box is centred, its corners clear; on squeezed pixels drawn half as
+    // wide.
+    constexpr std::uint32_t kRed = 0xFFFF0000u, kGreen = 0xFF00FF00u;
+    const struct {
+        const char* name;
+        std::uint32_t width, height;
+        double aspect;
+        std::uint32_t frameWidth, frameHeight;
+        std::vector<std::array<std::uint32_t, 3>> pixels;  // x, y from the top, BGRA
+    } cases[] = {
+        {"wide.png", 80, 80, 1, 80, 80, {{0, 19, 0}, {0, 20, kRed}, {79, 59, kRed}, {40, 60, 0}}},
+        {"wide.png", 80, 80, 2, 80, 80, {{0, 0, kRed}, {79, 79, kRed}}},
+        {"wide.png", 0, 0, 1, 40, 20, {}},
+        {"circle.svg", 128, 64, 1, 128, 64, {{64, 32, kGreen}, {10, 32, 0}, {36, 4, 0}}},
+        {"circle.svg", 64, 64, 2, 64, 64, {{32, 32, kGreen}, {6, 32, 0}}}};
+    for (const auto& c : cases) {
+        const MF::IVideoFrameRef frame = Draw(c.name, c.width, c.height, c.aspect);
+        ASSERT_TRUE(frame) << c.name;
+        EXPECT_EQ(std::tuple(frame->GetWidth(), frame->GetHeight(), frame->GetPixelAspectRatio()),
+                  std::tuple(c.frameWidth, c.frameHeight, c.aspect))
+            << c.name;
+        for (const auto& [x, y, bgra] : c.pixels)
+            EXPECT_EQ(frame->GetPixelBGRA(x, y), bgra) << c.name << " at " << x << "," << y;
+    }
 
     // The host's resources by name; bad files and missing ones draw nothing.
     ImageResources::Setup();
-    for (const char16_t* name : {u"REDVideoThumb.png", u"VideoColored"}) {
-        PelPixHandle buffer = RenderSVGToThumbnail(name, 48, 48, mImages);
-        ASSERT_NE(buffer, nullptr) << Utf16ToUtf8(name);
-        pelpixDispose(buffer);
-    }
+    for (const char16_t* name : {u"REDVideoThumb.png", u"VideoColored"})
+        EXPECT_TRUE(OwnedPelPix(RenderPNGToThumbnail(name, 48, 48, mImages))) << Utf16ToUtf8(name);
     ImageResources::Release();
-    EXPECT_EQ(RenderPNGToThumbnail(PathOf("broken.png"), 32, 32, mImages), nullptr);
-    EXPECT_EQ(RenderSVGToThumbnail(PathOf("broken.svg"), 32, 32, mImages), nullptr);
-    EXPECT_EQ(RenderPNGToThumbnail(PathOf("missing.png"), 32, 32, mImages), nullptr);
+    for (const char* name : {"broken.png", "broken.svg", "missing.png"})
+        EXPECT_FALSE(Draw(name, 32, 32)) << name;
     EXPECT_EQ(RenderPNGToThumbnail(u"", 32, 32, mImages), nullptr);
     EXPECT_EQ(ImageProvider::Decode({}), nullptr);
 }
@@ -129,11 +116,7 @@ TEST_F(ArtworkThumbnailTest, WorkersWaitForTheMainThreadButNotForever) {
     std::vector<std::thread> workers;
     for (int i = 0; i < 3; ++i)
         workers.emplace_back([&, i] {
-            PelPixHandle buffer = i % 2
-                                      ? RenderSVGToThumbnail(PathOf("circle.svg"), 32, 32, mImages)
-                                      : RenderPNGToThumbnail(PathOf("wide.png"), 32, 32, mImages);
-            drawn += buffer != nullptr;
-            pelpixDispose(buffer);
+            drawn += Draw(i % 2 ? "circle.svg" : "wide.png", 32, 32) ? 1 : 0;
             ++finished;
         });
     EXPECT_TRUE(MainThread::RunUntil([&] { return finished == 3; }, std::chrono::seconds(60)));
@@ -141,13 +124,56 @@ TEST_F(ArtworkThumbnailTest, WorkersWaitForTheMainThreadButNotForever) {
         worker.join();
     EXPECT_EQ(drawn, 3);
 
-    // A main thread that never pumps costs the limit, not a hang.
+    // A main thread that never pumps costs the limit, not a hang. The posted drawing is
+    // cancelled, or, had it started, disposed: nothing leaks when the main thread gets round
+    // to it (TearDown checks the live count).
     Settings::Set(kSettingMainThreadWaitMilliseconds, any_regular_t(std::int64_t{30}));
-    PelPixHandle buffer = reinterpret_cast<PelPixHandle>(1);
-    std::thread([&] { buffer = RenderPNGToThumbnail(PathOf("wide.png"), 32, 32, mImages); }).join();
-    EXPECT_EQ(buffer, nullptr);
-    // The posted drawing is cancelled, or, had it started, disposed: nothing leaks when the
-    // main thread gets round to it (TearDown checks the live count).
+    bool none = false;
+    std::thread([&] { none = !Draw("wide.png", 32, 32); }).join();
+    EXPECT_TRUE(none);
+}
+
+// Every picture comes as SVG with its PNG rendering at its natural size, which Windows draws
+// instead; the camera-card picture is also a numbered resource.
+TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
+    for (const Artwork::EmbeddedFile& file : Artwork::AllFiles()) {
+        const std::string name = file.name;
+        if (!name.ends_with(".png"))
+            continue;
+        EXPECT_TRUE(Artwork::Find(name.substr(0, name.size() - 4) + ".svg")) << name;
+        const OwnedPelPix picture(
+            RenderThumbnail(T::Bytes(file.bytes.begin(), file.bytes.end()), 0, 0));
+        ASSERT_TRUE(picture) << name;
+        EXPECT_EQ(std::pair(pelpixGetWidth(picture.get()), pelpixGetHeight(picture.get())),
+                  std::pair(256u, 256u))
+            << name;
+    }
+    ImageResources::Setup();
+    EXPECT_TRUE(ImageResources::FindById(Artwork::kCameraCardResourceId));
+    ImageResources::Release();
+}
+
+TEST(Resources, OverridesInOrderThenTheLibrarysOwnFolder) {
+    Settings::Reset(kSettingResourcesFolder);
+    Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "");
+    // Uninstalled, the library finds the build tree's copy, with the provider pictures in it.
+    const std::string found = GetResourcesFolder();
+    ASSERT_FALSE(found.empty());
+    EXPECT_NE(found.back(), '/');
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::path(found) / "PNG" /
+                                                 "REDVideoThumb.png"));
+
+    // The environment replaces it, the settings database replaces both; neither is checked.
+    // An empty value counts as no value.
+    Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "/from/environment");
+    EXPECT_EQ(GetResourcesFolder(), "/from/environment");
+    Settings::Set(kSettingResourcesFolder, std::string("/from/settings"));
+    EXPECT_EQ(GetResourcesFolder(), "/from/settings");
+    Settings::Set(kSettingResourcesFolder, std::string());
+    EXPECT_EQ(GetResourcesFolder(), "/from/environment");
+    Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "");
+    Settings::Reset(kSettingResourcesFolder);
+    EXPECT_EQ(GetResourcesFolder(), found);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// Icon thumbnails: the size rule, what kind of icon a path gets, and the drawn pixels (the
-// library's own drawings on POSIX, the shell's icons on Windows).
+// Icon thumbnails: the size rule, what kind of icon a path gets (and that nothing on a
+// network mount is looked at), and the drawn pixels (the library's own drawings on POSIX,
+// the shell's icons on Windows).
 #include <tessel/thumbnails/FileIconThumbnail.h>
 
 #include <gtest/gtest.h>
@@ -13,57 +14,52 @@
 #endif
 
 #include <tessel/foundation/Path.h>
-#include <tessel/media/ImageResources.h>
-#include <tessel/media/VideoFrame.h>
+#include <tessel/platform/FileDetails.h>
 #include <tessel/platform/FileIcons.h>
-#include <tessel/thumbnails/Artwork.h>
-#include <tessel/thumbnails/RenderThumbnail.h>
 
+#include "ImageWriters.h"
 #include "support/FileKinds.h"
 #include "support/TempDir.h"
 
 namespace Tessel {
 namespace {
 
+namespace fs = std::filesystem;
 using Platform::FileIconKind;
+using Tessel::Test::PixelAt;
 
 TEST(FileIconThumbnail, SizeRule) {
-    struct Case {
-        std::uint32_t requested, largest, expected;
-    };
-    const Case cases[] = {
-        {0, 0, 256},   {0, 48, 48},    {0, 100, 48},  {1, 0, 16},
-        {16, 0, 16},   {24, 0, 16},  // a tie between 16 and 32 goes to the smaller
-        {25, 0, 32},   {40, 0, 32},    {41, 0, 48},   {152, 0, 48},  // tie between 48 and 256
-        {153, 0, 256}, {4000, 0, 256}, {256, 32, 32}, {256, 40, 32},
-        {256, 41, 48}, {256, 1, 16},   {48, 256, 48},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(ChooseIconSize(c.requested, c.largest), c.expected)
-            << c.requested << " with largest " << c.largest;
+    // Requested size, largest size; the buffer's side and the icon drawn in it.
+    const std::uint32_t cases[][4] = {
+        {0, 0, 256, 256},   {0, 48, 48, 48},      {0, 100, 100, 48}, {1, 0, 1, 16},
+        {16, 0, 16, 16},    {24, 0, 24, 16},  // a tie between 16 and 32 goes to the smaller
+        {25, 0, 25, 32},    {40, 0, 40, 32},      {41, 0, 41, 48},   {64, 256, 64, 48},
+        {152, 0, 152, 48},  // a tie between 48 and 256
+        {153, 0, 153, 256}, {4000, 0, 4000, 256}, {256, 32, 32, 32}, {256, 41, 41, 48},
+        {256, 1, 1, 16}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(IconThumbnailSize(c[0], c[1]), c[2]) << c[0] << " with largest " << c[1];
+        EXPECT_EQ(ChooseIconSize(c[0], c[1]), c[3]) << c[0] << " with largest " << c[1];
     }
 }
 
 TEST(FileIconThumbnail, KindsOfPaths) {
     Tessel::Test::TempDir dir;
     dir.MakeDir("Footage");
-    for (const char* name :
-         {"clip.MXF", "take.wav", "notes.txt", "frame.0001.dpx", ".hidden", "no-extension"})
+    for (const char* name : {"clip.MXF", "frame.0001.dpx", ".hidden"})
         dir.WriteFile(name);
     const std::pair<const char*, FileIconKind> cases[] = {
-        {"Footage", FileIconKind::Folder},       {"clip.MXF", FileIconKind::Video},
-        {"take.wav", FileIconKind::Audio},       {"notes.txt", FileIconKind::Document},
-        {"frame.0001.dpx", FileIconKind::Image}, {".hidden", FileIconKind::File},
-        {"no-extension", FileIconKind::File},    {"missing.jpg", FileIconKind::Image},
+        {"Footage", FileIconKind::Folder},
+        {"clip.MXF", FileIconKind::Video},
+        {"frame.0001.dpx", FileIconKind::Image},
+        {".hidden", FileIconKind::File},
+        {"missing.jpg", FileIconKind::Image},
         {"missing", FileIconKind::File},
-    };
+        {"a.", FileIconKind::File},
+        {"x.verylongextension", FileIconKind::File}};
     for (const auto& [name, expected] : cases)
         EXPECT_EQ(Platform::ClassifyFileIcon((dir.path() / name).native()), expected) << name;
     EXPECT_EQ(Platform::ClassifyFileIcon({}), FileIconKind::File);
-    EXPECT_EQ(Platform::FileIconKindForName("a."), FileIconKind::File);
-    EXPECT_EQ(Platform::FileIconKindForName("A.JPEG"), FileIconKind::Image);
-    EXPECT_EQ(Platform::FileIconKindForName("x.verylongextension"), FileIconKind::File);
-
 #if defined(_WIN32)
     wchar_t system[MAX_PATH] = {};
     ASSERT_GT(GetSystemDirectoryW(system, MAX_PATH), 2u);
@@ -73,159 +69,150 @@ TEST(FileIconThumbnail, KindsOfPaths) {
 #else
     // Names that are not UTF-8, and a FIFO, which is classified by its name, never opened.
     dir.WriteFile("name\xff\xfe.mov");
-    EXPECT_EQ(Platform::ClassifyFileIcon((dir.path() / "name\xff\xfe.mov").native()),
-              FileIconKind::Video);
+    EXPECT_EQ(Platform::ClassifyFileIcon(dir.str() + "/name\xff\xfe.mov"), FileIconKind::Video);
     ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "pipe.mp4"));
     Tessel::Test::FifoReaderWatch watch(dir.path() / "pipe.mp4");
-    EXPECT_EQ(Platform::ClassifyFileIcon((dir.path() / "pipe.mp4").native()), FileIconKind::Video);
+    EXPECT_EQ(Platform::ClassifyFileIcon(dir.str() + "/pipe.mp4"), FileIconKind::Video);
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
-    const FileIconKind root = Platform::ClassifyFileIcon("/");
-    EXPECT_TRUE(root == FileIconKind::Drive || root == FileIconKind::RemovableDrive ||
-                root == FileIconKind::NetworkShare);
 #endif
 }
 
-// An icon's pixels, whether its buffer is square of SIZE, and how many of its pixels are not
-// fully transparent. ICON is disposed.
+#if defined(__linux__)
+// A machine whose mount table holds a local disk, a CD and a network share in the test's
+// folder. The share's folder exists and holds a folder named like a video: a path that
+// were stat'ed would show as a folder, one told by its name shows as a video.
+TEST(FileIconThumbnail, NothingOnANetworkMountIsStatted) {
+    Tessel::Test::TempDir dir;
+    const std::string base = dir.str();
+    for (const char* folder : {"disk", "cdrom", "Footage", "share/clip.mov", "share/Card"})
+        dir.MakeDir(folder);
+    fs::create_symlink("share/clip.mov", dir.path() / "link.mov");
+    fs::create_symlink(dir.path() / "Footage", dir.path() / "to-footage");
+    fs::create_symlink("loop-b", dir.path() / "loop-a");
+    fs::create_symlink("loop-a", dir.path() / "loop-b");
+    std::string table = "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
+    for (const char* mount : {"disk rw - ext4 /dev/sdb1", "cdrom ro - iso9660 /dev/sr0",
+                              "share rw - cifs //server/media"})
+        table += std::to_string(table.size()) + " 22 8:2 / " + base + "/" + mount + " rw\n";
+    Platform::MountTableFiles files;
+    files.mountTable = dir.WriteFile("mountinfo", table).native();
+    files.fstab.clear();
+    files.labelDirectory = files.blockDeviceDirectory = (dir.path() / "none").native();
+
+    const std::uint64_t statsBefore = Platform::EntryStatCount();
+    const std::pair<const char*, FileIconKind> unexamined[] = {
+        {"/share", FileIconKind::NetworkShare},
+        {"/share/", FileIconKind::NetworkShare},
+        {"/share/clip.mov", FileIconKind::Video},
+        {"/share/Card", FileIconKind::File},
+        {"/share/Card/", FileIconKind::Folder},
+        {"//share/./missing/x.wav", FileIconKind::Audio},
+        {"/Footage/../share/clip.mov/..", FileIconKind::NetworkShare}};
+    for (const auto& [path, expected] : unexamined)
+        EXPECT_EQ(Platform::ClassifyFileIcon(base + path, files), expected) << path;
+    EXPECT_EQ(Platform::ClassifyFileIcon("share/Card/", files), FileIconKind::Folder)
+        << "a relative path is told by its name";
+    EXPECT_EQ(Platform::EntryStatCount(), statsBefore) << "a path on the share was examined";
+
+    // Reaching the share through a link, the walk stops at its edge. Elsewhere the file
+    // system decides, the mount table naming the roots.
+    const std::pair<const char*, FileIconKind> walked[] = {
+        {"/link.mov", FileIconKind::Video},
+        {"/disk", FileIconKind::Drive},
+        {"/cdrom/", FileIconKind::RemovableDrive},
+        {"/Footage", FileIconKind::Folder},
+        {"/to-footage", FileIconKind::Folder},
+        {"/disk/../Footage/.", FileIconKind::Folder},
+        {"/loop-a", FileIconKind::File}};
+    for (const auto& [path, expected] : walked)
+        EXPECT_EQ(Platform::ClassifyFileIcon(base + path, files), expected) << path;
+    EXPECT_EQ(Platform::ClassifyFileIcon("/", files), FileIconKind::Drive);
+}
+#endif
+
+// Whether ICON is a square of SIZE with something drawn in the top left square of
+// DRAWN_SIZE and nothing outside it, and its pixels (stored rows from the bottom).
 struct IconCheck {
-    bool square = false;
-    std::size_t visible = 0;
+    bool square = false, visible = false, clearOutside = true;
     std::vector<std::uint8_t> pixels;
 };
-IconCheck Inspect(PelPixHandle icon, std::uint32_t size) {
+IconCheck Inspect(PelPixHandle icon, std::uint32_t size, std::uint32_t drawnSize) {
+    const OwnedPelPix owned(icon);
     IconCheck check;
     check.square = icon && pelpixGetWidth(icon) == size && pelpixGetHeight(icon) == size;
-    if (check.square) {
-        PelPixLock lock(icon);
-        for (std::uint32_t row = 0; row < size; ++row)
-            check.pixels.insert(check.pixels.end(), lock.Row(row), lock.Row(row) + size * 4);
-    }
-    for (std::size_t i = 3; i < check.pixels.size(); i += 4)
-        check.visible += check.pixels[i] != 0;
-    pelpixDispose(icon);
+    for (std::uint32_t row = 0; check.square && row < size; ++row)
+        for (std::uint32_t x = 0; x < size; ++x) {
+            const Tessel::Test::Rgba p = PixelAt(icon, x, row);
+            check.pixels.insert(check.pixels.end(), {p.b, p.g, p.r, p.a});
+            const bool inside = x < drawnSize && row + drawnSize >= size;
+            check.visible = check.visible || (inside && p.a != 0);
+            check.clearOutside =
+                check.clearOutside && (inside || p == Tessel::Test::Rgba{0, 0, 0, 0});
+        }
     return check;
 }
 
-TEST(FileIconThumbnail, DrawsSquareIconsOfTheChosenSizeFromManyThreads) {
+// Folders, files, missing paths (whose icons come from their names, or on Windows from the
+// attributes alone), a drive root, long-path and unnormalised forms: each in a square of the
+// requested size, the icon in its top left corner.
+TEST(FileIconThumbnail, DrawsTheIconInTheTopLeftOfABufferOfTheRequestedSize) {
     Tessel::Test::TempDir dir;
     dir.MakeDir("Footage");
+    dir.WriteFile("a.mov", "not really a movie");
+    dir.WriteFile("b.wav");
     const std::int64_t live = pelpixLiveCount();
-
-    for (std::uint32_t size : {16u, 32u, 48u, 256u}) {
-        PelPixHandle icon = RenderFileIconThumbnail(dir.str(), "Footage", size, 256);
-        ASSERT_NE(icon, nullptr) << size;
-#if !defined(_WIN32)
-        // The library's folder drawing fills the middle and leaves the corners clear.
-        MF::IVideoFrameRef frame = MF::CreateVideoFrameFromPelPix(icon);
-        ASSERT_TRUE(frame);
-        EXPECT_EQ(frame->GetPixelBGRA(size / 2, size / 2) >> 24, 255u) << size;
-        EXPECT_EQ(frame->GetPixelBGRA(0, 0) >> 24, 0u) << size;
+    const std::string folder = dir.longStr(), separator(1, static_cast<char>(Path::kSeparator));
+#if defined(_WIN32)
+    wchar_t system[MAX_PATH] = {};
+    ASSERT_GT(GetSystemDirectoryW(system, MAX_PATH), 2u);
+    const std::string root = Path::FromNativeUtf8(std::wstring(system, 3));  // "C:\"
+#else
+    const std::string root = "/";
 #endif
-        const IconCheck check = Inspect(icon, size);
-        EXPECT_TRUE(check.square) << size;
-        EXPECT_GT(check.visible, 0u) << size;
-    }
-    // An empty file part is the directory itself; a trailing separator is not doubled.
-    const std::string separator(1, static_cast<char>(Path::kSeparator));
-    PelPixHandle self =
-        RenderFileIconThumbnail(dir.str() + separator + "Footage" + separator, "", 100, 0);
-    ASSERT_NE(self, nullptr);
-    EXPECT_EQ(pelpixGetWidth(self), 48u);
-    pelpixDispose(self);
+    const std::pair<std::string, std::string> paths[] = {
+        {folder, "Footage"},
+        {folder, "a.mov"},
+        {folder, "missing.txt"},
+        {folder, "missing-dir" + separator},
+        {root, ""},
+        {dir.str(), "a.mov"},
+        {folder + separator + "." + separator + "Footage" + separator + "..", "a.mov"},
+        {folder + separator + "Footage" + separator, ""}};
+    for (const auto& [directory, file] : paths)
+        for (const std::uint32_t size : {0u, 16u, 30u, 48u, 64u, 200u, 300u}) {
+            const IconCheck check = Inspect(RenderFileIconThumbnail(directory, file, size, 0),
+                                            IconThumbnailSize(size, 0), ChooseIconSize(size, 0));
+            EXPECT_TRUE(check.square && check.visible && check.clearOutside)
+                << directory << " " << file << " " << size;
+        }
+    // A folder and a file look different; a missing file looks like an existing one of its
+    // type. The provider's largest size caps the request; a size past the largest canvas, or
+    // no path, gives nothing.
+    const IconCheck folderIcon = Inspect(RenderFileIconThumbnail(folder, "Footage", 0, 32), 32, 32);
+    const IconCheck fileIcon = Inspect(RenderFileIconThumbnail(folder, "a.mov", 0, 32), 32, 32);
+    const IconCheck missing = Inspect(RenderFileIconThumbnail(folder, "other.mov", 0, 32), 32, 32);
+    EXPECT_TRUE(folderIcon.square && fileIcon.square);
+    EXPECT_NE(folderIcon.pixels, fileIcon.pixels);
+    EXPECT_EQ(missing.pixels, fileIcon.pixels);
+    const std::uint32_t tooLarge = Platform::kLargestShellIconCanvas + 1;
+    EXPECT_EQ(RenderFileIconThumbnail(folder, "Footage", tooLarge, 0), nullptr);
     EXPECT_EQ(RenderFileIconThumbnail("", "", 32, 0), nullptr);
 
     // Many threads at once.
-    dir.WriteFile("a.mov");
-    dir.WriteFile("b.wav");
     std::vector<std::thread> threads;
     std::atomic<int> drawn{0};
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
-            for (int i = 0; i < 20; ++i) {
-                PelPixHandle icon = RenderFileIconThumbnail(
-                    dir.str(), (i + t) % 2 ? "a.mov" : "b.wav", (i % 4) * 20u, 0);
-                drawn += icon != nullptr;
-                pelpixDispose(icon);
-            }
+            for (std::uint32_t i = 0; i < 20; ++i)
+                drawn += OwnedPelPix(RenderFileIconThumbnail(
+                             folder, (i + t) % 2 ? "a.mov" : "b.wav", i % 4 * 20, 0))
+                             ? 1
+                             : 0;
         });
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(drawn, 80);
     EXPECT_EQ(pelpixLiveCount(), live);
-}
-
-#if defined(_WIN32)
-// The shell's icons: a folder, a file, a missing file (its icon comes from the attributes
-// alone), a drive root and a long-path form, each in a buffer of the chosen list's size
-// with something drawn in it.
-TEST(FileIconThumbnail, ShellIconsOfFoldersFilesMissingPathsAndDrives) {
-    Tessel::Test::TempDir dir;
-    dir.MakeDir("Footage");
-    dir.WriteFile("clip.mov", "not really a movie");
-    wchar_t system[MAX_PATH] = {};
-    ASSERT_GT(GetSystemDirectoryW(system, MAX_PATH), 2u);
-    const std::string drive = Path::FromNativeUtf8(std::wstring(system, 3));  // "C:\"
-    const std::string folder = dir.str();
-    const struct {
-        std::string directory, file;
-    } paths[] = {
-        {folder, "Footage"},
-        {folder, "clip.mov"},
-        {folder, "missing.txt"},
-        {folder, "missing-dir\\"},
-        {drive, ""},
-        {"\\\\?\\" + folder, "clip.mov"},
-        {folder + "\\.\\Footage\\..", "clip.mov"},
-    };
-    for (const auto& path : paths) {
-        for (const std::uint32_t requested : {0u, 16u, 30u, 48u, 200u}) {
-            const std::uint32_t size = ChooseIconSize(requested, 256);
-            const IconCheck check =
-                Inspect(RenderFileIconThumbnail(path.directory, path.file, requested, 256), size);
-            EXPECT_TRUE(check.square) << path.directory << " " << path.file << " " << requested;
-            EXPECT_GT(check.visible, 0u) << path.directory << " " << path.file << " " << requested;
-        }
-    }
-    // A folder and a file look different; a missing file looks like an existing one of its
-    // type. The largest size the provider supports caps the request.
-    const IconCheck folderIcon = Inspect(RenderFileIconThumbnail(folder, "Footage", 0, 32), 32);
-    const IconCheck fileIcon = Inspect(RenderFileIconThumbnail(folder, "clip.mov", 0, 32), 32);
-    const IconCheck missing = Inspect(RenderFileIconThumbnail(folder, "other.mov", 0, 32), 32);
-    EXPECT_TRUE(folderIcon.square);
-    EXPECT_NE(folderIcon.pixels, fileIcon.pixels);
-    EXPECT_EQ(missing.pixels, fileIcon.pixels);
-}
-#endif
-
-TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
-    ImageResources::Setup();
-    for (const char* name :
-         {"ContainsVideoThumb.png", "CinemaDNGThumb.png", "ArriThumb.png", "REDVideoThumb.png"})
-        EXPECT_TRUE(ImageResources::Find("PNG", name)) << name;
-    const auto card = ImageResources::FindById(Artwork::kCameraCardResourceId);
-    ASSERT_TRUE(card);
-    EXPECT_EQ(card->type, "PNG");
-    const auto video = ImageResources::Find("SVG", "VideoColored");
-    ASSERT_TRUE(video);
-    EXPECT_NE(
-        std::string_view(reinterpret_cast<const char*>(video->bytes.data()), video->bytes.size())
-            .find("<svg"),
-        std::string_view::npos);
-    for (const Artwork::EmbeddedFile& file : Artwork::AllFiles())
-        EXPECT_FALSE(file.bytes.empty()) << file.name;
-    // Every SVG picture comes with its PNG rendering at its natural size, which Windows
-    // draws instead.
-    for (const std::string name : {"ContainsVideoThumb", "CinemaDNGThumb", "ArriThumb",
-                                   "REDVideoThumb", "CameraCardThumb", "VideoColored"}) {
-        EXPECT_TRUE(Artwork::Find(name + ".svg")) << name;
-        const auto png = Artwork::Find(name + ".png");
-        ASSERT_TRUE(png) << name;
-        PelPixHandle picture =
-            RenderThumbnail(std::vector<std::uint8_t>(png->begin(), png->end()), 0, 0);
-        EXPECT_TRUE(pelpixGetWidth(picture) == 256u && pelpixGetHeight(picture) == 256u) << name;
-        pelpixDispose(picture);
-    }
-    ImageResources::Release();
 }
 
 }  // namespace

@@ -3,10 +3,8 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <cstring>
 #include <initializer_list>
 #include <stdexcept>
-#include <string_view>
 
 #if !defined(_WIN32)
 #include <turbojpeg.h>
@@ -34,6 +32,18 @@ void PutPngChunk(Bytes& out, std::string_view type, const Bytes& data) {
     out.insert(out.end(), data.begin(), data.end());
     const uLong crc = crc32(0, out.data() + start, static_cast<uInt>(out.size() - start));
     Put32Be(out, static_cast<std::uint32_t>(crc));
+}
+
+Bytes BmpHeaders(std::uint32_t width, std::int32_t height, std::uint32_t headerSize,
+                 std::uint16_t bitCount, std::uint32_t compression, std::uint32_t paletteBytes,
+                 std::uint32_t pixelBytes) {
+    Bytes out = {'B', 'M'};
+    const std::uint32_t offset = 14 + headerSize + paletteBytes;
+    PutLe(out, 4,
+          {offset + pixelBytes, 0, offset, headerSize, width, static_cast<std::uint32_t>(height)});
+    PutLe(out, 2, {1, bitCount});
+    PutLe(out, 4, {compression, pixelBytes, 2835, 2835, paletteBytes / 4, 0});  // 72 dpi
+    return out;
 }
 
 }  // namespace
@@ -80,49 +90,24 @@ Bytes WritePng(const Picture& picture, bool alpha) {
     return WritePng(picture.width, picture.height, 8, alpha ? 6 : 2, rows);
 }
 
-namespace {
-
-Bytes BmpHeaders(std::uint32_t width, std::int32_t height, std::uint32_t headerSize,
-                 std::uint16_t bitCount, std::uint32_t compression, std::uint32_t paletteBytes,
-                 std::uint32_t pixelBytes) {
-    Bytes out = {'B', 'M'};
-    const std::uint32_t offset = 14 + headerSize + paletteBytes;
-    PutLe(out, 4,
-          {offset + pixelBytes, 0, offset, headerSize, width, static_cast<std::uint32_t>(height)});
-    PutLe(out, 2, {1, bitCount});
-    PutLe(out, 4, {compression, pixelBytes, 2835, 2835, paletteBytes / 4, 0});  // 72 dpi
-    return out;
-}
-
-}  // namespace
-
-Bytes WriteBmp24(const Picture& picture, bool topDown) {
-    const std::uint32_t stride = (picture.width * 3 + 3) / 4 * 4;
+Bytes WriteBmp(const Picture& picture, int bits, bool topDown) {
+    const std::uint32_t bytes = bits / 8, stride = (picture.width * bytes + 3) / 4 * 4;
     const auto height = static_cast<std::int32_t>(picture.height);
-    Bytes out = BmpHeaders(picture.width, topDown ? -height : height, 40, 24, 0, 0,
+    Bytes out = BmpHeaders(picture.width, topDown ? -height : height, bits == 32 ? 108 : 40,
+                           static_cast<std::uint16_t>(bits), bits == 32 ? 3 : 0, 0,
                            stride * picture.height);
-    for (std::uint32_t row = 0; row < picture.height; ++row) {
-        const std::uint32_t y = topDown ? row : picture.height - 1 - row;
-        for (std::uint32_t x = 0; x < picture.width; ++x) {
-            const Rgba& p = picture.at(x, y);
-            out.insert(out.end(), {p.b, p.g, p.r});
-        }
-        out.resize(out.size() + stride - picture.width * 3, 0);
+    if (bits == 32) {
+        // Red, green, blue and alpha bit fields, 'sRGB', then end points and gamma.
+        PutLe(out, 4, {0x00FF0000, 0x0000FF00, 0x000000FF, 0xFF000000, 0x73524742});
+        out.resize(out.size() + 48, 0);
     }
-    return out;
-}
-
-Bytes WriteBmp32(const Picture& picture) {
-    Bytes out = BmpHeaders(picture.width, static_cast<std::int32_t>(picture.height), 108, 32,
-                           3 /* bit fields */, 0, picture.width * 4 * picture.height);
-    // Red, green, blue and alpha masks, then 'sRGB'.
-    PutLe(out, 4, {0x00FF0000, 0x0000FF00, 0x000000FF, 0xFF000000, 0x73524742});
-    out.resize(out.size() + 48, 0);  // end points and gamma
     for (std::uint32_t row = 0; row < picture.height; ++row) {
         for (std::uint32_t x = 0; x < picture.width; ++x) {
-            const Rgba& p = picture.at(x, picture.height - 1 - row);
+            const Rgba& p = picture.at(x, topDown ? row : picture.height - 1 - row);
             out.insert(out.end(), {p.b, p.g, p.r, p.a});
+            out.resize(out.size() + bytes - 4);
         }
+        out.resize(out.size() + stride - picture.width * bytes, 0);
     }
     return out;
 }
@@ -145,28 +130,24 @@ Bytes WriteBmp8(std::uint32_t width, std::uint32_t height, const Bytes& indices,
 Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength) {
     Bytes out = {0, 0, static_cast<std::uint8_t>(runLength ? 10 : 2), 0, 0, 0, 0, 0};
     PutLe(out, 2, {0, 0, picture.width, picture.height});  // origin and size
-    out.push_back(static_cast<std::uint8_t>(bits));
-    out.push_back(static_cast<std::uint8_t>((bits == 32 ? 8 : 0) | (topDown ? 0x20 : 0)));
-    auto pixel = [&](std::uint32_t i) {
+    out.insert(out.end(),
+               {std::uint8_t(bits), std::uint8_t((bits / 4 & 8) | (topDown ? 0x20 : 0))});
+    const auto pixel = [&](std::uint32_t i) {
         const std::uint32_t row = i / picture.width;
-        const std::uint32_t y = topDown ? row : picture.height - 1 - row;
-        const Rgba& p = picture.at(i % picture.width, y);
-        Bytes bytes = {p.b, p.g, p.r};
-        if (bits == 32)
-            bytes.push_back(p.a);
+        const Rgba& p = picture.at(i % picture.width, topDown ? row : picture.height - 1 - row);
+        Bytes bytes{p.b, p.g, p.r, p.a};
+        bytes.resize(bits / 8);
         return bytes;
     };
-    const std::uint32_t count = picture.width * picture.height;
-    for (std::uint32_t i = 0; i < count;) {
-        // A run of equal pixels becomes a repeat packet, anything else a raw packet.
-        std::uint32_t run = 1;
-        while (runLength && i + run < count && run < 128 && pixel(i + run) == pixel(i))
+    // Runs of equal pixels become repeat packets, anything else single raw packets.
+    for (std::uint32_t i = 0, run = 1; i < picture.pixels.size(); i += run, run = 1) {
+        while (runLength && i + run < picture.pixels.size() && run < 128 &&
+               pixel(i + run) == pixel(i))
             ++run;
         if (runLength)
             out.push_back(static_cast<std::uint8_t>(run > 1 ? 0x80 | (run - 1) : 0));
         const Bytes p = pixel(i);
         out.insert(out.end(), p.begin(), p.end());
-        i += run;
     }
     return out;
 }
@@ -190,37 +171,24 @@ Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
     PutLe(out, 2, {0, 0, width, height});
     out.push_back(0);  // no local table, not interlaced
 
-    // LZW without compression: every index is a literal code, and a clear code comes
-    // before the table would grow past the starting code size.
-    const unsigned minimumCodeSize = std::max(2u, tableBits);
-    const unsigned clear = 1u << minimumCodeSize;
-    const unsigned codeSize = minimumCodeSize + 1;
+    // LZW without compression: every index a literal code, and a clear code before the
+    // table would grow past the starting code size.
+    const unsigned minimumCodeSize = std::max(2u, tableBits), clear = 1u << minimumCodeSize;
     Bytes data;
-    std::uint32_t bitBuffer = 0;
-    unsigned bitCount = 0;
+    std::uint32_t bitBuffer = 0, bitCount = 0;
     auto emit = [&](unsigned code) {
         bitBuffer |= code << bitCount;
-        bitCount += codeSize;
-        while (bitCount >= 8) {
+        for (bitCount += minimumCodeSize + 1; bitCount >= 8; bitCount -= 8, bitBuffer >>= 8)
             data.push_back(static_cast<std::uint8_t>(bitBuffer));
-            bitBuffer >>= 8;
-            bitCount -= 8;
-        }
     };
-    const unsigned period = clear - 2;
-    unsigned sinceClear = period;
-    for (std::uint8_t index : indices) {
-        if (sinceClear == period) {
+    for (std::size_t i = 0; i < indices.size(); ++i) {
+        if (i % (clear - 2) == 0)
             emit(clear);
-            sinceClear = 0;
-        }
-        emit(index);
-        ++sinceClear;
+        emit(indices[i]);
     }
     emit(clear + 1);  // end of information
     if (bitCount > 0)
         data.push_back(static_cast<std::uint8_t>(bitBuffer));
-
     out.push_back(static_cast<std::uint8_t>(minimumCodeSize));
     for (std::size_t i = 0; i < data.size(); i += 255) {
         const std::size_t length = std::min<std::size_t>(255, data.size() - i);
@@ -232,48 +200,68 @@ Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
 }
 
 #if !defined(_WIN32)
-
-namespace {
-
-Bytes Compress(const unsigned char* pixels, std::uint32_t width, std::uint32_t height,
-               int pixelFormat, int subsampling, int quality, int flags = 0) {
+Bytes WriteJpeg(const Picture& picture, int quality, JpegKind kind) {
+    const auto k = static_cast<int>(kind);
+    constexpr int kChannels[] = {3, 3, 1, 4},
+                  kFormats[] = {TJPF_RGB, TJPF_RGB, TJPF_GRAY, TJPF_CMYK},
+                  kSampling[] = {TJSAMP_420, TJSAMP_420, TJSAMP_GRAY, TJSAMP_444};
+    Bytes pixels;
+    for (const Rgba& p : picture.pixels) {
+        pixels.insert(pixels.end(), {p.r, p.g, p.b, p.a});
+        pixels.resize(pixels.size() - 4 + kChannels[k]);
+    }
     tjhandle handle = tjInitCompress();
     unsigned char* jpeg = nullptr;
     unsigned long size = 0;
     const int result =
-        tjCompress2(handle, pixels, static_cast<int>(width), 0, static_cast<int>(height),
-                    pixelFormat, &jpeg, &size, subsampling, quality, flags);
-    Bytes out;
-    if (result == 0)
-        out.assign(jpeg, jpeg + size);
+        tjCompress2(handle, pixels.data(), static_cast<int>(picture.width), 0,
+                    static_cast<int>(picture.height), kFormats[k], &jpeg, &size, kSampling[k],
+                    quality, kind == JpegKind::Progressive ? TJFLAG_PROGRESSIVE : 0);
+    const Bytes out = result == 0 ? Bytes(jpeg, jpeg + size) : Bytes();
     tjFree(jpeg);
     tjDestroy(handle);
     if (out.empty())
         throw std::runtime_error("TurboJPEG failed");
     return out;
 }
-
-}  // namespace
-
-Bytes WriteJpeg(const Picture& picture, int quality, bool gray, bool progressive) {
-    Bytes pixels;
-    for (const Rgba& p : picture.pixels) {
-        if (gray)
-            pixels.push_back(p.g);
-        else
-            pixels.insert(pixels.end(), {p.r, p.g, p.b});
-    }
-    return Compress(pixels.data(), picture.width, picture.height, gray ? TJPF_GRAY : TJPF_RGB,
-                    gray ? TJSAMP_GRAY : TJSAMP_420, quality, progressive ? TJFLAG_PROGRESSIVE : 0);
-}
-
-Bytes WriteCmykJpeg(std::uint32_t width, std::uint32_t height, std::array<std::uint8_t, 4> cmyk) {
-    Bytes pixels;
-    for (std::uint32_t i = 0; i < width * height; ++i)
-        pixels.insert(pixels.end(), cmyk.begin(), cmyk.end());
-    return Compress(pixels.data(), width, height, TJPF_CMYK, TJSAMP_444, 95);
-}
-
 #endif
+
+Bytes Patch(Bytes bytes, std::size_t at, const Bytes& with) {
+    std::copy(with.begin(), with.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    return bytes;
+}
+
+Bytes FromBase64(std::string_view text) {
+    constexpr std::string_view kDigits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    Bytes out;
+    std::uint32_t bits = 0;
+    int count = 0;
+    for (const char c : text) {
+        const std::size_t digit = kDigits.find(c);
+        if (digit == std::string_view::npos)
+            continue;
+        bits = bits << 6 | static_cast<std::uint32_t>(digit);
+        if ((count += 6) >= 8)
+            out.push_back(static_cast<std::uint8_t>(bits >> (count -= 8)));
+    }
+    return out;
+}
+
+Rgba PixelAt(PelPixHandle buffer, std::uint32_t x, std::uint32_t row) {
+    PelPixLock lock(buffer);
+    const std::uint8_t* p = lock.Row(row) + x * 4;
+    return Rgba{p[2], p[1], p[0], p[3]};
+}
+
+Bytes PixelsOf(PelPixHandle buffer) {
+    const std::uint32_t width = pelpixGetWidth(buffer), height = pelpixGetHeight(buffer);
+    Bytes pixels = {std::uint8_t(width), std::uint8_t(width >> 8), std::uint8_t(height),
+                    std::uint8_t(height >> 8)};
+    PelPixLock lock(buffer);
+    for (std::uint32_t row = 0; row < height; ++row)
+        pixels.insert(pixels.end(), lock.Row(row), lock.Row(row) + width * 4);
+    return pixels;
+}
 
 }  // namespace Tessel::Test

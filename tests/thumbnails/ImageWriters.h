@@ -1,11 +1,14 @@
-// Small encoders for test images: each format written byte by byte from its public layout
-// (PNG through zlib, JPEG through TurboJPEG), so tests control every header field.
+// Test images written byte by byte from each format's public layout (PNG through zlib, JPEG
+// through TurboJPEG), so that tests control every header field; readers of buffers.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
+
+#include <tessel/media/PelPix.h>
 
 namespace Tessel::Test {
 
@@ -16,11 +19,10 @@ struct Rgba {
     bool operator==(const Rgba&) const = default;
 };
 
-// A picture in rows top-down, for the writers below.
+// A picture in rows top-down.
 struct Picture {
-    std::uint32_t width = 0;
-    std::uint32_t height = 0;
-    std::vector<Rgba> pixels;  // width * height
+    std::uint32_t width = 0, height = 0;
+    std::vector<Rgba> pixels;
     const Rgba& at(std::uint32_t x, std::uint32_t y) const { return pixels[y * width + x]; }
 };
 
@@ -34,37 +36,37 @@ Picture MakePicture(std::uint32_t width, std::uint32_t height, Function colour) 
     return picture;
 }
 
-// PNG from raw rows (no filter bytes) with the given header fields. PALETTE holds RGB
-// triples for colour type 3; TRANSPARENCY becomes a tRNS chunk when not empty.
+// PNG of raw ROWS (no filter bytes, rows.size() / height bytes each) with these header
+// fields; PALETTE holds RGB triples, TRANSPARENCY becomes a tRNS chunk.
 Bytes WritePng(std::uint32_t width, std::uint32_t height, std::uint8_t bitDepth,
                std::uint8_t colorType, const Bytes& rows, const Bytes& palette = {},
                const Bytes& transparency = {});
-// 8-bit RGB (colour type 2) or RGBA (colour type 6) PNG of PICTURE.
-Bytes WritePng(const Picture& picture, bool alpha);
-
-// BMP with a 40-byte header: 24 bits, rows bottom-up (or top-down with a negative height).
-Bytes WriteBmp24(const Picture& picture, bool topDown = false);
-// 32-bit BMP with a 108-byte header whose bit fields include alpha.
-Bytes WriteBmp32(const Picture& picture);
-// 8-bit paletted BMP; INDICES top-down, PALETTE of RGB colours.
+Bytes WritePng(const Picture& picture, bool alpha);  // 8-bit RGB or RGBA
+// BMP of 24 bits (40-byte header) or 32 bits (108-byte header, alpha in the bit fields).
+Bytes WriteBmp(const Picture& picture, int bits = 24, bool topDown = false);
 Bytes WriteBmp8(std::uint32_t width, std::uint32_t height, const Bytes& indices,
                 const std::vector<Rgba>& palette);
-
-// TGA, 24 or 32 bits (32 announces 8 alpha bits), bottom-up unless TOP_DOWN, raw or
-// run-length packets.
 Bytes WriteTga(const Picture& picture, int bits, bool topDown, bool runLength);
-
-// GIF89a with a global palette (2 to 256 colours) and one image of INDICES (top-down);
-// TRANSPARENT_INDEX adds a graphic control extension naming it.
+// GIF89a, one image of INDICES; TRANSPARENT_INDEX adds a graphic control extension.
 Bytes WriteGif(std::uint32_t width, std::uint32_t height, const Bytes& indices,
                const std::vector<Rgba>& palette,
                std::optional<std::uint8_t> transparentIndex = std::nullopt);
-
 #if !defined(_WIN32)
-// JPEG (4:2:0) of PICTURE through TurboJPEG; GRAY writes one component.
-Bytes WriteJpeg(const Picture& picture, int quality, bool gray = false, bool progressive = false);
-// A JPEG of WIDTH x HEIGHT holding the same CMYK value everywhere.
-Bytes WriteCmykJpeg(std::uint32_t width, std::uint32_t height, std::array<std::uint8_t, 4> cmyk);
+// 4:2:0 colour, baseline or progressive; one gray component (the red channel); or CMYK
+// 4:4:4 (R, G, B, A taken as C, M, Y, K).
+enum class JpegKind { Colour, Progressive, Gray, Cmyk };
+Bytes WriteJpeg(const Picture& picture, int quality, JpegKind kind = JpegKind::Colour);
 #endif
+
+Bytes Patch(Bytes bytes, std::size_t at, const Bytes& with);  // WITH written at AT
+Bytes FromBase64(std::string_view text);
+inline std::string AsString(const Bytes& bytes) {
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// The pixel at column X of stored row ROW (0 = bottom) of BUFFER.
+Rgba PixelAt(PelPixHandle buffer, std::uint32_t x, std::uint32_t row);
+// The size and the pixel bytes of BUFFER, row by row.
+Bytes PixelsOf(PelPixHandle buffer);
 
 }  // namespace Tessel::Test

@@ -11,6 +11,7 @@
 
 #include <tessel/platform/Export.h>
 #include <tessel/platform/FileSystem.h>
+#include <tessel/platform/Volumes.h>
 
 namespace Tessel::Platform {
 
@@ -26,7 +27,15 @@ enum class FileIconKind {
     File,  // anything else, a missing path included
 };
 
-TESSEL_API FileIconKind ClassifyFileIcon(const NativeString& path);
+// The kind of icon PATH gets. On POSIX nothing at or under a network mount of the mount
+// table (FILES) is ever stat'ed, not even through a link that leads there: a dead server
+// would hang the caller. Such a path is told by the table (a network mount point is a
+// NetworkShare) and by its name (a trailing separator names a folder, else the extension
+// decides). Elsewhere each component of the path is examined with lstat, without
+// triggering automounts (each counted in EntryStatCount), links followed by hand. A path
+// that is not absolute is told by its name alone.
+TESSEL_API FileIconKind ClassifyFileIcon(const NativeString& path,
+                                         const MountTableFiles& files = {});
 
 // The kind a file name's extension suggests (case-insensitive): Video, Audio, Image,
 // Document or File. Shared by every platform.
@@ -39,11 +48,16 @@ struct ShellIcon {
     std::vector<std::uint8_t> pixels;
 };
 
-// The shell's icon of PATH from the system image list of SIZE (16, 32, 48 or 256; any other
-// size gives none). The path is normalised and loses its long-path prefix, as the shell
-// wants; a path the shell does not know gets the icon of a folder or a plain file by
-// whether it is an existing folder. None when the shell has no icon, and always on POSIX,
-// which has no shell icons.
-TESSEL_API std::optional<ShellIcon> DrawShellIcon(const NativeString& path, std::uint32_t size);
+// The largest canvas DrawShellIcon draws on (a side); larger ones give none.
+inline constexpr std::uint32_t kLargestShellIconCanvas = 1024;
+
+// The shell's icon of PATH from the system image list of LIST_SIZE (16, 32, 48 or 256; any
+// other size gives none), drawn at its own size into the top left corner of a clear canvas
+// of CANVAS_SIZE x CANVAS_SIZE (clipped when the canvas is smaller). The path is normalised
+// and loses its long-path prefix, as the shell wants; a path the shell does not know gets
+// the icon of a folder or a plain file by whether it is an existing folder. None when the
+// shell has no icon, and always on POSIX, which has no shell icons.
+TESSEL_API std::optional<ShellIcon> DrawShellIcon(const NativeString& path, std::uint32_t listSize,
+                                                  std::uint32_t canvasSize);
 
 }  // namespace Tessel::Platform

@@ -8,7 +8,6 @@
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Settings.h>
 
-
 namespace Tessel {
 
 namespace {
@@ -20,52 +19,48 @@ std::recursive_mutex& DrawingLock() {
     return *lock;
 }
 
-PelPixHandle RenderOnMainThread(const std::u16string& path, std::uint32_t width,
-                                std::uint32_t height, ImageProvider& images, double pixelAspect) {
+OwnedPelPix RenderOnMainThread(const std::u16string& path, std::uint32_t width,
+                               std::uint32_t height, ImageProvider& images, double pixelAspect) {
     // Loading may read a file: done here, on the caller's thread, not on the main thread.
     const std::shared_ptr<const ProvidedImage> image = images.Find(path);
-    if (!image) return nullptr;
+    if (!image)
+        return nullptr;
     // The result travels through shared state, so a drawing that finishes after the caller
-    // gave up is disposed of rather than lost.
+    // gave up is disposed of (with the state) rather than lost.
     struct Result {
         std::mutex mutex;
-        PelPixHandle buffer = nullptr;
+        OwnedPelPix buffer;
         bool abandoned = false;
     };
     auto result = std::make_shared<Result>();
     const auto draw = [=] {
-        PelPixHandle buffer;
+        OwnedPelPix buffer;
         {
             std::lock_guard drawing(DrawingLock());
             buffer = DrawImage(*image, width, height, pixelAspect);
         }
         std::lock_guard lock(result->mutex);
-        if (result->abandoned) {
-            pelpixDispose(buffer);
-        } else {
-            result->buffer = buffer;
-        }
+        if (!result->abandoned)
+            result->buffer = std::move(buffer);
     };
     const auto wait = std::chrono::milliseconds(
         std::max<std::int64_t>(0, Settings::GetInt(kSettingMainThreadWaitMilliseconds, 2000)));
     CallOnMainThreadAndWait(draw, wait);
     std::lock_guard lock(result->mutex);
     result->abandoned = true;
-    return std::exchange(result->buffer, nullptr);
+    return std::move(result->buffer);
 }
 
 }  // namespace
 
 PelPixHandle RenderPNGToThumbnail(const std::u16string& path, std::uint32_t width,
-                                  std::uint32_t height, ImageProvider& images,
-                                  double pixelAspect) {
-    return RenderOnMainThread(path, width, height, images, pixelAspect);
+                                  std::uint32_t height, ImageProvider& images, double pixelAspect) {
+    return RenderOnMainThread(path, width, height, images, pixelAspect).release();
 }
 
 PelPixHandle RenderSVGToThumbnail(const std::u16string& path, std::uint32_t width,
-                                  std::uint32_t height, ImageProvider& images,
-                                  double pixelAspect) {
-    return RenderOnMainThread(path, width, height, images, pixelAspect);
+                                  std::uint32_t height, ImageProvider& images, double pixelAspect) {
+    return RenderOnMainThread(path, width, height, images, pixelAspect).release();
 }
 
 }  // namespace Tessel

@@ -22,16 +22,16 @@ namespace {
 
 #if defined(_WIN32)
 
-// Windows: the shell draws the icon of the path itself.
-PelPixHandle IconThumbnail(const std::string& path, std::uint32_t size) {
+// Windows: the shell draws the icon of the path itself, on a canvas of the buffer's size.
+OwnedPelPix IconThumbnail(const std::string& path, std::uint32_t iconSize, std::uint32_t size) {
     const std::optional<Platform::ShellIcon> icon =
-        Platform::DrawShellIcon(Path::ToNative(std::string_view(path)), size);
+        Platform::DrawShellIcon(Path::ToNative(std::string_view(path)), iconSize, size);
     if (!icon || icon->size != size || icon->pixels.size() != std::size_t{size} * size * 4)
         return nullptr;
-    PelPixHandle buffer = pelpixNew(size, size);
+    OwnedPelPix buffer(pelpixNew(size, size));
     if (!buffer)
         return nullptr;
-    PelPixLock lock(buffer);
+    PelPixLock lock(buffer.get());
     const std::size_t row = std::size_t{size} * 4;
     for (std::uint32_t y = 0; y < size; ++y)
         std::memcpy(lock.Row(y), icon->pixels.data() + y * row, row);
@@ -96,21 +96,24 @@ std::shared_ptr<const RasterImage> DrawIcon(FileIconKind kind, std::uint32_t siz
 }
 
 // Elsewhere: the library's own icon for the kind of path.
-PelPixHandle IconThumbnail(const std::string& path, std::uint32_t size) {
+OwnedPelPix IconThumbnail(const std::string& path, std::uint32_t iconSize, std::uint32_t size) {
     const FileIconKind kind = Platform::ClassifyFileIcon(Path::ToNative(std::string_view(path)));
-    const std::shared_ptr<const RasterImage> icon = DrawIcon(kind, size);
-    return icon ? RasterImageToPelPix(*icon) : nullptr;
+    const std::shared_ptr<const RasterImage> icon = DrawIcon(kind, iconSize);
+    return icon ? RasterImageToPelPix(*icon, size, size) : nullptr;
 }
 
 #endif
 
 }  // namespace
 
+std::uint32_t IconThumbnailSize(std::uint32_t requested, std::uint32_t largest) {
+    const std::uint32_t size = requested == 0 ? 256 : requested;
+    return largest != 0 && size > largest ? largest : size;
+}
+
 std::uint32_t ChooseIconSize(std::uint32_t requested, std::uint32_t largest) {
     constexpr std::array<std::uint32_t, 4> kSizes{16, 32, 48, 256};
-    std::uint32_t wanted = requested == 0 ? 256 : requested;
-    if (largest != 0 && wanted > largest)
-        wanted = largest;
+    const std::uint32_t wanted = IconThumbnailSize(requested, largest);
     std::uint32_t best = kSizes.front();
     for (std::uint32_t size : kSizes) {
         const auto distance = [&](std::uint32_t s) { return s > wanted ? s - wanted : wanted - s; };
@@ -130,9 +133,11 @@ PelPixHandle RenderFileIconThumbnail(const std::string& directoryPart, const std
         }
         path += filePart;
     }
-    if (path.empty())
+    const std::uint32_t side = IconThumbnailSize(size, largestSize);
+    if (path.empty() || side > Platform::kLargestShellIconCanvas)
         return nullptr;
-    return IconThumbnail(path, ChooseIconSize(size, largestSize));
+    // The buffer leaves the library here: its owner is the caller from now on.
+    return IconThumbnail(path, ChooseIconSize(size, largestSize), side).release();
 }
 
 }  // namespace Tessel

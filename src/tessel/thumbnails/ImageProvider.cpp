@@ -169,8 +169,8 @@ void ImageProvider::Clear() {
     mImages.clear();
 }
 
-PelPixHandle DrawImage(const ProvidedImage& image, std::uint32_t width, std::uint32_t height,
-                       double pixelAspect) {
+OwnedPelPix DrawImage(const ProvidedImage& image, std::uint32_t width, std::uint32_t height,
+                      double pixelAspect) {
     if (!(pixelAspect > 0.01 && pixelAspect < 100))
         pixelAspect = 1.0;
     // The picture's size counted in target pixels.
@@ -196,14 +196,14 @@ PelPixHandle DrawImage(const ProvidedImage& image, std::uint32_t width, std::uin
     const std::uint32_t left = (width - drawnWidth) / 2;
     const std::uint32_t top = (height - drawnHeight) / 2;
 
-    PelPixHandle buffer = pelpixNew(width, height);
+    OwnedPelPix buffer(pelpixNew(width, height));
     if (!buffer)
         return nullptr;
-    pelpixSetPixelAspectRatio(buffer, pixelAspect);
+    pelpixSetPixelAspectRatio(buffer.get(), pixelAspect);
     bool drawn = false;
     {
-        PelPixLock lock(buffer);
-        const std::size_t rowBytes = pelpixGetRowbytes(buffer);
+        PelPixLock lock(buffer.get());
+        const std::size_t rowBytes = pelpixGetRowbytes(buffer.get());
         // Rows are stored bottom-up: the rectangle's first stored row is its bottom row.
         const std::uint32_t firstRow = height - top - drawnHeight;
         if (const auto* bitmap = dynamic_cast<const BitmapImage*>(&image)) {
@@ -215,7 +215,7 @@ PelPixHandle DrawImage(const ProvidedImage& image, std::uint32_t width, std::uin
             // Drawn straight at the rectangle's size; the document keeps its own proportions
             // on the squeezed pixels.
             if (auto raster = RasterizeSvg(svg->Document(), drawnWidth, drawnHeight, pixelAspect)) {
-                std::uint8_t* pixels = pelpixGetPixels(buffer);
+                std::uint8_t* pixels = lock.Pixels();
                 for (std::uint32_t y = 0; y < drawnHeight; ++y) {
                     std::memcpy(pixels + std::size_t(firstRow + drawnHeight - 1 - y) * rowBytes +
                                     std::size_t(left) * 4,
@@ -227,11 +227,7 @@ PelPixHandle DrawImage(const ProvidedImage& image, std::uint32_t width, std::uin
         }
 #endif
     }
-    if (!drawn) {
-        pelpixDispose(buffer);
-        return nullptr;
-    }
-    return buffer;
+    return drawn ? std::move(buffer) : nullptr;
 }
 
 }  // namespace Tessel

@@ -54,7 +54,7 @@ private:
 // margins transparent; the buffer's pixel aspect ratio is set to PIXEL_ASPECT. A size of 0
 // takes the image's own on that side. Null when the image cannot be drawn. Hosts draw on
 // their main thread; RenderPNGToThumbnail and RenderSVGToThumbnail take care of that.
-TESSEL_API PelPixHandle DrawImage(const ProvidedImage& image, std::uint32_t width,
-                                  std::uint32_t height, double pixelAspect = 1.0);
+TESSEL_API OwnedPelPix DrawImage(const ProvidedImage& image, std::uint32_t width,
+                                 std::uint32_t height, double pixelAspect = 1.0);
 
 }  // namespace Tessel

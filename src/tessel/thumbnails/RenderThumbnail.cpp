@@ -18,8 +18,8 @@ bool IsReasonableBox(const ThumbnailFit& fit) {
 }
 
 // FILE, when given, is where BYTES were read from, for the system's bitmap loader.
-PelPixHandle RenderEncoded(std::span<const std::uint8_t> bytes, std::uint32_t width,
-                           std::uint32_t height, const Platform::NativeString* file = nullptr) {
+OwnedPelPix RenderEncoded(std::span<const std::uint8_t> bytes, std::uint32_t width,
+                          std::uint32_t height, const Platform::NativeString* file = nullptr) {
     const std::optional<Platform::ImageInfo> info = Platform::ReadImageInfo(bytes);
     if (!info)
         return nullptr;
@@ -46,16 +46,16 @@ PelPixHandle RenderThumbnail(const std::string& utf8Path, std::uint32_t width,
     const std::optional<std::vector<std::uint8_t>> bytes = Platform::ReadImageFile(path);
     if (!bytes)
         return nullptr;
-    return RenderEncoded(*bytes, width, height, &path);
+    return RenderEncoded(*bytes, width, height, &path).release();  // the caller's from here
 }
 
 PelPixHandle RenderThumbnail(const std::vector<std::uint8_t>& bytes, std::uint32_t width,
                              std::uint32_t height) {
-    return RenderEncoded(bytes, width, height);
+    return RenderEncoded(bytes, width, height).release();  // the caller's from here
 }
 
-PelPixHandle RenderDecodedBitmap(const Platform::DecodedBitmap& bitmap, std::uint32_t width,
-                                 std::uint32_t height) {
+OwnedPelPix RenderDecodedBitmap(const Platform::DecodedBitmap& bitmap, std::uint32_t width,
+                                std::uint32_t height) {
     if (bitmap.planes != 1 || (bitmap.bitsPerPixel != 24 && bitmap.bitsPerPixel != 32))
         return nullptr;
     const std::size_t pixelBytes = bitmap.bitsPerPixel / 8;
@@ -73,7 +73,7 @@ PelPixHandle RenderDecodedBitmap(const Platform::DecodedBitmap& bitmap, std::uin
     const ThumbnailFit fit = FitThumbnail(sourceWidth, sourceHeight, width, height);
     if (!IsReasonableBox(fit))
         return nullptr;
-    PelPixHandle buffer = pelpixNew(fit.boxWidth, fit.boxHeight);
+    OwnedPelPix buffer(pelpixNew(fit.boxWidth, fit.boxHeight));
     if (!buffer)
         return nullptr;
     // The fit never exceeds the box; the bounds are kept against the buffer all the same.
@@ -82,14 +82,10 @@ PelPixHandle RenderDecodedBitmap(const Platform::DecodedBitmap& bitmap, std::uin
     rectangle.firstRow = std::min(fit.offsetRows, fit.boxHeight);
     rectangle.width = std::min(fit.drawnWidth, fit.boxWidth - rectangle.x);
     rectangle.height = std::min(fit.drawnHeight, fit.boxHeight - rectangle.firstRow);
-    bool drawn;
     {
-        PelPixLock lock(buffer);
-        drawn = ResampleIntoPelPix(bitmap, lock, pelpixGetRowbytes(buffer), rectangle);
-    }
-    if (!drawn) {
-        pelpixDispose(buffer);
-        return nullptr;
+        PelPixLock lock(buffer.get());
+        if (!ResampleIntoPelPix(bitmap, lock, pelpixGetRowbytes(buffer.get()), rectangle))
+            return nullptr;
     }
     return buffer;
 }

@@ -27,7 +27,7 @@ TESSEL_API PelPixHandle RenderThumbnail(const std::vector<std::uint8_t>& bytes, 
 // Scales BITMAP into a new WIDTH x HEIGHT buffer, fitted from its source size. A bitmap with
 // other than one plane or other than 24 or 32 bits per pixel gives null. Pixels of a 24-bit
 // bitmap get alpha 255 where drawn and 0 in the margins; a 32-bit bitmap keeps its alpha.
-TESSEL_API PelPixHandle RenderDecodedBitmap(const Platform::DecodedBitmap& bitmap,
-                                            std::uint32_t width, std::uint32_t height);
+TESSEL_API OwnedPelPix RenderDecodedBitmap(const Platform::DecodedBitmap& bitmap,
+                                           std::uint32_t width, std::uint32_t height);
 
 }  // namespace Tessel

@@ -1,5 +1,6 @@
 #include "SvgRaster.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -29,7 +30,8 @@ struct ObjectDeleter {
 
 std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::uint32_t width,
                                         std::uint32_t height, double pixelAspect) {
-    if (!(pixelAspect > 0.01 && pixelAspect < 100)) pixelAspect = 1.0;
+    if (!(pixelAspect > 0.01 && pixelAspect < 100))
+        pixelAspect = 1.0;
     if (svg.empty() || width == 0 || height == 0 ||
         std::uint64_t{width} * height > kLargestRasterPixels || width > 32767 || height > 32767) {
         return std::nullopt;
@@ -38,12 +40,14 @@ std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::
     std::unique_ptr<RsvgHandle, ObjectDeleter> handle(
         rsvg_handle_new_from_data(svg.data(), svg.size(), &error));
     if (!handle) {
-        if (error) g_error_free(error);
+        if (error)
+            g_error_free(error);
         return std::nullopt;
     }
     std::unique_ptr<cairo_surface_t, SurfaceDeleter> surface(cairo_image_surface_create(
         CAIRO_FORMAT_ARGB32, static_cast<int>(width), static_cast<int>(height)));
-    if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return std::nullopt;
+    if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS)
+        return std::nullopt;
     std::unique_ptr<cairo_t, ContextDeleter> context(cairo_create(surface.get()));
     // The viewport keeps the document's aspect ratio and centres it; it is laid out in
     // square units and squeezed horizontally onto pixels of the given aspect.
@@ -51,7 +55,8 @@ std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::
     const RsvgRectangle viewport{0, 0, static_cast<double>(width) * pixelAspect,
                                  static_cast<double>(height)};
     if (!rsvg_handle_render_document(handle.get(), context.get(), &viewport, &error)) {
-        if (error) g_error_free(error);
+        if (error)
+            g_error_free(error);
         return std::nullopt;
     }
     cairo_surface_flush(surface.get());
@@ -83,12 +88,14 @@ std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::
 }
 
 std::optional<std::pair<double, double>> SvgNaturalSize(std::span<const std::uint8_t> svg) {
-    if (svg.empty()) return std::nullopt;
+    if (svg.empty())
+        return std::nullopt;
     GError* error = nullptr;
     std::unique_ptr<RsvgHandle, ObjectDeleter> handle(
         rsvg_handle_new_from_data(svg.data(), svg.size(), &error));
     if (!handle) {
-        if (error) g_error_free(error);
+        if (error)
+            g_error_free(error);
         return std::nullopt;
     }
     rsvg_handle_set_dpi(handle.get(), 96.0);
@@ -107,17 +114,19 @@ std::optional<std::pair<double, double>> SvgNaturalSize(std::span<const std::uin
     return std::nullopt;
 }
 
-PelPixHandle RasterImageToPelPix(const RasterImage& image) {
-    PelPixHandle buffer = pelpixNew(image.width, image.height);
-    if (!buffer) return nullptr;
-    PelPixLock lock(buffer);
-    std::uint8_t* pixels = pelpixGetPixels(buffer);
-    const std::size_t rowBytes = pelpixGetRowbytes(buffer);
+OwnedPelPix RasterImageToPelPix(const RasterImage& image, std::uint32_t width,
+                                std::uint32_t height) {
+    OwnedPelPix buffer(pelpixNew(width, height));
+    if (!buffer)
+        return nullptr;
+    PelPixLock lock(buffer.get());
+    const std::size_t rowBytes = pelpixGetRowbytes(buffer.get());
+    const std::size_t copied = std::size_t{std::min(width, image.width)} * 4;
     const std::size_t imageRow = std::size_t{image.width} * 4;
-    for (std::uint32_t y = 0; y < image.height; ++y) {
+    for (std::uint32_t y = 0; y < std::min(height, image.height); ++y) {
         // The first stored row is the bottom of the picture.
-        std::memcpy(pixels + std::size_t(image.height - 1 - y) * rowBytes,
-                    image.pixels.data() + std::size_t(y) * imageRow, imageRow);
+        std::memcpy(lock.Pixels() + std::size_t(height - 1 - y) * rowBytes,
+                    image.pixels.data() + std::size_t(y) * imageRow, copied);
     }
     return buffer;
 }

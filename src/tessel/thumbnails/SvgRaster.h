@@ -30,7 +30,9 @@ std::optional<RasterImage> RasterizeSvg(std::span<const std::uint8_t> svg, std::
 // absolute units, or a view box); null when it does not parse.
 std::optional<std::pair<double, double>> SvgNaturalSize(std::span<const std::uint8_t> svg);
 
-// Copies IMAGE into a new PelPix of its size, rows bottom-up.
-PelPixHandle RasterImageToPelPix(const RasterImage& image);
+// A new clear WIDTH x HEIGHT buffer with IMAGE copied into its top left corner (clipped
+// where the buffer is smaller); null when the buffer cannot be made.
+OwnedPelPix RasterImageToPelPix(const RasterImage& image, std::uint32_t width,
+                                std::uint32_t height);
 
 }  // namespace Tessel

@@ -140,7 +140,7 @@ private:
 
 }  // namespace
 
-FileIconKind ClassifyFileIcon(const NativeString& path) {
+FileIconKind ClassifyFileIcon(const NativeString& path, const MountTableFiles&) {
     if (path.empty())
         return FileIconKind::File;
     const std::wstring plain = ShellPath(path);
@@ -178,9 +178,11 @@ FileIconKind ClassifyFileIcon(const NativeString& path) {
     return FileIconKindForName(utf8);
 }
 
-std::optional<ShellIcon> DrawShellIcon(const NativeString& path, std::uint32_t size) {
-    const int list = ImageListFor(size);
-    if (list < 0 || path.empty() || path.find(L'\0') != NativeString::npos)
+std::optional<ShellIcon> DrawShellIcon(const NativeString& path, std::uint32_t listSize,
+                                       std::uint32_t canvasSize) {
+    const int list = ImageListFor(listSize);
+    if (list < 0 || canvasSize == 0 || canvasSize > kLargestShellIconCanvas || path.empty() ||
+        path.find(L'\0') != NativeString::npos)
         return std::nullopt;
     const std::wstring shellPath = ShellPath(path);
     ComScope com;
@@ -202,18 +204,21 @@ std::optional<ShellIcon> DrawShellIcon(const NativeString& path, std::uint32_t s
         return std::nullopt;
     std::optional<ShellIcon> icon;
     {
-        DrawingSurface surface(size);
+        // The icon keeps its own size, at the top left of the canvas (GDI's origin).
+        DrawingSurface surface(canvasSize);
         if (surface.Ready()) {
             IMAGELISTDRAWPARAMS draw{};
             draw.cbSize = sizeof draw;
             draw.himl = reinterpret_cast<HIMAGELIST>(images);
             draw.i = info.iIcon;
             draw.hdcDst = surface.Context();
+            draw.x = 0;
+            draw.y = 0;
             draw.rgbBk = CLR_NONE;
             draw.rgbFg = CLR_NONE;
             draw.fStyle = ILD_TRANSPARENT;
             if (SUCCEEDED(images->Draw(&draw)))
-                icon = ShellIcon{size, surface.Pixels()};
+                icon = ShellIcon{canvasSize, surface.Pixels()};
         }
     }
     images->Release();
