@@ -29,6 +29,15 @@ int main(int argc, char** argv) {
         WriteP2Card(root / "Card");
         MakeFolder(root / "Empty");
         WriteFile(root / "file.txt", "a file, not a folder\n");
+        // Names that are hard to show: wide, combining and (where the system allows them)
+        // control characters.
+        WriteFile(root / "Names" / fs::u8path("\u6620\u50cf.mov"), "wide");
+        WriteFile(root / "Names" / fs::u8path("Cafe\u0301.mov"), "combining");
+        WriteFile(root / "Names" / "it's.mov", "quote");
+#if !defined(_WIN32)
+        WriteFile(root / "Names" / "bell\a.mov", "bell");
+        WriteFile(root / "Names" / "esc\x1b[31mred.mov", "escape");
+#endif
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tessel_golden_tree: %s\n", error.what());
         return 1;
