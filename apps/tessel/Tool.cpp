@@ -18,6 +18,7 @@
 #include "Commands.h"
 #include "FileSystemCommands.h"
 #include "Interrupt.h"
+#include "Manual.h"
 
 #ifndef TESSEL_VERSION_STRING
 #define TESSEL_VERSION_STRING "0"
@@ -31,12 +32,14 @@ namespace {
 class HostSession {
 public:
     HostSession() : mOwned(!ProviderHost::IsInitialized()) {
-        if (mOwned) ProviderHost::Initialize();
+        if (mOwned)
+            ProviderHost::Initialize();
         // The favorites are loaded by a task on the main thread; run it before answering.
         MainThread::RunPending();
     }
     ~HostSession() {
-        if (mOwned) ProviderHost::Shutdown();
+        if (mOwned)
+            ProviderHost::Shutdown();
     }
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;
@@ -54,9 +57,14 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     // "/media/card" is a path on every platform, never a Windows-style "/option".
     app.allow_windows_style_options(false);
     app.footer(
-        "Paths: folders are made absolute (on Windows in the long-path form \\\\?\\C:\\... or\n"
-        "\\\\?\\UNC\\server\\share\\...); list paths (volumes:, favorites:, ...) and scheme\n"
+#if defined(_WIN32)
+        "Paths: folders are made absolute, in the long-path form \\\\?\\C:\\... or\n"
+        "\\\\?\\UNC\\server\\share\\...; list paths (volumes:, favorites:, ...) and scheme\n"
         "paths (CLSource://...) are passed as given.\n"
+#else
+        "Paths: folders are made absolute; list paths (volumes:, favorites:, ...) and scheme\n"
+        "paths (CLSource://...) are passed as given.\n"
+#endif
         "Exit status: 0 success, 1 no provider or nothing found, 2 usage error, 3 interrupted\n"
         "(watch ends with 0 on Ctrl-C, its normal way to stop).");
 
@@ -95,7 +103,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     def->add_flag("--media-only", options.mediaOnly, "Do not count project-based providers");
     def->add_flag("--json", options.json, "Write JSON");
 
-    auto* browse = app.add_subcommand("browse", "Show ROOT and its folders as the providers see them");
+    auto* browse =
+        app.add_subcommand("browse", "Show ROOT and its folders as the providers see them");
     browse->add_option("root", options.path, "Folder to browse (default: the bundled samples)");
     browse->add_option("--depth", options.depth, "How many folder levels to descend")
         ->check(CLI::Range(0, 64));
@@ -103,15 +112,17 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     auto* thumb = app.add_subcommand(
         "thumb", "Write the thumbnail of PATH as PNG, from its best (or the named) provider");
     thumb->add_option("path", options.paths, "Items to make thumbnails of")->required();
-    thumb->add_option("--extra", options.extraPath,
-                      "The item's second path (its ExtraPath field), if it has one")
+    thumb
+        ->add_option("--extra", options.extraPath,
+                     "The item's second path (its ExtraPath field), if it has one")
         ->type_name("PATH");
     thumb->add_option("--provider", options.provider, "Provider identification to use")
         ->type_name("ID");
     thumb->add_option("--size", options.size, "Box to fit the thumbnail in (default 256x144)")
         ->type_name("WxH");
-    thumb->add_option("-o,--output", options.output,
-                      "PNG file to write; with several items, the folder to write them to")
+    thumb
+        ->add_option("-o,--output", options.output,
+                     "PNG file to write; with several items, the folder to write them to")
         ->type_name("FILE.png")
         ->required();
     thumb->add_flag("--image", options.imageOnly,
@@ -142,7 +153,20 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         "watch", "Print the changes of PATH (a folder, or volumes:) as they happen, until Ctrl-C");
     watch->add_option("path", fileSystemOptions.path, "Location to watch")->required();
     watch->add_option("--count", fileSystemOptions.count, "Stop after this many changes")
-        ->check(CLI::NonNegativeNumber);
+        ->type_name("N")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return text.find_first_not_of("0123456789") == std::string::npos && !text.empty()
+                           ? std::string()
+                           : "expects a whole number of changes, 0 or more, not '" + text + "'";
+            },
+            "N"));
+
+    // The manual page and shell completions, made from the definitions above.
+    std::string generate;
+    app.add_option("--generate", generate, "Write the manual page or a shell completion script")
+        ->check(CLI::IsMember({"man", "bash-completion", "zsh-completion"}))
+        ->group("");
 
     try {
         std::vector<std::string> reversed(args.rbegin(), args.rend());
@@ -159,16 +183,28 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         return 2;
     }
 
+    if (generate == "man")
+        out << ManPage(app, TESSEL_VERSION_STRING);
+    else if (generate == "bash-completion")
+        out << BashCompletion(app);
+    else if (generate == "zsh-completion")
+        out << ZshCompletion(app);
+    if (!generate.empty())
+        return 0;
+
     for (const auto& assignment : settings) {
         if (!Settings::SetFromAssignment(assignment)) {
             err << "tessel: --set expects KEY=VALUE, not '" << assignment << "'\n";
             return 2;
         }
     }
-    for (const auto& category : traces) Trace::Enable(category);
-    if (!prefsFile.empty()) Preferences::UseFile(prefsFile);
+    for (const auto& category : traces)
+        Trace::Enable(category);
+    if (!prefsFile.empty())
+        Preferences::UseFile(prefsFile);
     if (!prefsFile.empty() || !ProviderHost::IsInitialized()) {
-        if (auto error = Preferences::Load()) err << "tessel: warning: " << *error << "\n";
+        if (auto error = Preferences::Load())
+            err << "tessel: warning: " << *error << "\n";
     }
 
     if (app.get_subcommands().empty()) {
@@ -176,7 +212,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         return 2;
     }
     // Rendering an image file by itself asks no provider, so it starts no host.
-    if (thumb->parsed() && options.imageOnly) return RunThumbnail(options, out, err);
+    if (thumb->parsed() && options.imageOnly)
+        return RunThumbnail(options, out, err);
     HostSession session;
     if (providers->parsed()) {
         if (!options.all && providers->count("path") == 0) {
@@ -185,15 +222,24 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         }
         return RunProviders(options, out, err);
     }
-    if (ls->parsed()) return RunList(options, out, err);
-    if (def->parsed()) return RunDefault(options, out, err);
-    if (browse->parsed()) return RunBrowse(options, out, err);
-    if (thumb->parsed()) return RunThumbnail(options, out, err);
-    if (volumes->parsed()) return RunVolumes(fileSystemOptions, out, err);
-    if (networkVolumes->parsed()) return RunNetworkVolumes(fileSystemOptions, out, err);
-    if (cloud->parsed()) return RunCloud(fileSystemOptions, out, err);
-    if (favorites->parsed()) return RunFavorites(fileSystemOptions, out, err);
-    if (watch->parsed()) return RunWatch(fileSystemOptions, out, err);
+    if (ls->parsed())
+        return RunList(options, out, err);
+    if (def->parsed())
+        return RunDefault(options, out, err);
+    if (browse->parsed())
+        return RunBrowse(options, out, err);
+    if (thumb->parsed())
+        return RunThumbnail(options, out, err);
+    if (volumes->parsed())
+        return RunVolumes(fileSystemOptions, out, err);
+    if (networkVolumes->parsed())
+        return RunNetworkVolumes(fileSystemOptions, out, err);
+    if (cloud->parsed())
+        return RunCloud(fileSystemOptions, out, err);
+    if (favorites->parsed())
+        return RunFavorites(fileSystemOptions, out, err);
+    if (watch->parsed())
+        return RunWatch(fileSystemOptions, out, err);
     return 2;
 }
 
