@@ -59,7 +59,7 @@ $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMP
     -DTESSEL_BUILD_BENCH=OFF))
 
 .PHONY: deps build run check test asan tsan bench install consumer consumer-install \
-    consumer-cmake consumer-pkg-config fuzz format format-check clean windows test-windows
+    consumer-cmake consumer-pkg-config fuzz format format-check update-golden clean windows test-windows
 
 deps:
 	@scripts/install-deps
@@ -173,6 +173,17 @@ test-windows: windows
 
 # The sources clang-format looks after.
 FORMAT_SOURCES = find src apps tests bench fuzz -type f \( -name '*.h' -o -name '*.cpp' \) -print0
+
+# Rewrites the tool's golden reference files (tests/golden/expected) from what the tool prints
+# now, on Linux and, when the Windows build is there, under Wine; review them with git diff.
+update-golden: build
+	$(CMAKE) --build $(RELEASE) --target tessel_golden_tree
+	bash tests/golden/run --update --tool $(TOOL) --tree-maker $(RELEASE)/tests/tessel_golden_tree
+	@if [ -f $(WINDOWS)/build.ninja ]; then \
+	    $(CMAKE) --build $(WINDOWS) --target tessel_cli tessel_golden_tree && \
+	    bash tests/golden/run --update --platform windows --emulator scripts/wine-run \
+	        --tool $(WINDOWS)/bin/tessel.exe --tree-maker $(WINDOWS)/bin/tessel_golden_tree.exe; \
+	fi
 
 format: deps
 	$(FORMAT_SOURCES) | xargs -0 -r clang-format -i

@@ -27,7 +27,20 @@ constexpr int kExitNotFound = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 3;
 
-std::string Display(const std::u16string& text) { return Utf16ToUtf8(ToDisplayUtf16(text)); }
+std::string Display(const std::u16string& text) {
+    return Utf16ToUtf8(ToDisplayUtf16(text));
+}
+
+std::string HexBytes(const std::string& bytes) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    hex.reserve(bytes.size() * 2);
+    for (unsigned char byte : bytes) {
+        hex.push_back(kDigits[byte >> 4]);
+        hex.push_back(kDigits[byte & 0xF]);
+    }
+    return hex;
+}
 
 bool IsFileSystemLocation(const std::u16string& path) {
     return !path.empty() && path.back() != u':' && path.find(u"://") == std::u16string::npos;
@@ -63,7 +76,8 @@ ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& i
         return wrapper;
     }
     std::optional<GetProviderListMessage> answer;
-    if (!path.empty()) answer = RunProviderList(path);
+    if (!path.empty())
+        answer = RunProviderList(path);
     if (answer && answer->result == kResultAborted) {
         status = ReportInterrupted(err);
         return nullptr;
@@ -75,38 +89,99 @@ ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& i
     return answer->providers.front();
 }
 
-std::vector<std::u16string> SplitFields(const std::string& list) {
-    std::vector<std::u16string> fields;
+std::vector<std::string> SplitFields(const std::string& list) {
+    std::vector<std::string> fields;
     std::size_t start = 0;
     while (start <= list.size()) {
         std::size_t comma = list.find(',', start);
-        if (comma == std::string::npos) comma = list.size();
+        if (comma == std::string::npos)
+            comma = list.size();
         std::string field = list.substr(start, comma - start);
-        while (!field.empty() && field.front() == ' ') field.erase(field.begin());
-        while (!field.empty() && field.back() == ' ') field.pop_back();
-        if (!field.empty()) fields.push_back(Utf8ToUtf16(field));
+        while (!field.empty() && field.front() == ' ')
+            field.erase(field.begin());
+        while (!field.empty() && field.back() == ' ')
+            field.pop_back();
+        if (!field.empty())
+            fields.push_back(field);
         start = comma + 1;
     }
     return fields;
 }
 
+std::string Lowercase(std::string text) {
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    }
+    return text;
+}
+
+// The label the tool shows for FIELD (its key when the provider gives none).
+std::string FieldLabel(const std::map<std::u16string, std::u16string>& labels,
+                       const std::u16string& field) {
+    auto label = labels.find(field);
+    return label != labels.end() ? Localize(Display(label->second)) : Display(field);
+}
+
 // The columns to show, in order: the provider's defaults, all its fields (defaults first),
-// or the caller's list.
-std::vector<std::u16string> ChooseFields(const ProviderWrapper& wrapper, const std::string& fields) {
-    std::vector<std::u16string> chosen;
-    if (fields.empty() || fields == "all") {
-        chosen = wrapper.GetDefaultFieldList();
-        if (fields == "all") {
-            for (const auto& field : wrapper.GetFieldList()) {
-                if (std::find(chosen.begin(), chosen.end(), field) == chosen.end()) {
+// or the caller's list of labels as the tool shows them (in any case) or field keys. An
+// unknown name is a usage error that lists the names there are.
+std::optional<std::vector<std::u16string>> ChooseFields(const ProviderWrapper& wrapper,
+                                                        const std::optional<std::string>& fields,
+                                                        std::ostream& err) {
+    std::vector<std::u16string> chosen = wrapper.GetDefaultFieldList();
+    const FieldSet known = wrapper.GetFieldList();
+    if (!fields || *fields == "all") {
+        if (fields) {
+            for (const auto& field : known) {
+                if (std::find(chosen.begin(), chosen.end(), field) == chosen.end())
                     chosen.push_back(field);
-                }
             }
         }
-    } else {
-        chosen = SplitFields(fields);
+        if (chosen.empty())
+            chosen.push_back(kNameField);
+        return chosen;
     }
-    if (chosen.empty()) chosen.push_back(kNameField);
+    const auto labels = wrapper.GetFieldLabelList();
+    std::vector<std::u16string> all = chosen;
+    for (const auto& field : known) {
+        if (std::find(all.begin(), all.end(), field) == all.end())
+            all.push_back(field);
+    }
+    const auto find = [&](const std::string& name) -> std::optional<std::u16string> {
+        const std::string wanted = Lowercase(name);
+        for (const auto& field : all) {
+            if (Lowercase(FieldLabel(labels, field)) == wanted)
+                return field;
+        }
+        for (const auto& field : all) {
+            if (Lowercase(Display(field)) == wanted)
+                return field;
+        }
+        return std::nullopt;
+    };
+    chosen.clear();
+    const std::vector<std::string> names = SplitFields(*fields);
+    for (const std::string& name : names) {
+        if (auto field = find(name)) {
+            chosen.push_back(*field);
+            continue;
+        }
+        err << "tessel: " << Display(wrapper.GetIdentification()) << " has no field '" << name
+            << "'; its fields are:";
+        for (const auto& field : all) {
+            const std::string label = FieldLabel(labels, field);
+            err << "\n  " << label;
+            if (label != Display(field))
+                err << " (" << Display(field) << ")";
+        }
+        err << "\n";
+        return std::nullopt;
+    }
+    if (chosen.empty()) {
+        err << "tessel: --fields needs 'all' or at least one field name\n";
+        return std::nullopt;
+    }
     return chosen;
 }
 
@@ -114,16 +189,18 @@ std::vector<std::u16string> ChooseFields(const ProviderWrapper& wrapper, const s
 class ProgressLine {
 public:
     explicit ProgressLine(ProviderWrapper& wrapper) : mWrapper(wrapper) {
-        if (!Platform::StandardErrorIsTerminal()) return;
+        if (!Platform::StandardErrorIsTerminal())
+            return;
         mActive = true;
-        mWrapper.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>(
-            [](const std::u16string&, double progress) {
+        mWrapper.SetGetContentProgressCallback(
+            std::make_shared<ContentProgressCallback>([](const std::u16string&, double progress) {
                 std::fprintf(stderr, "\rListing... %3d%%", static_cast<int>(progress * 100));
                 std::fflush(stderr);
             }));
     }
     ~ProgressLine() {
-        if (!mActive) return;
+        if (!mActive)
+            return;
         mWrapper.SetGetContentProgressCallback(nullptr);
         std::fprintf(stderr, "\r%20s\r", "");
         std::fflush(stderr);
@@ -140,13 +217,16 @@ private:
 
 std::u16string NormalizeLocation(const std::string& argument) {
     std::u16string path = Utf8ToUtf16(argument);
-    if (path.empty()) return path;
-    if (path.find(u"://") != std::u16string::npos) return path;       // scheme paths
+    if (path.empty())
+        return path;
+    if (path.find(u"://") != std::u16string::npos)
+        return path;  // scheme paths
     if (path.back() == u':' && path.find(u'/') == std::u16string::npos &&
         path.find(u'\\') == std::u16string::npos && path.size() > 2) {
         return path;  // list paths ("volumes:"); "C:" is a drive, not a list
     }
-    if (path.rfind(u"\\\\?\\", 0) == 0) return path;                   // long-path forms
+    if (path.rfind(u"\\\\?\\", 0) == 0)
+        return path;  // long-path forms
     // Windows: "C:\x" and "\\server\share" in the long-path form the library takes.
     return Path::ToLongPath(Path::MakeAbsolute(path));
 }
@@ -155,20 +235,30 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                  const ContentMap& content, const std::vector<std::u16string>& fields,
                  const std::map<std::u16string, std::u16string>& labels, bool json,
                  std::ostream& out, std::ostream& err) {
-    if (code == kResultAborted) return ReportInterrupted(err);
+    if (code == kResultAborted)
+        return ReportInterrupted(err);
     if (json) {
         nlohmann::ordered_json doc;
         doc["path"] = Display(path);
         doc["provider"] = Display(providerID);
         doc["code"] = code;
+        nlohmann::ordered_json columns = nlohmann::ordered_json::array();
+        for (const auto& field : fields)
+            columns.push_back({{"key", Display(field)}, {"label", FieldLabel(labels, field)}});
+        doc["columns"] = std::move(columns);
         nlohmann::ordered_json items = nlohmann::ordered_json::array();
         for (const auto& [key, record] : content) {
             nlohmann::ordered_json item;
             item["key"] = Display(key);
+            // A path that is no valid text also comes as its bytes, so it can be opened.
+            const std::string bytes = Utf16ToUtf8(key);
+            if (bytes != item["key"].get_ref<const std::string&>())
+                item["key_bytes"] = HexBytes(bytes);
             nlohmann::ordered_json values = nlohmann::ordered_json::object();
             for (const auto& field : fields) {
                 auto it = record.find(field);
-                if (it != record.end()) values[Display(field)] = ValueToJson(it->second);
+                if (it != record.end())
+                    values[Display(field)] = ValueToJson(it->second);
             }
             item["fields"] = std::move(values);
             items.push_back(std::move(item));
@@ -179,10 +269,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
     }
     std::vector<std::vector<std::string>> rows;
     std::vector<std::string> header;
-    for (const auto& field : fields) {
-        auto label = labels.find(field);
-        header.push_back(label != labels.end() ? Localize(Display(label->second)) : Display(field));
-    }
+    for (const auto& field : fields)
+        header.push_back(FieldLabel(labels, field));
     rows.push_back(std::move(header));
     for (const auto& [key, record] : content) {
         std::vector<std::string> row;
@@ -193,7 +281,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
         rows.push_back(std::move(row));
     }
     out << FormatTable(rows);
-    if (content.empty()) err << "tessel: " << Display(path) << " is empty\n";
+    if (content.empty())
+        err << "tessel: " << Display(path) << " is empty\n";
     return kExitOk;
 }
 
@@ -202,15 +291,18 @@ int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream&
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         std::vector<std::vector<std::string>> rows{{"ID", "NAME"}};
         for (const auto& wrapper : ProviderHost::GetAllProviders()) {
-            if (!wrapper) continue;
+            if (!wrapper)
+                continue;
             list.push_back({{"id", Display(wrapper->GetIdentification())},
                             {"name", Display(wrapper->GetUIString())}});
-            rows.push_back({Display(wrapper->GetIdentification()), Display(wrapper->GetUIString())});
+            rows.push_back(
+                {Display(wrapper->GetIdentification()), Display(wrapper->GetUIString())});
         }
         if (options.json) {
             nlohmann::ordered_json doc;
             doc["providers"] = std::move(list);
-            out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+            out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                << "\n";
         } else if (rows.size() == 1) {
             err << "tessel: no providers are registered\n";
         } else {
@@ -220,8 +312,10 @@ int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream&
     }
     const std::u16string path = NormalizeLocation(options.path);
     std::optional<GetProviderListMessage> answer;
-    if (!path.empty()) answer = RunProviderList(path);
-    if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+    if (!path.empty())
+        answer = RunProviderList(path);
+    if (answer && answer->result == kResultAborted)
+        return ReportInterrupted(err);
     const bool found = answer && !answer->providers.empty();
     if (options.json) {
         nlohmann::ordered_json doc;
@@ -252,8 +346,12 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
     const std::u16string path = NormalizeLocation(options.path);
     int status = kExitOk;
     ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
-    if (!wrapper) return status;
-    const std::vector<std::u16string> fields = ChooseFields(*wrapper, options.fields);
+    if (!wrapper)
+        return status;
+    const auto chosen = ChooseFields(*wrapper, options.fields, err);
+    if (!chosen)
+        return kExitUsage;
+    const std::vector<std::u16string>& fields = *chosen;
     std::optional<ProgressLine> progress(std::in_place, *wrapper);
     const bool answered = RunContent(
         *wrapper, path, FieldSet(fields.begin(), fields.end()), [&](const GetContentMessage& m) {
@@ -261,43 +359,48 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
             status = PrintListing(path, wrapper->GetIdentification(), m.result, m.content, fields,
                                   wrapper->GetFieldLabelList(), options.json, out, err);
         });
-    if (!answered) return ReportNoProvider(path, err);
+    if (!answered)
+        return ReportNoProvider(path, err);
     return status;
 }
 
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(options.path);
-    if (path.empty()) return ReportNoProvider(path, err);
+    if (path.empty())
+        return ReportNoProvider(path, err);
     auto data = std::make_shared<DefaultContentRequestData>(
         path, any_regular_t(), Utf8ToUtf16(options.provider), options.mediaOnly);
     std::optional<GetDefaultContentMessage> answer = RunDefaultContent(data);
-    if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+    if (answer && answer->result == kResultAborted)
+        return ReportInterrupted(err);
     if (!answer || answer->result == kResultNothingFound || !answer->wrapper) {
         return ReportNoProvider(path, err);
     }
     const std::vector<std::u16string> fields{kNameField, kPathField};
-    return PrintListing(path, answer->wrapper->GetIdentification(), answer->result,
-                        answer->content, fields, answer->wrapper->GetFieldLabelList(),
-                        options.json, out, err);
+    return PrintListing(path, answer->wrapper->GetIdentification(), answer->result, answer->content,
+                        fields, answer->wrapper->GetFieldLabelList(), options.json, out, err);
 }
 
 std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text) {
     // Larger boxes than this are no thumbnails, and would only cost memory.
     constexpr unsigned long kLargestSide = 16384;
     const std::size_t x = text.find_first_of("xX");
-    if (x == std::string::npos || x == 0 || x + 1 == text.size()) return std::nullopt;
+    if (x == std::string::npos || x == 0 || x + 1 == text.size())
+        return std::nullopt;
     const auto side = [&](const std::string& digits) -> std::optional<std::uint32_t> {
         if (digits.empty() || digits.size() > 5 ||
             digits.find_first_not_of("0123456789") != std::string::npos) {
             return std::nullopt;
         }
         const unsigned long value = std::stoul(digits);
-        if (value > kLargestSide) return std::nullopt;
+        if (value > kLargestSide)
+            return std::nullopt;
         return static_cast<std::uint32_t>(value);
     };
     const auto width = side(text.substr(0, x));
     const auto height = side(text.substr(x + 1));
-    if (!width || !height) return std::nullopt;
+    if (!width || !height)
+        return std::nullopt;
     return std::make_pair(*width, *height);
 }
 
@@ -308,31 +411,41 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
                    std::pair<std::uint32_t, std::uint32_t> size, const CommandOptions& options,
                    std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(argument);
-    if (path.empty()) return ReportNoProvider(path, err);
+    if (path.empty())
+        return ReportNoProvider(path, err);
 
     MF::IVideoFrameRef frame;
     std::u16string providerID;
-    if (options.imageOnly) {
-        PelPixHandle buffer = RenderThumbnail(Utf16ToUtf8(path), size.first, size.second);
-        frame = MF::CreateVideoFrameFromPelPix(buffer);
-        pelpixDispose(buffer);
-        if (!frame) {
-            if (!Path::FileOrDirectoryExists(path)) return ReportNoProvider(path, err);
+    // A file item is shown as a host shows it: an image by its picture, anything else by
+    // what the provider of its folder draws for it. --image asks for the picture only, and
+    // --provider for that provider's answer only.
+    const bool isFile = options.provider.empty() && Path::FileExists(path);
+    if (options.imageOnly || isFile) {
+        OwnedPelPix buffer(RenderThumbnail(Utf16ToUtf8(path), size.first, size.second));
+        frame = MF::CreateVideoFrameFromPelPix(buffer.get());
+        if (!frame && options.imageOnly) {
+            if (!Path::FileOrDirectoryExists(path))
+                return ReportNoProvider(path, err);
             err << "tessel: " << Display(path)
                 << ": not an image that can be read (JPEG, PNG, BMP, GIF or TGA)\n";
             return kExitNotFound;
         }
-    } else {
+    }
+    if (!frame) {
         int status = kExitOk;
-        ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
-        if (!wrapper) return status;
+        ProviderWrapper* wrapper =
+            ChooseProvider(isFile ? Path::GetParent(path) : path, options.provider, err, status);
+        if (!wrapper)
+            return status;
         providerID = wrapper->GetIdentification();
         auto data = std::make_shared<ProviderThumbnailRequestData>(
-            path, options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
+            path,
+            options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
             any_regular_t(), static_cast<std::int32_t>(size.first),
             static_cast<std::int32_t>(size.second));
         std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
-        if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+        if (answer && answer->result == kResultAborted)
+            return ReportInterrupted(err);
         if (!answer || !answer->frame) {
             err << "tessel: " << Display(providerID) << " has no thumbnail for " << Display(path)
                 << "\n";
@@ -346,7 +459,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         return kExitNotFound;
     }
     out << output << ": " << frame->GetWidth() << "x" << frame->GetHeight();
-    if (!providerID.empty()) out << " from " << Display(providerID);
+    if (!providerID.empty())
+        out << " from " << Display(providerID);
     out << "\n";
     return kExitOk;
 }
@@ -372,11 +486,13 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
     }
     int status = kExitOk;
     for (const std::string& argument : options.paths) {
-        if (InterruptRequested()) return ReportInterrupted(err);
+        if (InterruptRequested())
+            return ReportInterrupted(err);
         const std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
         const std::string output = options.output + "/" + (leaf.empty() ? "item" : leaf) + ".png";
         const int one = WriteThumbnail(argument, output, *size, options, out, err);
-        if (one == kExitInterrupted || one == kExitUsage) return one;
+        if (one == kExitInterrupted || one == kExitUsage)
+            return one;
         status = std::max(status, one);
     }
     return status;

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <optional>
 #include <ostream>
+#include <string>
 #include <utility>
 #include <vector>
-#include <string>
 
 #include <tessel/framework/ContentRecord.h>
 
@@ -18,7 +18,7 @@ struct CommandOptions {
     bool json = false;
     bool mediaOnly = false;
     std::string provider;
-    std::string fields;
+    std::optional<std::string> fields;  // --fields as given; none: the default columns
     int depth = 8;
     // thumb
     std::vector<std::string> paths;
@@ -43,9 +43,8 @@ std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const 
 std::u16string NormalizeLocation(const std::string& argument);
 
 // Prints a content answer for people or as JSON. Returns the exit status for it.
-int PrintListing(const std::u16string& path, const std::u16string& providerID,
-                 ResultCode code, const ContentMap& content,
-                 const std::vector<std::u16string>& fields,
+int PrintListing(const std::u16string& path, const std::u16string& providerID, ResultCode code,
+                 const ContentMap& content, const std::vector<std::u16string>& fields,
                  const std::map<std::u16string, std::u16string>& labels, bool json,
                  std::ostream& out, std::ostream& err);
 

@@ -18,11 +18,16 @@ std::string ValueToText(const any_regular_t& value);
 // lists, objects for dictionaries, dates as ISO 8601 text, null when empty.
 nlohmann::ordered_json ValueToJson(const any_regular_t& value);
 
-// Columns padded to the widest cell (counted in characters, not bytes), separated by two
-// spaces; the last column is not padded.
-std::string FormatTable(const std::vector<std::vector<std::string>>& rows);
+// Columns padded to the widest cell (in terminal columns), separated by two spaces; the
+// last column is not padded. Cells holding control characters are quoted first.
+std::string FormatTable(std::vector<std::vector<std::string>> rows);
 
-// Number of characters (code points) of UTF-8 text.
+// Terminal columns UTF-8 text takes: combining marks take none, East Asian wide characters
+// two.
 std::size_t DisplayWidth(const std::string& utf8);
+
+// TEXT unchanged when it holds no control character; otherwise quoted as a shell reads it
+// back ('a'$'\n''b'), so that no escape sequence of a file name reaches the terminal.
+std::string QuoteControlCharacters(const std::string& utf8);
 
 }  // namespace Tessel::Tool

@@ -18,6 +18,7 @@
 #include "Commands.h"
 #include "FileSystemCommands.h"
 #include "Interrupt.h"
+#include "Manual.h"
 
 #ifndef TESSEL_VERSION_STRING
 #define TESSEL_VERSION_STRING "0"
@@ -54,9 +55,14 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     // "/media/card" is a path on every platform, never a Windows-style "/option".
     app.allow_windows_style_options(false);
     app.footer(
-        "Paths: folders are made absolute (on Windows in the long-path form \\\\?\\C:\\... or\n"
-        "\\\\?\\UNC\\server\\share\\...); list paths (volumes:, favorites:, ...) and scheme\n"
+#if defined(_WIN32)
+        "Paths: folders are made absolute, in the long-path form \\\\?\\C:\\... or\n"
+        "\\\\?\\UNC\\server\\share\\...; list paths (volumes:, favorites:, ...) and scheme\n"
         "paths (CLSource://...) are passed as given.\n"
+#else
+        "Paths: folders are made absolute; list paths (volumes:, favorites:, ...) and scheme\n"
+        "paths (CLSource://...) are passed as given.\n"
+#endif
         "Exit status: 0 success, 1 no provider or nothing found, 2 usage error, 3 interrupted\n"
         "(watch ends with 0 on Ctrl-C, its normal way to stop).");
 
@@ -142,7 +148,20 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         "watch", "Print the changes of PATH (a folder, or volumes:) as they happen, until Ctrl-C");
     watch->add_option("path", fileSystemOptions.path, "Location to watch")->required();
     watch->add_option("--count", fileSystemOptions.count, "Stop after this many changes")
-        ->check(CLI::NonNegativeNumber);
+        ->type_name("N")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return text.find_first_not_of("0123456789") == std::string::npos && !text.empty()
+                           ? std::string()
+                           : "expects a whole number of changes, 0 or more, not '" + text + "'";
+            },
+            "N"));
+
+    // The manual page and shell completions, made from the definitions above.
+    std::string generate;
+    app.add_option("--generate", generate, "Write the manual page or a shell completion script")
+        ->check(CLI::IsMember({"man", "bash-completion", "zsh-completion"}))
+        ->group("");
 
     try {
         std::vector<std::string> reversed(args.rbegin(), args.rend());
@@ -158,6 +177,15 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         err << "Run 'tessel --help' for usage.\n";
         return 2;
     }
+
+    if (generate == "man")
+        out << ManPage(app, TESSEL_VERSION_STRING);
+    else if (generate == "bash-completion")
+        out << BashCompletion(app);
+    else if (generate == "zsh-completion")
+        out << ZshCompletion(app);
+    if (!generate.empty())
+        return 0;
 
     for (const auto& assignment : settings) {
         if (!Settings::SetFromAssignment(assignment)) {

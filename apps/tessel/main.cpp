@@ -1,5 +1,8 @@
 // The `tessel` command line: names the main thread, reads the environment's settings,
 // translations and trace categories, and runs one command.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
 
 #include <tessel/foundation/Localizer.h>
@@ -21,5 +24,18 @@ int main(int argc, char** argv) {
     }
     Tessel::Trace::EnableFromEnvironment();
     std::vector<std::string> args(argv + 1, argv + argc);
-    return Tessel::Tool::Run(args, std::cout, std::cerr);
+    const int status = Tessel::Tool::Run(args, std::cout, std::cerr);
+    // Output that could not be written (a full disk, a closed file) is a failure: a script
+    // must never take a cut-off listing for a whole one.
+    errno = 0;
+    std::cout.flush();
+    const bool flushed = std::fflush(stdout) == 0;
+    if (!std::cout || !flushed || std::ferror(stdout)) {
+        std::cerr << "tessel: cannot write to standard output";
+        if (errno != 0)
+            std::cerr << ": " << std::strerror(errno);
+        std::cerr << "\n";
+        return status == 0 ? 1 : status;
+    }
+    return status;
 }
