@@ -60,6 +60,15 @@ std::shared_ptr<DefaultContentRequestData> DefaultFor(const std::u16string& path
                                                        mediaOnly);
 }
 
+// Runs START and returns the one message of type Msg it brings to the test station.
+template <class Msg>
+Msg AnswerTo(const std::function<void()>& start) {
+    Inbox<Msg> inbox;
+    start();
+    EXPECT_TRUE(inbox.WaitFor(1));
+    return inbox.messages.empty() ? Msg() : inbox.messages.front();
+}
+
 // Collects the result codes of the messages of type Msg on the test station.
 template <class Msg>
 ScopedListener CollectCodes(std::vector<ResultCode>& codes) {
@@ -79,17 +88,21 @@ ClassRef<Request> Aborted(ProviderWrapper* wrapper, Params&&... params) {
 
 TEST(Requests, ListRequestsAnswerWithCodesAndAbortsEmptyTheList) {
     HostFixture host;
-    Inbox<GetProviderListMessage> inbox;
-    ProviderHost::RequestProviderList(u"/nobody/claims", {}, kStation);  // released at once
-    ASSERT_TRUE(inbox.WaitFor(1));
-    EXPECT_EQ(inbox.messages[0].result, kResultNothingFound);
+    const auto list = [](const ClassRef<ProviderListRequest>& request = nullptr) {
+        return AnswerTo<GetProviderListMessage>([&] {
+            if (request)
+                request->Start();
+            else
+                ProviderHost::RequestProviderList(u"/x", {}, kStation);  // released at once
+        });
+    };
+    EXPECT_EQ(list().result, kResultNothingFound);
     Register(std::make_shared<TestProvider>("Low", 30));
     Register(std::make_shared<TestProvider>("High", 100));
-    ProviderHost::RequestProviderList(u"/x", {}, kStation);
-    ASSERT_TRUE(inbox.WaitFor(2));
-    EXPECT_EQ(inbox.messages[1].result, kResultSuccess);
-    EXPECT_EQ(inbox.messages[1].path, u"/x");
-    EXPECT_EQ(inbox.messages[1].scores, (std::vector<int>{100, 30}));
+    const GetProviderListMessage found = list();
+    EXPECT_EQ(found.result, kResultSuccess);
+    EXPECT_EQ(found.path, u"/x");
+    EXPECT_EQ(found.scores, (std::vector<int>{100, 30}));
     // Aborted while the second of three providers is asked: nothing of the pass is kept.
     ClassRef<ProviderListRequest> request = ProviderListRequest::CreateClassRef();
     auto aborter = std::make_shared<TestProvider>("Aborter");
@@ -102,15 +115,12 @@ TEST(Requests, ListRequestsAnswerWithCodesAndAbortsEmptyTheList) {
     Register(last);
     request->Initialize(kStation, nullptr);
     request->SetRequestParams(u"/x", {});
-    request->Start();
-    ASSERT_TRUE(inbox.WaitFor(3));
-    EXPECT_EQ(inbox.messages[2].result, kResultAborted);
-    EXPECT_TRUE(inbox.messages[2].providers.empty());
-    EXPECT_EQ(last->canProvideCalls.load(), 0);
+    const GetProviderListMessage aborted = list(request);
+    EXPECT_EQ(aborted.result, kResultAborted);
+    EXPECT_TRUE(aborted.providers.empty());
     // Aborted before it runs: answered all the same, without asking anyone.
-    Aborted<ProviderListRequest>(nullptr, u"/x", any_regular_t())->Start();
-    ASSERT_TRUE(inbox.WaitFor(4));
-    EXPECT_EQ(inbox.messages[3].result, kResultAborted);
+    EXPECT_EQ(list(Aborted<ProviderListRequest>(nullptr, u"/x", any_regular_t())).result,
+              kResultAborted);
     EXPECT_EQ(last->canProvideCalls.load(), 0);
 }
 
@@ -121,64 +131,60 @@ TEST(Requests, ContentThumbnailAndPossibleContent) {
     HostFixture host;
     auto provider = std::make_shared<TestProvider>("P", 30);
     ProviderWrapper* wrapper = Register(provider);
-    Inbox<GetContentMessage> contents;
-    Inbox<GetThumbnailMessage> thumbs;
-    Inbox<HasPossibleDirectoryContentMessage> possible;
-    wrapper->RequestContent(dir.u16(), {}, {kNameField}, kStation);
-    ASSERT_TRUE(contents.WaitFor(1));
-    EXPECT_EQ(contents.messages[0].result, kResultSuccess);
-    EXPECT_EQ(contents.messages[0].content.size(), 2u);
-    EXPECT_EQ(contents.messages[0].wrapper, wrapper);
-    wrapper->RequestContent(u"/no/such/folder", {}, {kNameField}, kStation);
-    ASSERT_TRUE(contents.WaitFor(2));
-    EXPECT_EQ(contents.messages[1].result, kResultSuccess);  // empty is still a success
-    EXPECT_TRUE(contents.messages[1].content.empty());
+    const auto content = [&](const std::u16string& path) {
+        return AnswerTo<GetContentMessage>(
+            [&] { wrapper->RequestContent(path, {}, {kNameField}, kStation); });
+    };
+    const GetContentMessage listed = content(dir.u16());
+    EXPECT_EQ(listed.result, kResultSuccess);
+    EXPECT_EQ(listed.content.size(), 2u);
+    EXPECT_EQ(listed.wrapper, wrapper);
+    const GetContentMessage empty = content(u"/no/such/folder");
+    EXPECT_EQ(empty.result, kResultSuccess);  // empty is still a success
+    EXPECT_TRUE(empty.content.empty());
     // Aborted before it runs; an observed abort stays observed.
-    auto content =
+    auto aborted =
         Aborted<ProviderContentRequest>(wrapper, u"/x", any_regular_t(), FieldSet{kNameField});
-    content->Abort();
-    EXPECT_TRUE(content->GetAbort());
-    EXPECT_TRUE(content->MakeAbortPredicate()());
-    content->Start();
-    ASSERT_TRUE(contents.WaitFor(3));
-    EXPECT_EQ(contents.messages[2].result, kResultAborted);
-    EXPECT_EQ(contents.messages[2].request, content);
+    aborted->Abort();
+    EXPECT_TRUE(aborted->GetAbort());
+    EXPECT_TRUE(aborted->MakeAbortPredicate()());
+    const auto answer = AnswerTo<GetContentMessage>([&] { aborted->Start(); });
+    EXPECT_EQ(answer.result, kResultAborted);
+    EXPECT_EQ(answer.request, aborted);
     EXPECT_EQ(provider->contentCalls.load(), 2);
     const std::int64_t live = pelpixLiveCount();
     auto data =
         std::make_shared<ProviderThumbnailRequestData>(u"/a.mov", u"", any_regular_t(), 4, 2);
-    wrapper->RequestThumbnail(data, kStation);
-    ASSERT_TRUE(thumbs.WaitFor(1));
-    EXPECT_EQ(thumbs.messages[0].result, kResultSuccess);
-    EXPECT_EQ(thumbs.messages[0].data, data);
-    EXPECT_TRUE(thumbs.messages[0].frame);
+    const auto thumbnail = [&](const ClassRef<ProviderThumbnailRequest>& request = nullptr) {
+        return AnswerTo<GetThumbnailMessage>([&] {
+            request ? (void)request->Start() : (void)wrapper->RequestThumbnail(data, kStation);
+        });
+    };
+    const GetThumbnailMessage made = thumbnail();
+    EXPECT_EQ(made.result, kResultSuccess);
+    EXPECT_EQ(made.data, data);
+    EXPECT_TRUE(made.frame);
     std::atomic<int> thumbnailCalls{0};
     provider->thumbnailFunction = [&](const std::string&, std::uint32_t, std::uint32_t) {
         ++thumbnailCalls;
         return PelPixHandle(nullptr);
     };
-    wrapper->RequestThumbnail(data, kStation);
-    ASSERT_TRUE(thumbs.WaitFor(2));
-    Aborted<ProviderThumbnailRequest>(wrapper, data)->Start();
-    ASSERT_TRUE(thumbs.WaitFor(3));
-    EXPECT_EQ(thumbs.messages[1].result, kResultNothingFound);
-    EXPECT_EQ(thumbs.messages[2].result, kResultAborted);
-    EXPECT_FALSE(thumbs.messages[1].frame || thumbs.messages[2].frame);
+    EXPECT_EQ(thumbnail().result, kResultNothingFound);
+    EXPECT_EQ(thumbnail(Aborted<ProviderThumbnailRequest>(wrapper, data)).result, kResultAborted);
     EXPECT_EQ(thumbnailCalls, 1);
-    thumbs.messages.clear();
     EXPECT_EQ(pelpixLiveCount(), live);
     auto question =
         std::make_shared<HasPossibleDirectoryContentRequestData>(dir.u16(), any_regular_t());
-    ProviderHost::RequestHasPossibleDirectoryContent(question, kStation);
-    ASSERT_TRUE(possible.WaitFor(1));
+    const auto possible = AnswerTo<HasPossibleDirectoryContentMessage>(
+        [&] { ProviderHost::RequestHasPossibleDirectoryContent(question, kStation); });
+    EXPECT_TRUE(possible.answer);
+    EXPECT_EQ(possible.result, kResultSuccess);
+    EXPECT_EQ(possible.data, question);
     // An abort shows as "nothing found", never as aborted.
-    Aborted<HasPossibleDirectoryContentRequest>(nullptr, question)->Start();
-    ASSERT_TRUE(possible.WaitFor(2));
-    EXPECT_TRUE(possible.messages[0].answer);
-    EXPECT_EQ(possible.messages[0].result, kResultSuccess);
-    EXPECT_EQ(possible.messages[0].data, question);
-    EXPECT_FALSE(possible.messages[1].answer);
-    EXPECT_EQ(possible.messages[1].result, kResultNothingFound);
+    const auto abortedQuestion = AnswerTo<HasPossibleDirectoryContentMessage>(
+        [&] { Aborted<HasPossibleDirectoryContentRequest>(nullptr, question)->Start(); });
+    EXPECT_FALSE(abortedQuestion.answer);
+    EXPECT_EQ(abortedQuestion.result, kResultNothingFound);
 }
 
 TEST(Requests, DefaultContentKeepsOnlyItemsThatOpenFromTheNamedProvider) {

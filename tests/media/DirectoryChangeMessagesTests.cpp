@@ -68,7 +68,8 @@ protected:
     ScopedListener mListener;
 };
 
-TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadUntilTheLastAskerStops) {
+// The kinds of change and the end of a watch are the change notification's own tests.
+TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadNamedInTheHostsForm) {
     const std::u16string folder = mDir.u16();
     DCM::MonitorDirectory(folder, 0, 0);
     // A name that is not ASCII arrives in the host's form of it (POSIX: of its bytes, which
@@ -78,20 +79,9 @@ TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadUntilTheLastAskerSto
 #else
     const fs::path odd = "bad\xff.mov";
 #endif
-    Write(mDir.path() / "clip.mxf");
     Write(mDir.path() / odd);
-    ASSERT_TRUE(WaitForMessage(folder, u"clip.mxf"));
     ASSERT_TRUE(WaitForMessage(folder, Path::FromNative(odd.native())));
-    fs::remove(mDir.path() / "clip.mxf");
-    mMessages.clear();
-    ASSERT_TRUE(WaitForMessage(folder, u"clip.mxf"));
     EXPECT_FALSE(mMessages.front().directoryGone);
-    DCM::StopMonitoringDirectory(folder, 0);
-    EXPECT_FALSE(Platform::IsChangeNotificationRunning());
-    mMessages.clear();
-    Write(mDir.path() / "unwatched.txt");
-    MainThread::RunUntil([] { return false; }, std::chrono::milliseconds(400));
-    EXPECT_TRUE(mMessages.empty());
 }
 
 TEST_F(DirectoryChangeMessages, AFolderThatGoesAwayIsWatchedAgainWhenAskedAgain) {

@@ -131,11 +131,8 @@ TEST(VideoFrame, CopiesPaddedBottomUpRowsAndReadsFromTheTop) {
     for (std::uint32_t y = 0; y < kHeight; ++y)
         for (std::uint32_t x = 0; x < kWidth; ++x)
             EXPECT_EQ(frame->GetPixelBGRA(x, y), Marker(x, kHeight - 1 - y)) << x << "," << y;
-    // The top-left pixel is the first pixel of the last stored row; padding is copied too.
-    const std::uint8_t* topRow = frame->GetPixels() + (kHeight - 1) * frame->GetRowBytes();
-    EXPECT_EQ(topRow[1], 0x03);  // G of Marker(0, 3) = 0xA0000300
-    EXPECT_EQ(topRow[3], 0xA0);  // A
-    EXPECT_EQ(topRow[kWidth * 4], 0xEE);
+    // Padding is copied too.
+    EXPECT_EQ(frame->GetPixels()[(kHeight - 1) * frame->GetRowBytes() + kWidth * 4], 0xEE);
     // Outside the picture there is no pixel, also not in the padding.
     EXPECT_EQ(frame->GetPixelBGRA(kWidth, 0), 0u);
     EXPECT_EQ(frame->GetPixelBGRA(0, kHeight), 0u);
