@@ -15,10 +15,14 @@ namespace {
 
 constexpr const char* kTraceCategory = "Messaging";
 
-void TraceDropped(const ImmutableString& station, const char* why) {
-    if (Trace::IsEnabled(kTraceCategory)) {
-        Trace::Write(kTraceCategory,
-                     "message to the station \"" + station.str() + "\" dropped: " + why);
+void TraceDropped(const ImmutableString& station, const char* why) noexcept {
+    try {
+        if (Trace::IsEnabled(kTraceCategory)) {
+            Trace::Write(kTraceCategory,
+                         "message to the station \"" + station.str() + "\" dropped: " + why);
+        }
+    } catch (...) {
+        // Out of memory for the line: the message is dropped all the same.
     }
 }
 
