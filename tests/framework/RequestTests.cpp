@@ -299,9 +299,11 @@ TEST(Requests, AProviderThatThrowsIsAnsweredAsFailedInEveryKind) {
         EXPECT_EQ(codes, std::vector<ResultCode>(5, kResultFailed));
     }
     fail = failures[0];
-    const std::string trace = Tessel::Test::CaptureTrace("Requests", [&] { requestEveryKind(); });
-    EXPECT_NE(trace.find("ProviderContentRequest failed: provider trouble"), std::string::npos)
-        << trace;
+    const auto trace = Tessel::Test::CaptureTrace("Requests", [&] { requestEveryKind(); });
+    if (trace) {
+        EXPECT_NE(trace->find("ProviderContentRequest failed: provider trouble"), std::string::npos)
+            << *trace;
+    }
     fail = [] {};
     ASSERT_TRUE(requestEveryKind());
     EXPECT_EQ(std::count(codes.begin(), codes.end(), kResultFailed), 0) << "the host runs on";

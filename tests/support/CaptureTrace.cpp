@@ -8,19 +8,19 @@
 
 #include "support/TempDir.h"
 
-#if defined(_WIN32)
-#include <io.h>
-#define dup _dup
-#define dup2 _dup2
-#define close _close
-#define fileno _fileno
-#else
+#if !defined(_WIN32)
 #include <unistd.h>
 #endif
 
 namespace Tessel::Test {
 
-std::string CaptureTrace(const char* category, const std::function<void()>& body) {
+std::optional<std::string> CaptureTrace(const char* category, const std::function<void()>& body) {
+#if defined(_WIN32)
+    Trace::Enable(category);
+    body();
+    Trace::Disable(category);
+    return std::nullopt;
+#else
     TempDir dir;
     const std::filesystem::path file = dir.path() / "stderr.txt";
     std::fflush(stderr);
@@ -37,6 +37,7 @@ std::string CaptureTrace(const char* category, const std::function<void()>& body
     std::ostringstream text;
     text << std::ifstream(file, std::ios::binary).rdbuf();
     return text.str();
+#endif
 }
 
 }  // namespace Tessel::Test
