@@ -1,8 +1,6 @@
 // Registration, ranking, favorites and the host's life cycle.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Preferences.h>
 #include <tessel/foundation/Settings.h>
@@ -35,36 +33,49 @@ std::u16string Id(const char* className) {
 TEST(ProviderHost, RanksByScoreWithTiesInRegistrationOrder) {
     HostFixture host;
     Register(std::make_shared<TestProvider>("Directory", 30));
-    Register(std::make_shared<TestProvider>("Never", 0));
+    auto silent = std::make_shared<TestProvider>("Never", 0);
+    Register(silent);
     Register(std::make_shared<TestProvider>("CardA", 100));
-    Register(std::make_shared<TestProvider>("Negative", -1));
+    auto negative = std::make_shared<TestProvider>("Negative", -1);
+    Register(negative);
     Register(std::make_shared<TestProvider>("CardB", 100));
     Register(std::make_shared<TestProvider>("Foreign", 40));
+    EXPECT_TRUE(ProviderHost::GetProviderList(u"", {}).empty());
+    EXPECT_EQ(silent->canProvideCalls.load(), 0) << "an empty path asks nobody";
     const auto ranked = ProviderHost::GetProviderList(u"/anything", {});
     EXPECT_EQ(Ids(ranked), (std::vector<std::u16string>{Id("CardA"), Id("CardB"), Id("Foreign"),
                                                         Id("Directory")}));
-    // -1 is not a claim for selection, but any non-zero answer counts for HasProvider.
-    EXPECT_TRUE(ProviderHost::HasProvider(u"/anything", {}, false));
-    EXPECT_TRUE(ProviderHost::IsDefaultDirectoryAssetProvider(Id("Directory")) == false);
-    EXPECT_EQ(ProviderHost::FindProvider(Id("Foreign"))->GetUIString(), u"Test Foreign");
+    EXPECT_EQ(ProviderHost::FindProvider(Id("Foreign")), ranked[2]);
     EXPECT_EQ(ProviderHost::FindProvider(u"nobody"), nullptr);
+    // -1 is not a claim for selection, but any non-zero answer counts for HasProvider.
+    silent->projectBased = true;
+    negative->projectBased = true;
+    EXPECT_TRUE(ProviderHost::HasProvider(u"/anything", {}, false));
+    EXPECT_TRUE(ProviderHost::HasProjectBasedProvider(u"/anything", {}));
+    negative->projectBased = false;
+    EXPECT_FALSE(ProviderHost::HasProjectBasedProvider(u"/anything", {}));
 }
 
-TEST(ProviderHost, NegativeScoreAloneMakesHasProviderTrueButSelectsNothing) {
+// Every synchronous question hands providers a predicate they may call.
+TEST(ProviderHost, ProvidersAlwaysGetACallableAbortPredicate) {
     HostFixture host;
-    auto onlyNegative = std::make_shared<TestProvider>("Negative", -1);
-    Register(onlyNegative);
-    auto silent = std::make_shared<TestProvider>("Silent");  // scores 0
-    Register(silent);
-    // An empty path asks nobody.
-    EXPECT_TRUE(ProviderHost::GetProviderList(u"", {}).empty());
-    EXPECT_EQ(silent->canProvideCalls.load() + onlyNegative->canProvideCalls.load(), 0);
-
-    EXPECT_TRUE(ProviderHost::GetProviderList(u"/x", {}).empty());
+    auto provider = std::make_shared<TestProvider>("Caller");
+    std::vector<bool> aborted;
+    provider->scoreFunction = [&](const std::string&, DirectoryContents&,
+                                  const AbortPredicate& abort) {
+        aborted.push_back(abort());  // an empty predicate throws std::bad_function_call
+        return 10;
+    };
+    provider->projectBased = true;
+    provider->cloud = true;
+    ProviderWrapper* wrapper = Register(provider);
+    EXPECT_EQ(ProviderHost::GetProviderList(u"/x", {}).size(), 1u);
     EXPECT_TRUE(ProviderHost::HasProvider(u"/x", {}, false));
-    onlyNegative->projectBased = true;
-    EXPECT_FALSE(ProviderHost::HasProvider(u"/x", {}, true));
     EXPECT_TRUE(ProviderHost::HasProjectBasedProvider(u"/x", {}));
+    EXPECT_TRUE(ProviderHost::HasCloudStorageProvider(u"/x"));
+    DirectoryContents contents(u"/x");
+    EXPECT_EQ(wrapper->CanProvideFor(u"/x", {}, contents, {}), 10);
+    EXPECT_EQ(aborted, std::vector<bool>(5, false));
 }
 
 TEST(ProviderHost, OnePassReadsTheFolderOnceWhateverTheProvidersAsk) {
@@ -94,111 +105,56 @@ TEST(ProviderHost, LifeCycle) {
     ProviderHost::Shutdown();  // before Initialize: nothing happens
     EXPECT_FALSE(ProviderHost::IsInitialized());
     EXPECT_FALSE(ProviderHost::GetProviderExecutor());
-
     // Requests started before Initialize queue nothing and never answer.
     auto early = ProviderListRequest::CreateClassRef();
     early->Initialize(ProviderHost::sProviderHostStation, nullptr);
     early->SetRequestParams(u"/x", {});
     EXPECT_FALSE(early->Start());
-
     Settings::Set(kSettingContentLowPriorityThreads, 3);
     ProviderHost::Initialize();
     const std::size_t builtIn = ProviderHost::GetAllProviders().size();
     auto low = ProviderHost::GetProviderExecutor();
     ASSERT_TRUE(low);
     EXPECT_EQ(low->GetWorkerCount(), 3);
-    EXPECT_GE(ProviderHost::GetHighPriorityProviderExecutor()->GetWorkerCount(), 2);
     Register(std::make_shared<TestProvider>("Extra", 1));
     ProviderHost::Initialize();  // a second call changes nothing
     EXPECT_EQ(ProviderHost::GetAllProviders().size(), builtIn + 1);
     EXPECT_EQ(ProviderHost::GetProviderExecutor(), low);
     EXPECT_TRUE(Messaging::IsStationRegistered(ProviderHost::sProviderHostStation));
-
     ProviderHost::Shutdown();
     EXPECT_TRUE(ProviderHost::GetAllProviders().empty());
     EXPECT_FALSE(ProviderHost::GetProviderExecutor());
     EXPECT_FALSE(Messaging::IsStationRegistered(ProviderHost::sProviderHostStation));
     EXPECT_FALSE(early->Start());  // after Shutdown as well
-
-    ProviderHost::Initialize();  // runs again in full
+    ProviderHost::Initialize();    // runs again in full
     EXPECT_EQ(ProviderHost::GetAllProviders().size(), builtIn);
     ProviderHost::Shutdown();
     Settings::Reset(kSettingContentLowPriorityThreads);
 }
 
-// A provider that answers for the favorites list, as the favorites provider does.
-std::shared_ptr<TestProvider> FavoritesProvider() {
-    auto provider = std::make_shared<TestProvider>("Favorites");
-    provider->scoreFunction = [](const std::string& path, DirectoryContents&,
-                                 const AbortPredicate&) {
-        return path == kSDKFavoritesListPath ? 100 : 0;
-    };
-    return provider;
-}
-
-TEST(ProviderHost, FavoritesAreChangedAnnouncedAndSaved) {
+// Saving, restarts and changes from many threads are the favorites provider's tests.
+TEST(ProviderHost, FavoritesNeedTheirProviderAndEveryChangeIsAnnounced) {
     Tessel::Test::TempDir dir;
     Preferences::UseFile(dir.str() + "/prefs.json");
     HostFixture host;
     int announced = 0;
     ScopedListener listener(Messaging::Listen<FavoritesChangedMessage>(
         ProviderHost::sProviderHostStation, [&](const FavoritesChangedMessage&) { ++announced; }));
-
     ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Add);  // no provider yet: nothing
     EXPECT_EQ(announced, 0);
     EXPECT_TRUE(ProviderHost::GetFavorites().empty());
-
-    Register(FavoritesProvider());
+    auto provider = std::make_shared<TestProvider>("Favorites");
+    provider->scoreFunction = [](const std::string& path, DirectoryContents&,
+                                 const AbortPredicate&) {
+        return path == kSDKFavoritesListPath ? 100 : 0;
+    };
+    Register(provider);
     ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
     EXPECT_EQ(announced, 1);  // on the main thread: delivered at once
-    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/a", u"/b"}));
     ProviderHost::ModifyFavorites({u"/a"}, static_cast<FavoriteOperation>(7));
     EXPECT_EQ(announced, 2);  // an unknown operation changes nothing but still announces
-    EXPECT_EQ(ProviderHost::GetFavorites().size(), 2u);
-    ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Remove);
-    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/b"}));
-
-    // Changed from other threads, the announcements arrive on the main thread.
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 10; ++i) {
-                ProviderHost::ModifyFavorites(
-                    {Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i))},
-                    FavoriteOperation::Add);
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
-    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return announced == 3 + 40; }));
-    EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
-
-    // The saved list comes back after a restart.
-    ProviderHost::Shutdown();
-    ASSERT_FALSE(Preferences::Load());
-    ProviderHost::Initialize();
-    Register(FavoritesProvider());
-    EXPECT_FALSE(ProviderHost::LoadFavorites());
-    EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/a", u"/b"}));
     Preferences::UseFile({});
-}
-
-TEST(ProviderHost, ForcedUpdatesReachTheMainThreadFromAnyThread) {
-    HostFixture host;
-    int updates = 0;
-    std::thread::id deliveredOn;
-    ScopedListener listener(Messaging::Listen<RequestForceUpdateMessage>(
-        ProviderHost::sProviderHostStation, [&](const RequestForceUpdateMessage&) {
-            ++updates;
-            deliveredOn = std::this_thread::get_id();
-        }));
-    RequestForceUpdate();
-    EXPECT_EQ(updates, 1);
-    std::thread([] { RequestForceUpdate(); }).join();
-    EXPECT_EQ(updates, 1);
-    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return updates == 2; }));
-    EXPECT_EQ(deliveredOn, std::this_thread::get_id());
 }
 
 }  // namespace

@@ -1,10 +1,9 @@
-// The base behaviours every provider inherits, the shared constants, and the wrapper's
-// conversions between the host's UTF-16 and the providers' UTF-8.
+// The base behaviours every provider inherits, and the wrapper's conversions between the
+// host's UTF-16 and the providers' UTF-8.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <functional>
-#include <thread>
 
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderWrapper.h>
@@ -19,44 +18,6 @@ namespace {
 
 using Tessel::Test::TempDir;
 using Tessel::Test::TestProvider;
-
-std::string Text(const UTF8String& s) {
-    return std::string(s.begin(), s.end());
-}
-
-TEST(ContentRecord, EveryKeyAndListPathHasIdenticalTwins) {
-    const std::pair<const std::u16string*, const char*> fields[] = {
-        {&kNameField, kSDKNameField},
-        {&kPathField, kSDKPathField},
-        {&kExtraPathField, kSDKExtraPathField},
-        {&kDirectoryFlagField, kSDKDirectoryFlagField},
-        {&kCreationDateField, kSDKCreationDateField},
-        {&kBundleField, kSDKBundleField},
-        {&kStateField, kSDKStateField}};
-    for (const auto& [wide, narrow] : fields)
-        EXPECT_EQ(Utf16ToUtf8(*wide), narrow);
-
-    struct ListPath {
-        const std::u16string* wide;
-        const UTF8String* utf8;
-        const char* narrow;
-        const char* text;
-    };
-    const ListPath lists[] = {
-        {&kVolumeListPath, &kVolumeListPathUTF8, kSDKVolumeListPath, "volumes:"},
-        {&kNetworkVolumeListPath, &kNetworkVolumeListPathUTF8, kSDKNetworkVolumeListPath,
-         "networkvolumes:"},
-        {&kFavoritesListPath, &kFavoritesListPathUTF8, kSDKFavoritesListPath, "favorites:"},
-        {&kCloudSyncListPath, &kCloudSyncListPathUTF8, kSDKCloudSyncListPath, "cloudsync:"},
-        {&kFRServerListPath, &kFRServerListPathUTF8, kSDKFRServerListPath, "frservers:"},
-        {&kFramecastListPath, &kFramecastListPathUTF8, kSDKFramecastListPath, "framecast:"}};
-    for (const auto& list : lists) {
-        EXPECT_EQ(Utf16ToUtf8(*list.wide), list.text);
-        EXPECT_EQ(Text(*list.utf8), list.text);
-        EXPECT_STREQ(list.narrow, list.text);
-    }
-    EXPECT_EQ(kProviderDirectoryID, std::string(kProviderIDPrefix) + "WinProviderDirectory");
-}
 
 TEST(ContentRecord, ThumbnailExtraPathTakesTheFirstElementOfAList) {
     PropertyMap record;
@@ -94,13 +55,9 @@ TEST(Provider, AccessAndMonitoringRules) {
     EXPECT_TRUE(provider.PathHasAccessPermission(dir.str()));
     provider.cloud = true;  // cloud storage is always readable as far as the host knows
     EXPECT_TRUE(provider.PathHasAccessPermission("/no/such/place"));
-
-    for (const char16_t* list :
-         {u"volumes:", u"networkvolumes:", u"favorites:", u"cloudsync:", u"frservers:"})
-        EXPECT_FALSE(provider.ShouldMonitorPath(list)) << Utf16ToUtf8(list);
-    for (const std::u16string& other : {std::u16string(u"framecast:"), std::u16string(), dir.u16()})
-        EXPECT_TRUE(provider.ShouldMonitorPath(other)) << Utf16ToUtf8(other);
-
+    // The framecast list is monitored like a folder.
+    EXPECT_TRUE(provider.ShouldMonitorPath(u"framecast:") && provider.ShouldMonitorPath(u""));
+    EXPECT_FALSE(provider.ShouldMonitorPath(u"cloudsync:"));
     provider.MonitorPath(dir.u16(), {});
     provider.MonitorPath(u"volumes:", {});
     EXPECT_TRUE(MF::DirectoryChangeMonitor::IsMonitoring(dir.u16()));
@@ -120,70 +77,42 @@ TEST(Provider, CurrentOrDescendentDirectory) {
     };
     dir.MakeDir("a/b/c");
     dir.MakeDir("ab");
-    const std::u16string root = native("");
     const std::u16string a = native("/a");
-    const std::u16string inner = native("/a/b/c");
-    const std::u16string sibling = native("/ab");
     TestProvider provider("P");
     EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(u"/no/such", u"/no/such"));
-    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(a, inner));
-    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(root, a));
-    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(inner, a));
-    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, sibling));  // "ab" only begins with "a"
-    EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, native("/a/missing")));
-    EXPECT_FALSE(
-        provider.IsCurrentOrDescendentDirectory(a, native("/a/b/../../ab")));  // climbs out
+    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(a, native("/a/b/c")));
+    EXPECT_TRUE(provider.IsCurrentOrDescendentDirectory(native(""), a));
+    // Not: the parent, a sibling whose name merely begins with "a", a missing folder, a path
+    // that climbs out.
+    for (const char* other : {"", "/ab", "/a/missing", "/a/b/../../ab"})
+        EXPECT_FALSE(provider.IsCurrentOrDescendentDirectory(a, native(other))) << other;
 }
 
-TEST(Provider, ManagedPathsAreASortedSetSafeFromManyThreads) {
+// Changes from many threads at once are the favorites provider's tests.
+TEST(Provider, ManagedPathsAreASortedSet) {
     TestProvider provider("Favorites");
     provider.AddProviderManagedPaths({u"/b", u"/a", u"/b"});
+    provider.RemoveProviderManagedPaths({u"/c", u"/never-there"});
     std::list<std::u16string> paths{u"existing"};
     provider.GetProviderManagedPaths(paths);
     EXPECT_EQ(paths, (std::list<std::u16string>{u"existing", u"/a", u"/b"}));
-    provider.RemoveProviderManagedPaths({u"/a", u"/never-there"});
-
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&provider, t] {
-            for (int i = 0; i < 200; ++i) {
-                const std::u16string path =
-                    Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i));
-                provider.AddProviderManagedPaths({path});
-                std::list<std::u16string> snapshot;
-                provider.GetProviderManagedPaths(snapshot);
-                if (i % 2 == 0)
-                    provider.RemoveProviderManagedPaths({path});
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
-    paths.clear();
-    provider.GetProviderManagedPaths(paths);
-    EXPECT_EQ(paths.size(), 1u + 4u * 100u);
 }
 
 TEST(Provider, ProgressAndUnavailableCallbacks) {
     TestProvider provider("P");
     provider.Progress(u"/x", 0.5);  // nothing set: nothing happens
     std::vector<double> seen;
-    provider.SetGetContentProgressCallback(
-        std::make_shared<ContentProgressCallback>([&](const std::u16string& path, double progress) {
-            EXPECT_EQ(path, u"/x");
-            seen.push_back(progress);
-        }));
+    provider.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>(
+        [&](const std::u16string&, double progress) { seen.push_back(progress); }));
     provider.Progress(u"/x", 0.25);
-    provider.Progress(u"/x", 1.0);
-    EXPECT_EQ(seen, (std::vector<double>{0.25, 1.0}));
-
+    EXPECT_EQ(seen, (std::vector<double>{0.25}));
     std::u16string unavailable;
     provider.SetGetContentUnavailableCallback(std::make_shared<ContentUnavailableCallback>(
         [&](const std::u16string& path) { unavailable = path; }));
     provider.Unavailable(u"/card");
     EXPECT_EQ(unavailable, u"/card");
-
-    // A set pointer holding an empty function is a caller's error, reported as such.
+    // A set pointer holding an empty function is a caller's error, reported as such (a
+    // request turns it into a failed answer).
     provider.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>());
     EXPECT_THROW(provider.Progress(u"/x", 0.1), std::bad_function_call);
 }
@@ -210,17 +139,13 @@ TEST(ProviderWrapper, ConvertsStringsAndKeepsUtf16KeyOrder) {
     // UTF-8 puts U+FF01 (EF..) before U+1F600 (F0..); UTF-16 code units put U+1F600 (D83D)
     // first. The host's map orders by code units.
     std::vector<std::u16string> keys;
-    for (const auto& [key, record] : content)
-        keys.push_back(key);
+    for (const auto& item : content)
+        keys.push_back(item.first);
     EXPECT_EQ(keys, (std::vector<std::u16string>{u"/m/bad\xDCFF", u"/m/\U0001F600", u"/m/\uFF01"}));
     // The escaped byte converts back to the same file name.
     EXPECT_EQ(Utf16ToUtf8(keys[0]), "/m/bad\xFF");
-
+    // The default fields keep the provider's order.
     EXPECT_EQ(wrapper.GetDefaultFieldList(), (std::vector<std::u16string>{u"Name", u"Directory"}));
-    const FieldSet all = wrapper.GetFieldList();
-    EXPECT_EQ(std::vector<std::u16string>(all.begin(), all.end()),
-              (std::vector<std::u16string>{u"Directory", u"Name", u"Path"}));
-    EXPECT_EQ(wrapper.GetIdentification(), Utf8ToUtf16(std::string(kProviderIDPrefix) + "P"));
 }
 
 TEST(ProviderWrapper, ThumbnailBuffersAreAlwaysDisposed) {
@@ -229,28 +154,21 @@ TEST(ProviderWrapper, ThumbnailBuffersAreAlwaysDisposed) {
     const auto live = pelpixLiveCount();
     MF::IVideoFrameRef frame = wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr);
     ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->GetWidth(), 4u);
     EXPECT_EQ(frame->GetPixelBGRA(3, 1), 0x11223344u);
-    EXPECT_EQ(pelpixLiveCount(), live);
-
-    provider->thumbnailFunction = [](const std::string&, std::uint32_t, std::uint32_t) {
-        return PelPixHandle(nullptr);
-    };
-    EXPECT_FALSE(wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr));
-
-    // A handle to no buffer: no frame, and the handle is left to its owner.
-    static PelPix* emptyCell = nullptr;
-    provider->thumbnailFunction = [](const std::string&, std::uint32_t, std::uint32_t) {
-        return &emptyCell;
-    };
-    EXPECT_FALSE(wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr));
+    // No handle, and a handle to no buffer (disposed all the same; LeakSanitizer sees a
+    // cell left behind): no frame.
+    for (bool emptyHandle : {false, true}) {
+        provider->thumbnailFunction = [=](const std::string&, std::uint32_t, std::uint32_t) {
+            return emptyHandle ? new PelPix*(nullptr) : PelPixHandle(nullptr);
+        };
+        EXPECT_FALSE(wrapper.GetThumbnail(u"/a", u"", {}, 4, 2, nullptr));
+    }
     EXPECT_EQ(pelpixLiveCount(), live);
 }
 
 class MenuAndViewsProvider : public TestProvider,
                              public MenuProviderInterface,
-                             public CustomUIProviderInterface,
-                             public ProjectItemProviderInterface {
+                             public CustomUIProviderInterface {
 public:
     MenuAndViewsProvider() : TestProvider("Menus") {}
     void PostProcessContextMenu(Menu& menu, const SelectedPaths& paths,
@@ -267,23 +185,6 @@ public:
         return id == 31012;
     }
     bool HasCustomSidebarUI(const std::u16string&, const any_regular_t&) override { return true; }
-    std::vector<ProjectItemRef> GetProjectItems(const std::string&, const any_regular_t&) override {
-        return {};
-    }
-    ProjectItemRef GetProjectItem(const std::string&, const any_regular_t&) override {
-        return nullptr;
-    }
-    std::string GetProjectPath(const std::string&) override { return {}; }
-    std::vector<std::string> GetMediaPaths(const std::string&, const any_regular_t&) override {
-        return {};
-    }
-    bool CanImportProjectItems(const SelectedPaths&, const SelectedStates&) override {
-        return false;
-    }
-    std::vector<ProjectItemRef> CreateProjectItemsForImport(const SelectedPaths&,
-                                                            const SelectedStates&) override {
-        return {};
-    }
 };
 
 TEST(ProviderWrapper, CapabilitiesAreFoundOnlyWhenTheProviderHasThem) {
@@ -298,7 +199,6 @@ TEST(ProviderWrapper, CapabilitiesAreFoundOnlyWhenTheProviderHasThem) {
     EXPECT_FALSE(plain.HasCustomSidebarUI(u"/a", {}));
     EXPECT_FALSE(plain.GetCustomContentUI(u"/a", {}));
     EXPECT_FALSE(plain.GetProjectItemProvider());
-
     auto rich = std::make_shared<MenuAndViewsProvider>();
     ProviderWrapper wrapper(rich);
     wrapper.PostProcessContextMenu(menu, {"/a"}, {{}});
@@ -310,9 +210,6 @@ TEST(ProviderWrapper, CapabilitiesAreFoundOnlyWhenTheProviderHasThem) {
     EXPECT_FALSE(enabled);
     EXPECT_TRUE(wrapper.HasCustomSidebarUI(u"/a", {}));
     EXPECT_FALSE(wrapper.HasCustomContentUI(u"/a", {}));  // the interface's own default
-    auto items = wrapper.GetProjectItemProvider();
-    ASSERT_TRUE(items);
-    EXPECT_EQ(rich.use_count(), 3);  // the test, the wrapper, and the shared interface pointer
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 // Asynchronous requests: one completion message per queued request, on the main thread,
-// with the right result code; aborts; releases; shutdown with requests in flight.
+// with the right result code; aborts; failures; releases; shutdown with requests in flight.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 #include <tessel/foundation/MainThread.h>
@@ -12,6 +15,7 @@
 #include <tessel/framework/Messages.h>
 #include <tessel/framework/ProviderHost.h>
 
+#include "support/CaptureTrace.h"
 #include "support/TempDir.h"
 #include "support/TestProvider.h"
 
@@ -42,8 +46,7 @@ struct Inbox {
     ScopedListener listener;
 };
 
-template <class Map>
-std::vector<std::u16string> Keys(const Map& content) {
+std::vector<std::u16string> Keys(const ContentMap& content) {
     std::vector<std::u16string> keys;
     for (const auto& [key, record] : content)
         keys.push_back(key);
@@ -57,92 +60,68 @@ std::shared_ptr<DefaultContentRequestData> DefaultFor(const std::u16string& path
                                                        mediaOnly);
 }
 
-TEST(Requests, ClassReferencesAnswerForTheirBases) {
-    auto list = ProviderListRequest::CreateClassRef();
-    EXPECT_TRUE(list->QueryMap("ProviderListRequest"));
-    EXPECT_TRUE(list->QueryMap("HighPriorityProviderRequest"));
-    EXPECT_TRUE(list->QueryMap("ProviderRequest"));
-    EXPECT_FALSE(list->QueryMap("ProviderThumbnailRequest"));
-    EXPECT_STREQ(list->GetUnknownTypeName(), "ProviderListRequest");
-    ClassRef<ProviderRequest> base = list;
-    EXPECT_TRUE(QueryClassRef<ProviderListRequest>(base));
-    EXPECT_FALSE(QueryClassRef<ProviderThumbnailRequest>(base));
-    auto thumb = ProviderThumbnailRequest::CreateClassRef();
-    EXPECT_FALSE(thumb->QueryMap("HighPriorityProviderRequest"));
+// Runs START and returns the one message of type Msg it brings to the test station.
+template <class Msg>
+Msg AnswerTo(const std::function<void()>& start) {
+    Inbox<Msg> inbox;
+    start();
+    EXPECT_TRUE(inbox.WaitFor(1));
+    return inbox.messages.empty() ? Msg() : inbox.messages.front();
 }
 
-TEST(Requests, ListRequestsAnswerWithCodes) {
-    HostFixture host;
-    Inbox<GetProviderListMessage> inbox;
-    ProviderHost::RequestProviderList(u"/nobody/claims", {}, kStation);  // released at once
-    ASSERT_TRUE(inbox.WaitFor(1));
-    EXPECT_EQ(inbox.messages[0].result, kResultNothingFound);
-    EXPECT_TRUE(inbox.messages[0].providers.empty());
+// Collects the result codes of the messages of type Msg on the test station.
+template <class Msg>
+ScopedListener CollectCodes(std::vector<ResultCode>& codes) {
+    return ScopedListener(Messaging::Listen<Msg>(
+        kStation, [&codes](const Msg& message) { codes.push_back(message.result); }));
+}
 
+// A request made, parameterised and aborted before it is started.
+template <class Request, class... Params>
+ClassRef<Request> Aborted(ProviderWrapper* wrapper, Params&&... params) {
+    ClassRef<Request> request = Request::CreateClassRef();
+    request->Initialize(kStation, wrapper);
+    request->SetRequestParams(std::forward<Params>(params)...);
+    request->Abort();
+    return request;
+}
+
+TEST(Requests, ListRequestsAnswerWithCodesAndAbortsEmptyTheList) {
+    HostFixture host;
+    const auto list = [](const ClassRef<ProviderListRequest>& request = nullptr) {
+        return AnswerTo<GetProviderListMessage>([&] {
+            if (request)
+                request->Start();
+            else
+                ProviderHost::RequestProviderList(u"/x", {}, kStation);  // released at once
+        });
+    };
+    EXPECT_EQ(list().result, kResultNothingFound);
     Register(std::make_shared<TestProvider>("Low", 30));
     Register(std::make_shared<TestProvider>("High", 100));
-    ProviderHost::RequestProviderList(u"/x", {}, kStation);
-    ASSERT_TRUE(inbox.WaitFor(2));
-    EXPECT_EQ(inbox.messages[1].result, kResultSuccess);
-    EXPECT_EQ(inbox.messages[1].path, u"/x");
-    ASSERT_EQ(inbox.messages[1].providers.size(), 2u);
-    EXPECT_EQ(inbox.messages[1].scores, (std::vector<int>{100, 30}));
-}
-
-TEST(Requests, AbortBeforeRunningStillAnswersOnce) {
-    HostFixture host;
-    auto provider = std::make_shared<TestProvider>("P", 30);
-    ProviderWrapper* wrapper = Register(provider);
-    Inbox<GetProviderListMessage> lists;
-    Inbox<GetContentMessage> contents;
-
-    auto list = ProviderListRequest::CreateClassRef();
-    list->Initialize(kStation, nullptr);
-    list->SetRequestParams(u"/x", {});
-    list->Abort();
-    ASSERT_TRUE(list->Start());
-    ASSERT_TRUE(lists.WaitFor(1));
-    EXPECT_EQ(lists.messages[0].result, kResultAborted);
-    EXPECT_TRUE(lists.messages[0].providers.empty());
-    EXPECT_EQ(provider->canProvideCalls.load(), 0);
-
-    auto content = ProviderContentRequest::CreateClassRef();
-    content->Initialize(kStation, wrapper);
-    content->SetRequestParams(u"/x", {}, {kNameField});
-    EXPECT_FALSE(content->GetAbort());
-    content->Abort();
-    content->Abort();
-    // An observed abort stays observed.
-    EXPECT_TRUE(content->GetAbort());
-    EXPECT_TRUE(content->GetAbort());
-    EXPECT_TRUE(content->MakeAbortPredicate()());
-    content->Start();
-    ASSERT_TRUE(contents.WaitFor(1));
-    EXPECT_EQ(contents.messages[0].result, kResultAborted);
-    EXPECT_EQ(contents.messages[0].request, content);
-    EXPECT_EQ(provider->contentCalls.load(), 0);
-}
-
-TEST(Requests, AbortDuringSelectionGivesAnEmptyList) {
-    HostFixture host;
-    Inbox<GetProviderListMessage> inbox;
+    const GetProviderListMessage found = list();
+    EXPECT_EQ(found.result, kResultSuccess);
+    EXPECT_EQ(found.path, u"/x");
+    EXPECT_EQ(found.scores, (std::vector<int>{100, 30}));
+    // Aborted while the second of three providers is asked: nothing of the pass is kept.
     ClassRef<ProviderListRequest> request = ProviderListRequest::CreateClassRef();
-    Register(std::make_shared<TestProvider>("First", 50));
     auto aborter = std::make_shared<TestProvider>("Aborter");
     aborter->scoreFunction = [&](const std::string&, DirectoryContents&, const AbortPredicate&) {
-        request->Abort();  // the user gives up while the second provider is asked
+        request->Abort();
         return 60;
     };
     Register(aborter);
-    auto third = std::make_shared<TestProvider>("Third", 70);
-    Register(third);
+    auto last = std::make_shared<TestProvider>("Last", 70);
+    Register(last);
     request->Initialize(kStation, nullptr);
     request->SetRequestParams(u"/x", {});
-    request->Start();
-    ASSERT_TRUE(inbox.WaitFor(1));
-    EXPECT_EQ(inbox.messages[0].result, kResultAborted);
-    EXPECT_TRUE(inbox.messages[0].providers.empty());
-    EXPECT_EQ(third->canProvideCalls.load(), 0);
+    const GetProviderListMessage aborted = list(request);
+    EXPECT_EQ(aborted.result, kResultAborted);
+    EXPECT_TRUE(aborted.providers.empty());
+    // Aborted before it runs: answered all the same, without asking anyone.
+    EXPECT_EQ(list(Aborted<ProviderListRequest>(nullptr, u"/x", any_regular_t())).result,
+              kResultAborted);
+    EXPECT_EQ(last->canProvideCalls.load(), 0);
 }
 
 TEST(Requests, ContentThumbnailAndPossibleContent) {
@@ -152,159 +131,182 @@ TEST(Requests, ContentThumbnailAndPossibleContent) {
     HostFixture host;
     auto provider = std::make_shared<TestProvider>("P", 30);
     ProviderWrapper* wrapper = Register(provider);
-    Inbox<GetContentMessage> contents;
-    Inbox<GetThumbnailMessage> thumbs;
-    Inbox<HasPossibleDirectoryContentMessage> possible;
-
-    wrapper->RequestContent(dir.u16(), {}, {kNameField}, kStation);
-    provider->contentFunction = nullptr;
-    ASSERT_TRUE(contents.WaitFor(1));
-    EXPECT_EQ(contents.messages[0].result, kResultSuccess);
-    EXPECT_EQ(contents.messages[0].content.size(), 2u);
-    EXPECT_EQ(contents.messages[0].wrapper, wrapper);
-
-    auto empty = std::make_shared<TestProvider>("Empty", 1);
-    empty->contentFunction = [](const std::string&, const SDKFieldSet&, ProviderRequest*) {
-        return SDKContentMap();
+    const auto content = [&](const std::u16string& path) {
+        return AnswerTo<GetContentMessage>(
+            [&] { wrapper->RequestContent(path, {}, {kNameField}, kStation); });
     };
-    Register(empty)->RequestContent(u"/x", {}, {kNameField}, kStation);
-    ASSERT_TRUE(contents.WaitFor(2));
-    EXPECT_EQ(contents.messages[1].result, kResultSuccess);  // empty is still a success
-    EXPECT_TRUE(contents.messages[1].content.empty());
-
+    const GetContentMessage listed = content(dir.u16());
+    EXPECT_EQ(listed.result, kResultSuccess);
+    EXPECT_EQ(listed.content.size(), 2u);
+    EXPECT_EQ(listed.wrapper, wrapper);
+    const GetContentMessage empty = content(u"/no/such/folder");
+    EXPECT_EQ(empty.result, kResultSuccess);  // empty is still a success
+    EXPECT_TRUE(empty.content.empty());
+    // Aborted before it runs; an observed abort stays observed.
+    auto aborted =
+        Aborted<ProviderContentRequest>(wrapper, u"/x", any_regular_t(), FieldSet{kNameField});
+    aborted->Abort();
+    EXPECT_TRUE(aborted->GetAbort());
+    EXPECT_TRUE(aborted->MakeAbortPredicate()());
+    const auto answer = AnswerTo<GetContentMessage>([&] { aborted->Start(); });
+    EXPECT_EQ(answer.result, kResultAborted);
+    EXPECT_EQ(answer.request, aborted);
+    EXPECT_EQ(provider->contentCalls.load(), 2);
+    const std::int64_t live = pelpixLiveCount();
     auto data =
-        std::make_shared<ProviderThumbnailRequestData>(u"/x/a.mov", u"", any_regular_t(), 4, 2);
-    wrapper->RequestThumbnail(data, kStation);
-    ASSERT_TRUE(thumbs.WaitFor(1));
-    EXPECT_EQ(thumbs.messages[0].result, kResultSuccess);
-    EXPECT_EQ(thumbs.messages[0].data, data);
-    ASSERT_TRUE(thumbs.messages[0].frame);
-    provider->thumbnailFunction = [](const std::string&, std::uint32_t, std::uint32_t) {
-        return PelPixHandle(nullptr);
+        std::make_shared<ProviderThumbnailRequestData>(u"/a.mov", u"", any_regular_t(), 4, 2);
+    const auto thumbnail = [&](const ClassRef<ProviderThumbnailRequest>& request = nullptr) {
+        return AnswerTo<GetThumbnailMessage>([&] {
+            request ? (void)request->Start() : (void)wrapper->RequestThumbnail(data, kStation);
+        });
     };
-    wrapper->RequestThumbnail(data, kStation);
-    ASSERT_TRUE(thumbs.WaitFor(2));
-    EXPECT_EQ(thumbs.messages[1].result, kResultNothingFound);
-    EXPECT_FALSE(thumbs.messages[1].frame);
-
-    // Aborted before it runs: the provider is not asked, and nothing is left undisposed.
+    const GetThumbnailMessage made = thumbnail();
+    EXPECT_EQ(made.result, kResultSuccess);
+    EXPECT_EQ(made.data, data);
+    EXPECT_TRUE(made.frame);
     std::atomic<int> thumbnailCalls{0};
     provider->thumbnailFunction = [&](const std::string&, std::uint32_t, std::uint32_t) {
         ++thumbnailCalls;
-        return pelpixNew(4, 2);
+        return PelPixHandle(nullptr);
     };
-    const std::int64_t live = pelpixLiveCount();
-    auto early = ProviderThumbnailRequest::CreateClassRef();
-    early->Initialize(kStation, wrapper);
-    early->SetRequestParams(data);
-    early->Abort();
-    early->Start();
-    ASSERT_TRUE(thumbs.WaitFor(3));
-    EXPECT_EQ(thumbs.messages[2].result, kResultAborted);
-    EXPECT_FALSE(thumbs.messages[2].frame);
-    EXPECT_EQ(thumbnailCalls, 0);
-    wrapper->RequestThumbnail(data, kStation);
-    ASSERT_TRUE(thumbs.WaitFor(4));
+    EXPECT_EQ(thumbnail().result, kResultNothingFound);
+    EXPECT_EQ(thumbnail(Aborted<ProviderThumbnailRequest>(wrapper, data)).result, kResultAborted);
     EXPECT_EQ(thumbnailCalls, 1);
-    thumbs.messages.clear();
     EXPECT_EQ(pelpixLiveCount(), live);
-    provider->thumbnailFunction = nullptr;
-
     auto question =
         std::make_shared<HasPossibleDirectoryContentRequestData>(dir.u16(), any_regular_t());
-    ProviderHost::RequestHasPossibleDirectoryContent(question, kStation);
-    ASSERT_TRUE(possible.WaitFor(1));
-    EXPECT_TRUE(possible.messages[0].answer);
-    EXPECT_EQ(possible.messages[0].result, kResultSuccess);
-    EXPECT_EQ(possible.messages[0].data, question);
-
+    const auto possible = AnswerTo<HasPossibleDirectoryContentMessage>(
+        [&] { ProviderHost::RequestHasPossibleDirectoryContent(question, kStation); });
+    EXPECT_TRUE(possible.answer);
+    EXPECT_EQ(possible.result, kResultSuccess);
+    EXPECT_EQ(possible.data, question);
     // An abort shows as "nothing found", never as aborted.
-    auto aborted = HasPossibleDirectoryContentRequest::CreateClassRef();
-    aborted->Initialize(kStation, nullptr);
-    aborted->SetRequestParams(question);
-    aborted->Abort();
-    aborted->Start();
-    ASSERT_TRUE(possible.WaitFor(2));
-    EXPECT_FALSE(possible.messages[1].answer);
-    EXPECT_EQ(possible.messages[1].result, kResultNothingFound);
+    const auto abortedQuestion = AnswerTo<HasPossibleDirectoryContentMessage>(
+        [&] { Aborted<HasPossibleDirectoryContentRequest>(nullptr, question)->Start(); });
+    EXPECT_FALSE(abortedQuestion.answer);
+    EXPECT_EQ(abortedQuestion.result, kResultNothingFound);
 }
 
-// Answers for paths under /ok, may not read /ok/secret, and is project-based for /project.
-class FilterProvider : public TestProvider {
-public:
-    FilterProvider() : TestProvider("Filter") {
-        scoreFunction = [](const std::string& path, DirectoryContents&, const AbortPredicate&) {
-            return path.rfind("/ok", 0) == 0 ? 30 : 0;
-        };
-        contentFunction = [](const std::string&, const SDKFieldSet& fields, ProviderRequest*) {
-            EXPECT_EQ(fields, (SDKFieldSet{kSDKNameField, kSDKPathField}));
-            SDKContentMap content;
-            for (const char* path : {"/ok/a", "/ok/secret", "/elsewhere", "/project/p"}) {
-                content[path][kSDKPathField] = Utf8ToUtf16(path);
-                content[path][kSDKNameField] = std::string(path);
-            }
-            content["/ok/nopath"][kSDKNameField] = std::string("no path");
-            return content;
-        };
-    }
-    bool PathHasAccessPermission(const std::string& path) override { return path != "/ok/secret"; }
-};
-
-TEST(Requests, DefaultContentKeepsOnlyItemsThatOpen) {
+TEST(Requests, DefaultContentKeepsOnlyItemsThatOpenFromTheNamedProvider) {
     HostFixture host;
-    Register(std::make_shared<FilterProvider>());
+    // Answers for paths under /ok and may not read /ok/secret; the next one answers for all.
+    class FilterProvider : public TestProvider {
+    public:
+        FilterProvider() : TestProvider("Filter") {
+            scoreFunction = [](const std::string& path, DirectoryContents&, const AbortPredicate&) {
+                return path.rfind("/ok", 0) == 0 ? 30 : 0;
+            };
+            contentFunction = [](const std::string&, const SDKFieldSet& fields, ProviderRequest*) {
+                EXPECT_EQ(fields, (SDKFieldSet{kSDKNameField, kSDKPathField}));
+                SDKContentMap content;
+                for (const char* path : {"/ok/a", "/ok/secret", "/elsewhere", "/project/p"})
+                    content[path][kSDKPathField] = Utf8ToUtf16(path);
+                content["/ok/nopath"][kSDKNameField] = std::string("no path");
+                return content;
+            };
+        }
+        bool PathHasAccessPermission(const std::string& path) override {
+            return path != "/ok/secret";
+        }
+    };
+    ProviderWrapper* filter = Register(std::make_shared<FilterProvider>());
     auto project = std::make_shared<TestProvider>("Project");
     project->projectBased = true;
     project->scoreFunction = [](const std::string& path, DirectoryContents&,
                                 const AbortPredicate&) {
-        return path.rfind("/project", 0) == 0 ? 100 : 0;
+        return path.rfind("/project", 0) == 0 || path == "/ok/other" ? 100 : 0;
     };
-    Register(project);
+    ProviderWrapper* best = Register(project);
     Inbox<GetDefaultContentMessage> inbox;
-
-    ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/ok"), kStation);
-    ASSERT_TRUE(inbox.WaitFor(1));
-    const auto& answer = inbox.messages[0];
-    EXPECT_EQ(answer.result, kResultSuccess);
-    EXPECT_EQ(answer.fields, (FieldSet{kNameField, kPathField}));
-    EXPECT_EQ(Keys(answer.content), (std::vector<std::u16string>{u"/ok/a", u"/project/p"}));
-
-    ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/ok", u"", true), kStation);
-    ASSERT_TRUE(inbox.WaitFor(2));
-    EXPECT_EQ(Keys(inbox.messages[1].content), (std::vector<std::u16string>{u"/ok/a"}));
-
-    auto nobody = DefaultFor(u"/none");
-    ProviderHost::RequestDefaultProviderContent(nobody, kStation);
-    ASSERT_TRUE(inbox.WaitFor(3));
-    EXPECT_EQ(inbox.messages[2].result, kResultNothingFound);
-    EXPECT_EQ(inbox.messages[2].data, nobody);
+    const std::shared_ptr<DefaultContentRequestData> asked[] = {
+        DefaultFor(u"/ok"),
+        DefaultFor(u"/ok", u"", true),
+        DefaultFor(u"/none"),
+        DefaultFor(u"/ok/other"),
+        DefaultFor(u"/ok/other", filter->GetIdentification()),
+        DefaultFor(u"/ok/other", u"no-such-provider")};
+    for (const auto& data : asked)
+        ProviderHost::RequestDefaultProviderContent(data, kStation);
+    ASSERT_TRUE(inbox.WaitFor(6));
+    // The answers in the order asked (the executor may finish them in any order).
+    std::vector<GetDefaultContentMessage> m;
+    for (const auto& data : asked) {
+        for (const auto& message : inbox.messages)
+            if (message.data == data)
+                m.push_back(message);
+    }
+    ASSERT_EQ(m.size(), 6u);
+    EXPECT_EQ(m[0].result, kResultSuccess);
+    EXPECT_EQ(m[0].fields, (FieldSet{kNameField, kPathField}));
+    EXPECT_EQ(Keys(m[0].content), (std::vector<std::u16string>{u"/ok/a", u"/project/p"}));
+    EXPECT_EQ(Keys(m[1].content), (std::vector<std::u16string>{u"/ok/a"}));  // media only
+    EXPECT_EQ(m[2].result, kResultNothingFound);
+    EXPECT_EQ(m[3].wrapper, best);
+    EXPECT_EQ(m[4].wrapper, filter);
+    EXPECT_EQ(m[5].wrapper, best);
 }
 
-TEST(Requests, DefaultContentPrefersTheNamedProvider) {
+// Whatever a provider's work throws, every kind of request answers kResultFailed with a
+// trace line, and the host goes on answering.
+TEST(Requests, AProviderThatThrowsIsAnsweredAsFailedInEveryKind) {
     HostFixture host;
-    auto make = [](const char* name, int score) {
-        auto p = std::make_shared<TestProvider>(name, score);
-        p->contentFunction = [name](const std::string&, const SDKFieldSet&, ProviderRequest*) {
-            SDKContentMap content;
-            content["/"][kSDKPathField] = std::u16string(u"/");
-            content["/"][kSDKNameField] = std::string(name);
-            return content;
-        };
-        return p;
+    auto provider = std::make_shared<TestProvider>("Thrower", 30);
+    ProviderWrapper* wrapper = Register(provider);
+    std::function<void()> fail;
+    provider->scoreFunction = [&](const std::string&, DirectoryContents&, const AbortPredicate&) {
+        fail();
+        return 30;
     };
-    ProviderWrapper* best = Register(make("Best", 100));
-    ProviderWrapper* other = Register(make("Other", 30));
-    Inbox<GetDefaultContentMessage> inbox;
-    const std::u16string ids[] = {u"", other->GetIdentification(), u"no-such-provider"};
-    for (const auto& id : ids)
-        ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/x", id), kStation);
-    ASSERT_TRUE(inbox.WaitFor(3));
-    std::map<std::u16string, const ProviderWrapper*> chosen;
-    for (const auto& m : inbox.messages)
-        chosen[m.data->GetProviderID()] = m.wrapper;
-    EXPECT_EQ(chosen[u""], best);
-    EXPECT_EQ(chosen[other->GetIdentification()], other);
-    EXPECT_EQ(chosen[u"no-such-provider"], best);
+    provider->contentFunction = [&](const std::string&, const SDKFieldSet&, ProviderRequest*) {
+        fail();
+        return SDKContentMap();
+    };
+    provider->thumbnailFunction = [&](const std::string&, std::uint32_t, std::uint32_t) {
+        fail();
+        return PelPixHandle(nullptr);
+    };
+    std::vector<ResultCode> codes;
+    Messaging::RegisterStation(kStation);
+    ScopedListener listeners[] = {
+        CollectCodes<GetProviderListMessage>(codes), CollectCodes<GetContentMessage>(codes),
+        CollectCodes<GetDefaultContentMessage>(codes), CollectCodes<GetThumbnailMessage>(codes),
+        CollectCodes<HasPossibleDirectoryContentMessage>(codes)};
+    const auto requestEveryKind = [&] {
+        codes.clear();
+        ProviderHost::RequestProviderList(u"/x", {}, kStation);
+        wrapper->RequestContent(u"/x", {}, {kNameField}, kStation);
+        ProviderHost::RequestDefaultProviderContent(DefaultFor(u"/x"), kStation);
+        wrapper->RequestThumbnail(
+            std::make_shared<ProviderThumbnailRequestData>(u"/x", u"", any_regular_t(), 4, 2),
+            kStation);
+        ProviderHost::RequestHasPossibleDirectoryContent(
+            std::make_shared<HasPossibleDirectoryContentRequestData>(u"/x", any_regular_t()),
+            kStation);
+        return PumpUntil([&] { return codes.size() == 5; });
+    };
+    const std::function<void()> failures[] = {
+        [] { throw std::runtime_error("provider trouble"); },
+        [] { throw std::bad_alloc(); },
+        [&] {  // a callback set to an empty function
+            provider->SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>());
+            provider->Progress(u"/x", 0.5);
+        },
+        [] { throw 42; },
+    };
+    for (const auto& failure : failures) {
+        fail = failure;
+        ASSERT_TRUE(requestEveryKind());
+        EXPECT_EQ(codes, std::vector<ResultCode>(5, kResultFailed));
+    }
+    fail = failures[0];
+    const auto trace = Tessel::Test::CaptureTrace("Requests", [&] { requestEveryKind(); });
+    if (trace) {
+        EXPECT_NE(trace->find("ProviderContentRequest failed: provider trouble"), std::string::npos)
+            << *trace;
+    }
+    fail = [] {};
+    ASSERT_TRUE(requestEveryKind());
+    EXPECT_EQ(std::count(codes.begin(), codes.end(), kResultFailed), 0) << "the host runs on";
 }
 
 TEST(Requests, EveryQueuedRequestAnswersExactlyOnceFromAnyThread) {
@@ -315,7 +317,6 @@ TEST(Requests, EveryQueuedRequestAnswersExactlyOnceFromAnyThread) {
     constexpr int kThreads = 4;
     constexpr int kEach = 25;
     std::vector<std::thread> threads;
-    std::atomic<int> started{0};
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kEach; ++i) {
@@ -326,22 +327,21 @@ TEST(Requests, EveryQueuedRequestAnswersExactlyOnceFromAnyThread) {
                     list->Abort();
                     content->Abort();
                 }
-                started += 2;
             }
         });
     }
     for (auto& thread : threads)
         thread.join();
-    ASSERT_TRUE(PumpUntil([&] {
-        return lists.messages.size() + contents.messages.size() == std::size_t(started.load());
-    }));
+    constexpr std::size_t kAll = kThreads * kEach;
+    ASSERT_TRUE(
+        PumpUntil([&] { return lists.messages.size() + contents.messages.size() == 2 * kAll; }));
     MainThread::RunPending();
-    EXPECT_EQ(lists.messages.size(), std::size_t(kThreads * kEach));
-    EXPECT_EQ(contents.messages.size(), std::size_t(kThreads * kEach));
+    EXPECT_EQ(lists.messages.size(), kAll);
+    EXPECT_EQ(contents.messages.size(), kAll);
     std::set<std::u16string> paths;
     for (const auto& m : lists.messages)
         paths.insert(m.path);
-    EXPECT_EQ(paths.size(), std::size_t(kThreads * kEach));
+    EXPECT_EQ(paths.size(), kAll);
 }
 
 TEST(Requests, ShutdownWithRequestsInFlightDeliversNothingMore) {
@@ -364,9 +364,8 @@ TEST(Requests, ShutdownWithRequestsInFlightDeliversNothingMore) {
     ScopedListener listener(Messaging::Listen<GetContentMessage>(
         station, [&](const GetContentMessage&) { ++delivered; }));
     std::vector<std::weak_ptr<ProviderContentRequest>> requests;
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < 30; ++i)
         requests.push_back(wrapper->RequestContent(u"/x", {}, {kNameField}, station));
-    }
     while (entered.load() == 0)
         std::this_thread::yield();
     std::thread releaser([&] {

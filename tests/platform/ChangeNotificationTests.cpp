@@ -49,10 +49,10 @@ public:
         return
             [this](const P::NativeString& directory, const std::vector<DirectoryChange>& changes) {
                 std::lock_guard lock(mMutex);
-                mDirectories.insert(directory);
+                directories.insert(directory);
                 Seen call;
                 for (const DirectoryChange& change : changes) {
-                    mRepeated |= !call.emplace(change.kind, change.name).second;
+                    repeated |= !call.emplace(change.kind, change.name).second;
                     mSeen.emplace(change.kind, change.name);
                 }
                 mChanged.notify_all();
@@ -68,33 +68,17 @@ public:
     bool SawName(const P::NativeString& name) {
         std::lock_guard lock(mMutex);
         return std::any_of(mSeen.begin(), mSeen.end(),
-                           [&](const auto& change) { return change.second == name; });
+                           [&](const auto& c) { return c.second == name; });
     }
-    bool Repeated() {
-        std::lock_guard lock(mMutex);
-        return mRepeated;
-    }
-    std::set<P::NativeString> Directories() {
-        std::lock_guard lock(mMutex);
-        return mDirectories;
-    }
+    // Read once the watch has stopped (written under the lock by the callback).
+    bool repeated = false;
+    std::set<P::NativeString> directories;
 
 private:
     std::mutex mMutex;
     std::condition_variable mChanged;
     Seen mSeen;
-    bool mRepeated = false;
-    std::set<P::NativeString> mDirectories;
 };
-
-bool UnderWine() {
-#if defined(_WIN32)
-    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
-#else
-    return false;
-#endif
-}
 
 void Write(const fs::path& path, const std::string& content = "x") {
     std::ofstream(path, std::ios::binary) << content;
@@ -119,10 +103,7 @@ TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
     // The same folder spelled otherwise may share the system's watch but not the callback.
     const P::NativeString otherSpelling = (dir.path() / ".").native();
     const ChangeWatchId b = P::WatchDirectory(otherSpelling, second.Callback());
-    ASSERT_NE(a, 0u);
-    ASSERT_NE(b, 0u);
-    EXPECT_NE(a, b);
-
+    ASSERT_TRUE(a != 0 && b != 0 && a != b);
     {
         std::ofstream out(dir.path() / "clip.mov", std::ios::binary);
         for (int i = 0; i < 200; ++i)
@@ -143,41 +124,17 @@ TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
         {ChangeKind::Removed, N("renamed.mov")}, {ChangeKind::Added, N(odd)}};
     ASSERT_TRUE(first.WaitFor(wanted));
     ASSERT_TRUE(second.WaitFor(wanted));
-    EXPECT_FALSE(first.Repeated()) << "a burst reports each change once";
     EXPECT_FALSE(first.SawName(N("deep.txt")));
-    EXPECT_EQ(second.Directories(), (std::set<P::NativeString>{otherSpelling}));
-
     P::StopWatching(a);
+    EXPECT_FALSE(first.repeated) << "a burst reports each change once";
     Write(dir.path() / "after.txt");
     ASSERT_TRUE(second.WaitFor({{ChangeKind::Added, N("after.txt")}}));
     EXPECT_FALSE(first.SawName(N("after.txt"))) << "reported after its stop";
     P::StopWatching(b);
+    EXPECT_EQ(second.directories, (std::set<P::NativeString>{otherSpelling}));
     P::StopWatching(b);  // twice, and unknown ids, change nothing
     P::StopWatching(0);
     EXPECT_FALSE(P::IsChangeNotificationRunning()) << "the last stop joins the thread";
-}
-
-TEST(ChangeNotification, TheWatchedFolderGoingAwayEndsTheWatch) {
-    TempDir dir;
-    const fs::path removed = dir.MakeDir("removed");
-    const fs::path moved = dir.MakeDir("moved");
-    Recorder onRemoved, onMoved;
-    const ChangeWatchId a = P::WatchDirectory(removed.native(), onRemoved.Callback());
-    const ChangeWatchId b = P::WatchDirectory(moved.native(), onMoved.Callback());
-    fs::remove_all(removed);
-    fs::rename(moved, dir.path() / "elsewhere");
-    // Wine deletes a directory only when its last handle closes, the watch's included, and
-    // until then nothing tells it from one that was not deleted.
-    if (!UnderWine()) {
-        EXPECT_TRUE(onRemoved.WaitFor({{ChangeKind::DirectoryGone, {}}}));
-    }
-    EXPECT_TRUE(onMoved.WaitFor({{ChangeKind::DirectoryGone, {}}}));
-    // The moved folder is not followed to its new place.
-    Write(dir.path() / "elsewhere" / "late.txt");
-    P::StopWatching(a);
-    P::StopWatching(b);
-    EXPECT_FALSE(onMoved.SawName(N("late.txt")));
-    EXPECT_FALSE(P::IsChangeNotificationRunning());
 }
 
 TEST(ChangeNotification, WhatIsNoFolderIsRefusedUnopenedAndMountWatchesShareTheThread) {
@@ -194,7 +151,6 @@ TEST(ChangeNotification, WhatIsNoFolderIsRefusedUnopenedAndMountWatchesShareTheT
 #endif
     EXPECT_EQ(P::WatchDirectory(dir.path().native(), {}), 0u);
     EXPECT_FALSE(P::IsChangeNotificationRunning()) << "failed watches leave no thread behind";
-
     const ChangeWatchId mounts = P::WatchMountTable([] {});
     ASSERT_NE(mounts, 0u);
     const ChangeWatchId folder = P::WatchDirectory(dir.path().native(), recorder.Callback());
@@ -253,7 +209,6 @@ TEST(ChangeNotification, NoCallbackOnceStopReturnsAndCallbacksMayOnlyStop) {
         EXPECT_FALSE(calledAfterStop.load()) << "round " << round;
         EXPECT_TRUE(startRefused.load());
     }
-
     // A callback that stops its own watch: the thread idles until the next stop from here.
     std::atomic<ChangeWatchId> self{0};
     std::atomic<int> calls{0};

@@ -1,5 +1,6 @@
 #include "support/TestProvider.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include <tessel/foundation/MainThread.h>
@@ -16,7 +17,8 @@ TestProvider::TestProvider(std::string className, int score)
 SDKContentMap TestProvider::GetContent(const std::string& path, const any_regular_t&,
                                        const SDKFieldSet& fields, ProviderRequest* request) {
     ++contentCalls;
-    if (contentFunction) return contentFunction(path, fields, request);
+    if (contentFunction)
+        return contentFunction(path, fields, request);
     SDKContentMap content;
     std::vector<std::u16string> files;
     std::vector<Directory> directories;
@@ -29,19 +31,13 @@ SDKContentMap TestProvider::GetContent(const std::string& path, const any_regula
         record[kSDKDirectoryFlagField] = isDirectory;
     };
     for (const auto& file : files) {
-        if (IsRequestAborted(request)) return {};
+        if (IsRequestAborted(request))
+            return {};
         add(file, false);
     }
-    for (const auto& directory : directories) add(directory.GetFullPath(), true);
+    for (const auto& directory : directories)
+        add(directory.GetFullPath(), true);
     return content;
-}
-
-SDKFieldSet TestProvider::GetFieldList() {
-    return {kSDKNameField, kSDKPathField, kSDKDirectoryFlagField};
-}
-
-std::vector<std::string> TestProvider::GetDefaultFieldList() {
-    return {kSDKNameField, kSDKDirectoryFlagField};
 }
 
 std::map<std::u16string, std::u16string> TestProvider::GetFieldLabelList() {
@@ -53,36 +49,26 @@ std::map<std::u16string, std::u16string> TestProvider::GetFieldLabelList() {
 int TestProvider::CanProvideFor(const std::string& path, const any_regular_t&,
                                 DirectoryContents& contents, const AbortPredicate& abort) {
     ++canProvideCalls;
-    if (scoreFunction) return scoreFunction(path, contents, abort);
+    if (scoreFunction)
+        return scoreFunction(path, contents, abort);
     return mScore;
-}
-
-std::string TestProvider::GetIdentification() { return std::string(kProviderIDPrefix) + mClassName; }
-
-std::string TestProvider::GetUIString() { return "Test " + mClassName; }
-
-std::uint32_t TestProvider::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) {
-    return std::min<std::uint32_t>(requestedHeight, 256);
 }
 
 PelPixHandle TestProvider::GetThumbnail(const std::string& itemPath, const std::string&,
                                         const any_regular_t&, std::uint32_t width,
                                         std::uint32_t height, ProviderRequest*) {
-    if (thumbnailFunction) return thumbnailFunction(itemPath, width, height);
-    PelPixHandle buffer = pelpixNew(4, 2);
-    PelPixLock lock(buffer);
-    for (std::uint32_t row = 0; row < 2; ++row) {
-        auto* pixels = reinterpret_cast<std::uint32_t*>(lock.Row(row));
-        for (int x = 0; x < 4; ++x) pixels[x] = 0x11223344;
-    }
-    return buffer;
+    if (thumbnailFunction)
+        return thumbnailFunction(itemPath, width, height);
+    OwnedPelPix buffer(pelpixNew(4, 2));
+    PelPixLock lock(buffer.get());
+    for (std::uint32_t row = 0; row < 2; ++row)
+        std::fill_n(reinterpret_cast<std::uint32_t*>(lock.Row(row)), 4, 0x11223344u);
+    return buffer.release();  // handed over to the caller
 }
 
 ProviderWrapper* Register(std::shared_ptr<Provider> provider) {
-    auto wrapper = std::make_unique<ProviderWrapper>(std::move(provider));
-    ProviderWrapper* raw = wrapper.get();
-    ProviderHost::RegisterProvider(std::move(wrapper));
-    return raw;
+    ProviderHost::RegisterProvider(std::make_unique<ProviderWrapper>(std::move(provider)));
+    return ProviderHost::GetAllProviders().back().get();
 }
 
 HostFixture::HostFixture(bool builtInProviders) {

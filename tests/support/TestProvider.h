@@ -3,6 +3,7 @@
 // how often it was asked.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -18,7 +19,6 @@ namespace Tessel::Test {
 class TestProvider : public Provider {
 public:
     explicit TestProvider(std::string className, int score = 0);
-
     // What CanProvideFor answers; by default the fixed score.
     std::function<int(const std::string& path, DirectoryContents& contents,
                       const AbortPredicate& abort)>
@@ -31,30 +31,33 @@ public:
     // What GetThumbnail answers; by default a 4x2 buffer filled with 0x11223344.
     std::function<PelPixHandle(const std::string& path, std::uint32_t width, std::uint32_t height)>
         thumbnailFunction;
-
     std::atomic<int> canProvideCalls{0};
     std::atomic<int> contentCalls{0};
     bool projectBased = false;
     bool cloud = false;
-
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
-    SDKFieldSet GetFieldList() override;
-    std::vector<std::string> GetDefaultFieldList() override;
+    SDKFieldSet GetFieldList() override {
+        return {kSDKNameField, kSDKPathField, kSDKDirectoryFlagField};
+    }
+    std::vector<std::string> GetDefaultFieldList() override {
+        return {kSDKNameField, kSDKDirectoryFlagField};
+    }
     std::map<std::u16string, std::u16string> GetFieldLabelList() override;
     int CanProvideFor(const std::string& path, const any_regular_t& state,
                       DirectoryContents& contents, const AbortPredicate& abort) override;
-    std::string GetIdentification() override;
-    std::string GetUIString() override;
-    std::uint32_t GetMaximumThumbnailHeight(std::uint32_t requestedHeight) override;
+    std::string GetIdentification() override { return kProviderIDPrefix + mClassName; }
+    std::string GetUIString() override { return "Test " + mClassName; }
+    std::uint32_t GetMaximumThumbnailHeight(std::uint32_t height) override {
+        return std::min<std::uint32_t>(height, 256);
+    }
     PelPixHandle GetThumbnail(const std::string& itemPath, const std::string& extraPath,
-                              const any_regular_t& state, std::uint32_t width,
-                              std::uint32_t height, ProviderRequest* request) override;
+                              const any_regular_t& state, std::uint32_t width, std::uint32_t height,
+                              ProviderRequest* request) override;
     bool ShouldCheckFilter() override { return true; }
     bool IsSelectable() override { return true; }
     bool IsProjectBasedProvider() override { return projectBased; }
     bool IsCloudStorageType() override { return cloud; }
-
     // Lets a test call the protected notifications.
     void Progress(const std::u16string& path, double progress) {
         NotifyGetContentProgress(path, progress);
@@ -69,10 +72,8 @@ private:
 // Registers PROVIDER with the running host and returns its wrapper.
 ProviderWrapper* Register(std::shared_ptr<Provider> provider);
 
-// The host for one test: names this thread the main thread, initialises, and shuts down
-// at the end (also when the test fails).
-// An initialised host on this thread as its main thread, shut down at the end. The
-// library's own providers are registered only when asked for.
+// An initialised host on this thread as its main thread, shut down at the end (also when
+// the test fails). The library's own providers are registered only when asked for.
 class HostFixture {
 public:
     explicit HostFixture(bool builtInProviders = false);

@@ -3,19 +3,27 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include <tessel/foundation/Trace.h>
 #include <tessel/platform/ThreadSetup.h>
 
 namespace Tessel {
 
+namespace {
+
+constexpr const char* kTraceCategory = "Executor";
+
+}  // namespace
+
 // The workers are threads of our own, so that each can set itself up for the platform (COM
 // on Windows) before its first task and undo that after its last.
 struct Executor::Impl {
-    explicit Impl(int workers) {
+    Impl(const std::string& executorName, int workers) : name(executorName) {
         threads.reserve(static_cast<std::size_t>(workers));
         for (int i = 0; i < workers; ++i) {
             threads.emplace_back([this] {
@@ -39,11 +47,28 @@ struct Executor::Impl {
             queue.pop_front();
             ++running;
             lock.unlock();
-            task();
+            RunGuarded(task);
             task = nullptr;  // what the task holds goes before the next one starts
             lock.lock();
             if (--running == 0 && draining && queue.empty())
                 wake.notify_all();
+        }
+    }
+
+    // An exception must not end the worker (and with it the process).
+    void RunGuarded(const std::function<void()>& task) noexcept {
+        try {
+            task();
+        } catch (const std::exception& error) {
+            TraceFailure(error.what());
+        } catch (...) {
+            TraceFailure("an exception of unknown type");
+        }
+    }
+    void TraceFailure(const char* what) noexcept {
+        try {
+            Trace::Write(kTraceCategory, name + ": a task failed: " + what);
+        } catch (...) {
         }
     }
 
@@ -57,6 +82,7 @@ struct Executor::Impl {
     bool stopped = false;   // no more tasks are taken; queued ones are dropped
     std::vector<std::thread> threads;
     std::once_flag joined;
+    std::string name;
 };
 
 int Executor::DefaultWorkerCount() {
@@ -66,7 +92,7 @@ int Executor::DefaultWorkerCount() {
 Executor::Executor(std::string name, int workers)
     : mName(std::move(name)),
       mWorkers(workers >= 1 ? workers : DefaultWorkerCount()),
-      mImpl(std::make_unique<Impl>(mWorkers)) {}
+      mImpl(std::make_unique<Impl>(mName, mWorkers)) {}
 
 Executor::~Executor() {
     Stop();

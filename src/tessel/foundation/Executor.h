@@ -19,7 +19,9 @@ public:
     Executor(const Executor&) = delete;
     Executor& operator=(const Executor&) = delete;
 
-    // Queues TASK; false when the executor has been stopped (the task is dropped).
+    // Queues TASK; false when the executor has been stopped (the task is dropped). A task
+    // that throws is traced in the category "Executor" and the worker goes on with the
+    // next one; tasks that must answer someone catch their own failures first.
     bool Post(std::function<void()> task);
     // Takes no more tasks; tasks that have not started are dropped (destroyed unrun)
     // once the workers are joined. Tasks that are running finish.

@@ -5,11 +5,26 @@
 #include <mutex>
 #include <vector>
 
+#include <tessel/foundation/Trace.h>
+
 namespace Tessel {
 
 MessageBase::~MessageBase() = default;
 
 namespace {
+
+constexpr const char* kTraceCategory = "Messaging";
+
+void TraceDropped(const ImmutableString& station, const char* why) noexcept {
+    try {
+        if (Trace::IsEnabled(kTraceCategory)) {
+            Trace::Write(kTraceCategory,
+                         "message to the station \"" + station.str() + "\" dropped: " + why);
+        }
+    } catch (...) {
+        // Out of memory for the line: the message is dropped all the same.
+    }
+}
 
 struct Listener {
     Messaging::ListenerId id;
@@ -41,20 +56,34 @@ std::uint64_t GenerationOf(Registry& r, const ImmutableString& station) {
 
 void DeliverIfCurrent(const ImmutableString& station, std::uint64_t generation,
                       std::type_index name, const MessageBase& message) {
-    std::vector<std::pair<std::function<void(const MessageBase&)>, std::shared_ptr<std::atomic<bool>>>>
+    std::vector<
+        std::pair<std::function<void(const MessageBase&)>, std::shared_ptr<std::atomic<bool>>>>
         targets;
+    const char* dropped = nullptr;
     {
         Registry& r = TheRegistry();
         std::lock_guard lock(r.mutex);
         const std::uint64_t current = GenerationOf(r, station);
-        if (current == 0 || (generation != 0 && generation != current)) return;
-        for (const Listener& l : r.listeners) {
-            if (l.station == station && l.name == name) targets.emplace_back(l.call, l.active);
+        if (generation != 0 && generation != current) {
+            dropped = "the station was disposed after the message was sent";
+        } else if (current == 0) {
+            dropped = "the station is not registered";
+        } else {
+            for (const Listener& l : r.listeners) {
+                if (l.station == station && l.name == name) {
+                    targets.emplace_back(l.call, l.active);
+                }
+            }
         }
+    }
+    if (dropped) {
+        TraceDropped(station, dropped);
+        return;
     }
     // Listeners run without the lock so they may listen, remove or broadcast themselves.
     for (auto& [call, active] : targets) {
-        if (active->load()) call(message);
+        if (active->load())
+            call(message);
     }
 }
 
@@ -63,7 +92,8 @@ void DeliverIfCurrent(const ImmutableString& station, std::uint64_t generation,
 void Messaging::RegisterStation(const ImmutableString& station) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
-    if (r.stations.count(station) == 0) r.stations[station] = r.nextGeneration++;
+    if (r.stations.count(station) == 0)
+        r.stations[station] = r.nextGeneration++;
 }
 
 void Messaging::DisposeStation(const ImmutableString& station) {
@@ -113,7 +143,10 @@ void Messaging::Post(const ImmutableString& station, std::type_index name,
         std::lock_guard lock(r.mutex);
         generation = GenerationOf(r, station);
     }
-    if (generation == 0) return;  // nobody can ever receive it
+    if (generation == 0) {  // nobody can ever receive it
+        TraceDropped(station, "the station is not registered");
+        return;
+    }
     MainThread::Post([station, generation, name, message = std::move(message)] {
         DeliverIfCurrent(station, generation, name, *message);
     });
@@ -128,10 +161,13 @@ ScopedListener& ScopedListener::operator=(ScopedListener&& other) noexcept {
     return *this;
 }
 
-ScopedListener::~ScopedListener() { Reset(); }
+ScopedListener::~ScopedListener() {
+    Reset();
+}
 
 void ScopedListener::Reset() {
-    if (mId != 0) Messaging::RemoveListener(mId);
+    if (mId != 0)
+        Messaging::RemoveListener(mId);
     mId = 0;
 }
 

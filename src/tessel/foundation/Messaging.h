@@ -6,6 +6,12 @@
 // message is kept with shared ownership and delivered later on the main thread, in the
 // order of sending. A station that is disposed delivers nothing more, also not the
 // messages already on their way; registering it again starts afresh.
+//
+// A message is delivered only through a registered station. One sent to a station that
+// nobody registered (or that was disposed) is dropped without an error to the sender, who
+// cannot tell a slow receiver from an absent one; each such message is traced in the
+// category "Messaging" with the station's name, so a host that forgot to register its
+// station can see why it hears nothing.
 #pragma once
 
 #include <cstdint>
@@ -35,7 +41,8 @@ public:
 
     // Calls LISTENER on the main thread for every message of type Msg sent to STATION.
     template <class Msg>
-    static ListenerId Listen(const ImmutableString& station, std::function<void(const Msg&)> listener) {
+    static ListenerId Listen(const ImmutableString& station,
+                             std::function<void(const Msg&)> listener) {
         return AddListener(station, typeid(typename Msg::Name),
                            [listener = std::move(listener)](const MessageBase& message) {
                                listener(static_cast<const Msg&>(message));
@@ -45,12 +52,14 @@ public:
     // progress on another thread that has not reached it yet).
     static void RemoveListener(ListenerId id);
 
-    // Delivers at once, on the calling thread; meant for the main thread.
+    // Delivers at once, on the calling thread; meant for the main thread. Dropped (and
+    // traced) when STATION is not registered.
     template <class Msg>
     static void BroadcastOnMainThread(const ImmutableString& station, const Msg& message) {
         Deliver(station, typeid(typename Msg::Name), message);
     }
-    // Delivers later on the main thread.
+    // Delivers later on the main thread. Dropped (and traced) when STATION is not
+    // registered now, or is disposed before the message arrives.
     template <class Msg>
     static void BroadcastAsync(const ImmutableString& station, std::shared_ptr<const Msg> message) {
         Post(station, typeid(typename Msg::Name), std::move(message));

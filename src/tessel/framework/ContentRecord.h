@@ -96,6 +96,9 @@ using ResultCode = std::uint32_t;
 inline constexpr ResultCode kResultSuccess = 0;
 inline constexpr ResultCode kResultNothingFound = 0xA00F0001;
 inline constexpr ResultCode kResultAborted = 0xA00F0007;
+// The request failed: its provider (or the library) threw while answering. The payload is
+// empty and the failure is traced in the category "Requests".
+inline constexpr ResultCode kResultFailed = 0xA00F0002;
 
 // The second path a host passes with a thumbnail request for an item: the item's
 // "ExtraPath" value when it is a string, the first element when it is a list (empty for an

@@ -1,8 +1,9 @@
 // Completion messages of the requests, and the notifications of the provider host. All
 // are posted to ProviderHost::sProviderHostStation (or the station a request was given)
 // and delivered on the host's main thread. Every completion message ends with a result
-// code: kResultSuccess, kResultNothingFound or kResultAborted (its payload is then empty
-// or partial and must be ignored).
+// code: kResultSuccess, kResultNothingFound, kResultAborted (its payload is then empty or
+// partial and must be ignored) or kResultFailed (the request's work threw; the payload is
+// empty).
 #pragma once
 
 #include <memory>

@@ -115,4 +115,8 @@ private:
 // True when REQUEST is set and has been aborted (consumes the abort flag as GetAbort does).
 TESSEL_API bool IsRequestAborted(ProviderRequest* request);
 
+// The abort predicate of calls that no request stands behind: it never aborts. Providers
+// always receive a callable predicate, so they may call it without testing it first.
+TESSEL_API const AbortPredicate& NeverAbort();
+
 }  // namespace Tessel

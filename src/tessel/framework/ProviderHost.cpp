@@ -241,7 +241,7 @@ const ProviderHost::ProviderList& ProviderHost::GetAllProviders() {
 
 std::vector<ProviderWrapper*> ProviderHost::GetProviderList(const std::u16string& path,
                                                             const any_regular_t& state) {
-    return SelectProviders(path, state, nullptr, {}, false);
+    return SelectProviders(path, state, nullptr, NeverAbort(), false);
 }
 
 std::vector<ProviderWrapper*> ProviderHost::SelectProviders(
@@ -286,7 +286,7 @@ bool ProviderHost::HasProvider(const std::u16string& path, const any_regular_t& 
         if (excludeProjectBased && wrapper->IsProjectBasedProvider())
             continue;
         // Any non-zero answer counts here, negative ones included, unlike selection.
-        if (wrapper->CanProvideFor(path, state, contents, {}) != 0)
+        if (wrapper->CanProvideFor(path, state, contents, NeverAbort()) != 0)
             return true;
     }
     return false;
@@ -299,7 +299,7 @@ bool ProviderHost::HasProjectBasedProvider(const std::u16string& path, const any
             break;
         if (!wrapper->IsProjectBasedProvider())
             continue;
-        if (wrapper->CanProvideFor(path, state, contents, {}) != 0)
+        if (wrapper->CanProvideFor(path, state, contents, NeverAbort()) != 0)
             return true;
     }
     return false;
@@ -310,7 +310,7 @@ ProviderWrapper* ProviderHost::FirstProviderFor(const std::u16string& path) {
     for (const auto& wrapper : State().providers) {
         if (!wrapper)
             break;
-        if (wrapper->CanProvideFor(path, any_regular_t(), contents, {}) != 0)
+        if (wrapper->CanProvideFor(path, any_regular_t(), contents, NeverAbort()) != 0)
             return wrapper.get();
     }
     return nullptr;

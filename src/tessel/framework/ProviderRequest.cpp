@@ -1,10 +1,19 @@
 #include <tessel/framework/ProviderRequest.h>
 
 #include <cstring>
+#include <exception>
+#include <string>
 
+#include <tessel/foundation/Trace.h>
 #include <tessel/framework/ProviderHost.h>
 
 namespace Tessel {
+
+namespace {
+
+constexpr const char* kTraceCategory = "Requests";
+
+}  // namespace
 
 ProviderRequest::ProviderRequest() = default;
 ProviderRequest::~ProviderRequest() = default;
@@ -14,13 +23,46 @@ void ProviderRequest::Initialize(const ImmutableString& station, ProviderWrapper
     mWrapper = wrapper;
 }
 
-bool ProviderRequest::Start() { return StartOn(ProviderHost::GetProviderExecutor()); }
+bool ProviderRequest::Start() {
+    return StartOn(ProviderHost::GetProviderExecutor());
+}
 
 bool ProviderRequest::StartOn(const std::shared_ptr<Executor>& executor) {
-    if (!executor) return false;
+    if (!executor)
+        return false;
     // The task holds the request alive until Process has run, whoever else lets go of it.
     std::shared_ptr<ProviderRequest> self = shared_from_this();
-    return executor->Post([self = std::move(self)] { self->Process(); });
+    return executor->Post([self = std::move(self)] { self->Run(); });
+}
+
+void ProviderRequest::Run() noexcept {
+    std::exception_ptr failure;
+    try {
+        Process();
+        return;
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    // Each step on its own: a trace that cannot be written must not cost the answer.
+    try {
+        if (Trace::IsEnabled(kTraceCategory)) {
+            std::string what = "an exception of unknown type";
+            try {
+                std::rethrow_exception(failure);
+            } catch (const std::exception& error) {
+                what = error.what();
+            } catch (...) {
+            }
+            Trace::Write(kTraceCategory, std::string(GetUnknownTypeName()) + " failed: " + what);
+        }
+    } catch (...) {
+    }
+    try {
+        if (!mAnswered)
+            AnswerFailure();
+    } catch (...) {
+        // Out of memory even for the answer: nothing more can be done on this thread.
+    }
 }
 
 void ProviderRequest::Abort() {
@@ -29,7 +71,8 @@ void ProviderRequest::Abort() {
 }
 
 bool ProviderRequest::GetAbort() {
-    if (mSeenAbort) return true;
+    if (mSeenAbort)
+        return true;
     mSeenAbort = mAbort.exchange(0) == 1;
     return mSeenAbort;
 }

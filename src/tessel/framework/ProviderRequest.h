@@ -4,6 +4,11 @@
 // exactly one completion message (unless the host has shut down and disposed the station).
 // Queued requests keep themselves alive until they have run, so a caller may let go of
 // its reference at once. Abort is callable from any thread at any time.
+//
+// Whatever a request's work throws (a provider's own exception, std::bad_alloc, a
+// std::bad_function_call from a callback set to an empty function) is caught where the
+// executor runs it: the request traces it in the category "Requests" and answers with
+// kResultFailed and an empty payload, so the caller still hears back and the host runs on.
 #pragma once
 
 #include <atomic>
@@ -13,6 +18,7 @@
 #include <tessel/foundation/Directory.h>
 #include <tessel/foundation/Executor.h>
 #include <tessel/foundation/ImmutableString.h>
+#include <tessel/foundation/Messaging.h>
 #include <tessel/platform/Export.h>
 
 namespace Tessel {
@@ -49,15 +55,29 @@ public:
 
 protected:
     ProviderRequest();
-    // The work of the request kind, run on an executor thread.
+    // The work of the request kind, run on an executor thread; ends with Answer.
     virtual void Process() = 0;
+    // Answers with this kind's completion message: an empty payload and kResultFailed.
+    virtual void AnswerFailure() = 0;
     bool StartOn(const std::shared_ptr<Executor>& executor);
 
+    // Sends MESSAGE to the station: the request's one answer.
+    template <class Msg>
+    void Answer(std::shared_ptr<Msg> message) {
+        Messaging::Broadcast<Msg>(mStation, std::shared_ptr<const Msg>(std::move(message)));
+        mAnswered = true;
+    }
+
 private:
+    // Process, with every exception caught: a request that failed before it answered
+    // answers with AnswerFailure.
+    void Run() noexcept;
+
     ImmutableString mStation;
     ProviderWrapper* mWrapper = nullptr;
     std::atomic<std::int32_t> mAbort{0};
     bool mSeenAbort = false;
+    bool mAnswered = false;  // touched only by the thread running Process
 };
 
 class TESSEL_API HighPriorityProviderRequest : public ProviderRequest {

@@ -10,11 +10,6 @@ namespace Tessel {
 
 namespace {
 
-template <class Msg>
-void Send(const ImmutableString& station, std::shared_ptr<Msg> message) {
-    Messaging::Broadcast<Msg>(station, std::shared_ptr<const Msg>(std::move(message)));
-}
-
 // A factory reaching the private constructor of each request kind.
 template <class T>
 ClassRef<T> MakeRequest() {
@@ -24,15 +19,17 @@ ClassRef<T> MakeRequest() {
 
 }  // namespace
 
-#define TESSEL_REQUEST_IDENTITY(Class, Base)                                   \
-    bool Class::QueryMap(std::string_view className) const {                  \
-        return className == kClassName || Base::QueryMap(className);          \
-    }                                                                         \
-    const char* Class::GetUnknownTypeName() const {                           \
-        static const char* const name = kClassName;                           \
-        return name;                                                          \
-    }                                                                         \
-    ClassRef<Class> Class::CreateClassRef() { return MakeRequest<Class>(); }
+#define TESSEL_REQUEST_IDENTITY(Class, Base)                         \
+    bool Class::QueryMap(std::string_view className) const {         \
+        return className == kClassName || Base::QueryMap(className); \
+    }                                                                \
+    const char* Class::GetUnknownTypeName() const {                  \
+        static const char* const name = kClassName;                  \
+        return name;                                                 \
+    }                                                                \
+    ClassRef<Class> Class::CreateClassRef() {                        \
+        return MakeRequest<Class>();                                 \
+    }
 
 TESSEL_REQUEST_IDENTITY(ProviderListRequest, HighPriorityProviderRequest)
 TESSEL_REQUEST_IDENTITY(ProviderContentRequest, HighPriorityProviderRequest)
@@ -51,9 +48,8 @@ void ProviderListRequest::Process() {
     message->path = mPath;
     message->result = kResultNothingFound;
     if (!GetAbort()) {
-        message->providers =
-            ProviderHost::SelectProviders(mPath, mState, this, MakeAbortPredicate(), false,
-                                          &message->scores);
+        message->providers = ProviderHost::SelectProviders(
+            mPath, mState, this, MakeAbortPredicate(), false, &message->scores);
         message->result = message->providers.empty() ? kResultNothingFound : kResultSuccess;
     }
     if (GetAbort()) {
@@ -61,7 +57,14 @@ void ProviderListRequest::Process() {
         message->scores.clear();
         message->result = kResultAborted;
     }
-    Send(GetStation(), std::move(message));
+    Answer(std::move(message));
+}
+
+void ProviderListRequest::AnswerFailure() {
+    auto message = std::make_shared<GetProviderListMessage>();
+    message->path = mPath;
+    message->result = kResultFailed;
+    Answer(std::move(message));
 }
 
 void ProviderContentRequest::SetRequestParams(const std::u16string& path,
@@ -71,18 +74,28 @@ void ProviderContentRequest::SetRequestParams(const std::u16string& path,
     mFields = fields;
 }
 
-void ProviderContentRequest::Process() {
+std::shared_ptr<GetContentMessage> ProviderContentRequest::NewMessage(ResultCode result) {
     auto message = std::make_shared<GetContentMessage>();
     message->path = mPath;
     message->fields = mFields;
     message->wrapper = GetWrapper();
     message->request = std::static_pointer_cast<ProviderContentRequest>(shared_from_this());
-    message->result = kResultSuccess;
+    message->result = result;
+    return message;
+}
+
+void ProviderContentRequest::AnswerFailure() {
+    Answer(NewMessage(kResultFailed));
+}
+
+void ProviderContentRequest::Process() {
+    auto message = NewMessage(kResultSuccess);
     if (!GetAbort() && GetWrapper()) {
         message->content = GetWrapper()->GetContent(mPath, mState, mFields, this);
     }
-    if (GetAbort()) message->result = kResultAborted;
-    Send(GetStation(), std::move(message));
+    if (GetAbort())
+        message->result = kResultAborted;
+    Answer(std::move(message));
 }
 
 void ProviderDefaultContentRequest::SetRequestParams(
@@ -97,14 +110,25 @@ void ProviderDefaultContentRequest::RemoveNonContainerContent(ContentMap& conten
         const PropertyMap& record = it->second;
         std::u16string path;
         if (auto p = record.find(kPathField); p != record.end()) {
-            if (const auto* wide = p->second.get_if<std::u16string>()) path = *wide;
+            if (const auto* wide = p->second.get_if<std::u16string>())
+                path = *wide;
         }
         any_regular_t state;
-        if (auto s = record.find(kStateField); s != record.end()) state = s->second;
-        const bool remove = path.empty() || !ProviderHost::HasProvider(path, state, restrictToMedia) ||
+        if (auto s = record.find(kStateField); s != record.end())
+            state = s->second;
+        const bool remove = path.empty() ||
+                            !ProviderHost::HasProvider(path, state, restrictToMedia) ||
                             (wrapper && !wrapper->PathHasAccessPermission(path));
         it = remove ? content.erase(it) : std::next(it);
     }
+}
+
+void ProviderDefaultContentRequest::AnswerFailure() {
+    auto message = std::make_shared<GetDefaultContentMessage>();
+    message->data = mData;
+    message->fields = {kNameField, kPathField};
+    message->result = kResultFailed;
+    Answer(std::move(message));
 }
 
 void ProviderDefaultContentRequest::Process() {
@@ -129,16 +153,17 @@ void ProviderDefaultContentRequest::Process() {
             message->wrapper = chosen;
             message->content =
                 chosen->GetContent(data.GetPath(), data.GetProviderState(), message->fields, this);
-            RemoveNonContainerContent(message->content, chosen,
-                                      data.GetRestrictProvidersToMedia());
+            RemoveNonContainerContent(message->content, chosen, data.GetRestrictProvidersToMedia());
             message->result = kResultSuccess;
         }
     }
-    if (GetAbort()) message->result = kResultAborted;
-    Send(GetStation(), std::move(message));
+    if (GetAbort())
+        message->result = kResultAborted;
+    Answer(std::move(message));
 }
 
-void ProviderThumbnailRequest::SetRequestParams(std::shared_ptr<ProviderThumbnailRequestData> data) {
+void ProviderThumbnailRequest::SetRequestParams(
+    std::shared_ptr<ProviderThumbnailRequestData> data) {
     mData = std::move(data);
 }
 
@@ -152,8 +177,16 @@ void ProviderThumbnailRequest::Process() {
             static_cast<std::uint32_t>(std::max(0, mData->GetHeight())), this);
     }
     message->result = message->frame ? kResultSuccess : kResultNothingFound;
-    if (GetAbort()) message->result = kResultAborted;
-    Send(GetStation(), std::move(message));
+    if (GetAbort())
+        message->result = kResultAborted;
+    Answer(std::move(message));
+}
+
+void ProviderThumbnailRequest::AnswerFailure() {
+    auto message = std::make_shared<GetThumbnailMessage>();
+    message->data = mData;
+    message->result = kResultFailed;
+    Answer(std::move(message));
 }
 
 void HasPossibleDirectoryContentRequest::SetRequestParams(
@@ -174,11 +207,19 @@ void HasPossibleDirectoryContentRequest::Process() {
         message->answer = false;
         message->result = kResultNothingFound;
     } else {
-        message->answer =
-            providers.front()->GetHasPossibleDirectoryContent(data.GetPath(), data.GetProviderState());
+        message->answer = providers.front()->GetHasPossibleDirectoryContent(
+            data.GetPath(), data.GetProviderState());
         message->result = kResultSuccess;
     }
-    Send(GetStation(), std::move(message));
+    Answer(std::move(message));
+}
+
+void HasPossibleDirectoryContentRequest::AnswerFailure() {
+    auto message = std::make_shared<HasPossibleDirectoryContentMessage>();
+    message->data = mData;
+    message->path = mData ? mData->GetPath() : std::u16string();
+    message->result = kResultFailed;
+    Answer(std::move(message));
 }
 
 }  // namespace Tessel

@@ -15,6 +15,8 @@
 
 namespace Tessel {
 
+struct GetContentMessage;
+
 class TESSEL_API ProviderListRequest : public HighPriorityProviderRequest {
 public:
     static constexpr const char* kClassName = "ProviderListRequest";
@@ -25,6 +27,7 @@ public:
 
 protected:
     void Process() override;
+    void AnswerFailure() override;
 
     ProviderListRequest() = default;  // made only by CreateClassRef
 
@@ -45,10 +48,14 @@ public:
 
 protected:
     void Process() override;
+    void AnswerFailure() override;
 
     ProviderContentRequest() = default;  // made only by CreateClassRef
 
 private:
+    // The message about this request, with an empty payload.
+    std::shared_ptr<GetContentMessage> NewMessage(ResultCode result);
+
     std::u16string mPath;
     any_regular_t mState;
     FieldSet mFields;
@@ -70,6 +77,7 @@ public:
 
 protected:
     void Process() override;
+    void AnswerFailure() override;
 
     ProviderDefaultContentRequest() = default;  // made only by CreateClassRef
 
@@ -87,6 +95,7 @@ public:
 
 protected:
     void Process() override;
+    void AnswerFailure() override;
 
     ProviderThumbnailRequest() = default;  // made only by CreateClassRef
 
@@ -104,6 +113,7 @@ public:
 
 protected:
     void Process() override;
+    void AnswerFailure() override;
 
     HasPossibleDirectoryContentRequest() = default;  // made only by CreateClassRef
 

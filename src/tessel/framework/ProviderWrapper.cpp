@@ -24,7 +24,8 @@ ProviderWrapper::~ProviderWrapper() = default;
 
 int ProviderWrapper::CanProvideFor(const std::u16string& path, const any_regular_t& state,
                                    DirectoryContents& contents, const AbortPredicate& abort) const {
-    return mProvider->CanProvideFor(Utf16ToUtf8(path), state, contents, abort);
+    return mProvider->CanProvideFor(Utf16ToUtf8(path), state, contents,
+                                    abort ? abort : NeverAbort());
 }
 
 ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_regular_t& state,
@@ -95,13 +96,10 @@ MF::IVideoFrameRef ProviderWrapper::GetThumbnail(const std::u16string& itemPath,
                                                  const any_regular_t& state, std::uint32_t width,
                                                  std::uint32_t height,
                                                  ProviderRequest* request) const {
-    PelPixHandle buffer = mProvider->GetThumbnail(Utf16ToUtf8(itemPath), Utf16ToUtf8(extraPath),
-                                                  state, width, height, request);
-    if (!buffer || !*buffer)
-        return nullptr;
-    MF::IVideoFrameRef frame = MF::CreateVideoFrameFromPelPix(buffer);
-    pelpixDispose(buffer);
-    return frame;
+    // Owned from here on, also a handle to no buffer and when the copy throws.
+    const OwnedPelPix buffer(mProvider->GetThumbnail(Utf16ToUtf8(itemPath), Utf16ToUtf8(extraPath),
+                                                     state, width, height, request));
+    return MF::CreateVideoFrameFromPelPix(buffer.get());
 }
 
 bool ProviderWrapper::PathHasAccessPermission(const std::u16string& path) const {

@@ -32,6 +32,7 @@ public:
     ProviderWrapper(const ProviderWrapper&) = delete;
     ProviderWrapper& operator=(const ProviderWrapper&) = delete;
 
+    // An empty ABORT reaches the provider as NeverAbort().
     int CanProvideFor(const std::u16string& path, const any_regular_t& state,
                       DirectoryContents& contents, const AbortPredicate& abort) const;
     ContentMap GetContent(const std::u16string& path, const any_regular_t& state,
@@ -44,7 +45,8 @@ public:
     std::u16string GetIdentification() const;
     std::u16string GetUIString() const;
     std::uint32_t GetMaximumThumbnailHeight(std::uint32_t requestedHeight) const;
-    // The provider's thumbnail as a video frame; the provider's buffer is always disposed.
+    // The provider's thumbnail as a video frame; whatever handle the provider returned is
+    // disposed, also one to no buffer.
     MF::IVideoFrameRef GetThumbnail(const std::u16string& itemPath, const std::u16string& extraPath,
                                     const any_regular_t& state, std::uint32_t width,
                                     std::uint32_t height, ProviderRequest* request) const;
@@ -75,9 +77,11 @@ public:
     std::shared_ptr<ProjectItemProviderInterface> GetProjectItemProvider() const;
 
     bool HasCustomSidebarUI(const std::u16string& path, const any_regular_t& state) const;
-    CustomUIViewRef GetCustomSidebarUI(const std::u16string& path, const any_regular_t& state) const;
+    CustomUIViewRef GetCustomSidebarUI(const std::u16string& path,
+                                       const any_regular_t& state) const;
     bool HasCustomContentUI(const std::u16string& path, const any_regular_t& state) const;
-    CustomUIViewRef GetCustomContentUI(const std::u16string& path, const any_regular_t& state) const;
+    CustomUIViewRef GetCustomContentUI(const std::u16string& path,
+                                       const any_regular_t& state) const;
 
     void PostProcessContextMenu(Menu& menu, const SelectedPaths& paths,
                                 const SelectedStates& states) const;
