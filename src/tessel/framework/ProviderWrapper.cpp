@@ -1,9 +1,11 @@
 #include <tessel/framework/ProviderWrapper.h>
 
+#include <exception>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <tessel/foundation/Trace.h>
 #include <tessel/foundation/Unicode.h>
 
 namespace Tessel {
@@ -15,6 +17,17 @@ Interface* CapabilityOf(const std::shared_ptr<Provider>& provider) {
     return dynamic_cast<Interface*>(provider.get());
 }
 
+// What an exception thrown by a provider says, for the trace.
+std::string Describe(std::exception_ptr failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::exception& error) {
+        return error.what();
+    } catch (...) {
+        return "an exception of unknown type";
+    }
+}
+
 }  // namespace
 
 ProviderWrapper::ProviderWrapper(std::shared_ptr<Provider> provider)
@@ -24,8 +37,22 @@ ProviderWrapper::~ProviderWrapper() = default;
 
 int ProviderWrapper::CanProvideFor(const std::u16string& path, const any_regular_t& state,
                                    DirectoryContents& contents, const AbortPredicate& abort) const {
-    return mProvider->CanProvideFor(Utf16ToUtf8(path), state, contents,
-                                    abort ? abort : NeverAbort());
+    // Ranking asks every provider in turn, on the host's own thread as well as in requests:
+    // one that throws cannot show the path, and the others still answer.
+    try {
+        return mProvider->CanProvideFor(Utf16ToUtf8(path), state, contents,
+                                        abort ? abort : NeverAbort());
+    } catch (...) {
+        const std::exception_ptr failure = std::current_exception();
+        try {
+            if (Trace::IsEnabled("Providers")) {
+                Trace::Write("Providers", mProvider->GetIdentification() + " failed to rank " +
+                                              Utf16ToUtf8(path) + ": " + Describe(failure));
+            }
+        } catch (...) {
+        }
+        return 0;
+    }
 }
 
 ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_regular_t& state,
