@@ -237,6 +237,11 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                  std::ostream& out, std::ostream& err) {
     if (code == kResultAborted)
         return ReportInterrupted(err);
+    if (code == kResultFailed) {
+        err << "tessel: " << Display(providerID) << " failed while listing " << Display(path)
+            << " (--trace Requests says why)\n";
+        return kExitNotFound;
+    }
     if (json) {
         nlohmann::ordered_json doc;
         doc["path"] = Display(path);
@@ -447,8 +452,10 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         if (answer && answer->result == kResultAborted)
             return ReportInterrupted(err);
         if (!answer || !answer->frame) {
-            err << "tessel: " << Display(providerID) << " has no thumbnail for " << Display(path)
-                << "\n";
+            const bool failed = answer && answer->result == kResultFailed;
+            err << "tessel: " << Display(providerID)
+                << (failed ? " failed while drawing the thumbnail of " : " has no thumbnail for ")
+                << Display(path) << "\n";
             return kExitNotFound;
         }
         frame = answer->frame;
