@@ -1,11 +1,13 @@
 #include "Commands.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 
 #include <nlohmann/json.hpp>
 
+#include <tessel/foundation/Directory.h>
 #include <tessel/foundation/Localizer.h>
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
@@ -27,7 +29,9 @@ constexpr int kExitNotFound = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 3;
 
-std::string Display(const std::u16string& text) { return Utf16ToUtf8(ToDisplayUtf16(text)); }
+std::string Display(const std::u16string& text) {
+    return Utf16ToUtf8(ToDisplayUtf16(text));
+}
 
 bool IsFileSystemLocation(const std::u16string& path) {
     return !path.empty() && path.back() != u':' && path.find(u"://") == std::u16string::npos;
@@ -50,6 +54,12 @@ int ReportInterrupted(std::ostream& err) {
     return kExitInterrupted;
 }
 
+// Why a listing failed, when it did: "tessel: cannot read /x: Permission denied".
+int ReportUnreadable(const Status& why, std::ostream& err) {
+    err << "tessel: " << ToDisplayUtf8(why.Message()) << "\n";
+    return kExitNotFound;
+}
+
 // The provider named by ID, or else the best one for PATH. Null, with STATUS set and the
 // reason printed, when there is none.
 ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& id,
@@ -63,7 +73,8 @@ ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& i
         return wrapper;
     }
     std::optional<GetProviderListMessage> answer;
-    if (!path.empty()) answer = RunProviderList(path);
+    if (!path.empty())
+        answer = RunProviderList(path);
     if (answer && answer->result == kResultAborted) {
         status = ReportInterrupted(err);
         return nullptr;
@@ -80,11 +91,15 @@ std::vector<std::u16string> SplitFields(const std::string& list) {
     std::size_t start = 0;
     while (start <= list.size()) {
         std::size_t comma = list.find(',', start);
-        if (comma == std::string::npos) comma = list.size();
+        if (comma == std::string::npos)
+            comma = list.size();
         std::string field = list.substr(start, comma - start);
-        while (!field.empty() && field.front() == ' ') field.erase(field.begin());
-        while (!field.empty() && field.back() == ' ') field.pop_back();
-        if (!field.empty()) fields.push_back(Utf8ToUtf16(field));
+        while (!field.empty() && field.front() == ' ')
+            field.erase(field.begin());
+        while (!field.empty() && field.back() == ' ')
+            field.pop_back();
+        if (!field.empty())
+            fields.push_back(Utf8ToUtf16(field));
         start = comma + 1;
     }
     return fields;
@@ -92,7 +107,8 @@ std::vector<std::u16string> SplitFields(const std::string& list) {
 
 // The columns to show, in order: the provider's defaults, all its fields (defaults first),
 // or the caller's list.
-std::vector<std::u16string> ChooseFields(const ProviderWrapper& wrapper, const std::string& fields) {
+std::vector<std::u16string> ChooseFields(const ProviderWrapper& wrapper,
+                                         const std::string& fields) {
     std::vector<std::u16string> chosen;
     if (fields.empty() || fields == "all") {
         chosen = wrapper.GetDefaultFieldList();
@@ -106,7 +122,8 @@ std::vector<std::u16string> ChooseFields(const ProviderWrapper& wrapper, const s
     } else {
         chosen = SplitFields(fields);
     }
-    if (chosen.empty()) chosen.push_back(kNameField);
+    if (chosen.empty())
+        chosen.push_back(kNameField);
     return chosen;
 }
 
@@ -114,16 +131,18 @@ std::vector<std::u16string> ChooseFields(const ProviderWrapper& wrapper, const s
 class ProgressLine {
 public:
     explicit ProgressLine(ProviderWrapper& wrapper) : mWrapper(wrapper) {
-        if (!Platform::StandardErrorIsTerminal()) return;
+        if (!Platform::StandardErrorIsTerminal())
+            return;
         mActive = true;
-        mWrapper.SetGetContentProgressCallback(std::make_shared<ContentProgressCallback>(
-            [](const std::u16string&, double progress) {
+        mWrapper.SetGetContentProgressCallback(
+            std::make_shared<ContentProgressCallback>([](const std::u16string&, double progress) {
                 std::fprintf(stderr, "\rListing... %3d%%", static_cast<int>(progress * 100));
                 std::fflush(stderr);
             }));
     }
     ~ProgressLine() {
-        if (!mActive) return;
+        if (!mActive)
+            return;
         mWrapper.SetGetContentProgressCallback(nullptr);
         std::fprintf(stderr, "\r%20s\r", "");
         std::fflush(stderr);
@@ -138,15 +157,29 @@ private:
 
 }  // namespace
 
+// A provider answers a folder it cannot read with an empty listing, as the system's API has
+// it; the tool reads the folder itself through the same directory walk to learn why.
+Status CheckFolderReadable(const std::u16string& path) {
+    if (!IsFileSystemLocation(path) || Path::FileExists(path))
+        return Status::Ok();
+    std::vector<std::u16string> files;
+    std::vector<Directory> directories;
+    return Directory(path).GetContainedFileAndDirectoryPaths(files, directories,
+                                                             [] { return InterruptRequested(); });
+}
+
 std::u16string NormalizeLocation(const std::string& argument) {
     std::u16string path = Utf8ToUtf16(argument);
-    if (path.empty()) return path;
-    if (path.find(u"://") != std::u16string::npos) return path;       // scheme paths
+    if (path.empty())
+        return path;
+    if (path.find(u"://") != std::u16string::npos)
+        return path;  // scheme paths
     if (path.back() == u':' && path.find(u'/') == std::u16string::npos &&
         path.find(u'\\') == std::u16string::npos && path.size() > 2) {
         return path;  // list paths ("volumes:"); "C:" is a drive, not a list
     }
-    if (path.rfind(u"\\\\?\\", 0) == 0) return path;                   // long-path forms
+    if (path.rfind(u"\\\\?\\", 0) == 0)
+        return path;  // long-path forms
     // Windows: "C:\x" and "\\server\share" in the long-path form the library takes.
     return Path::ToLongPath(Path::MakeAbsolute(path));
 }
@@ -155,7 +188,12 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                  const ContentMap& content, const std::vector<std::u16string>& fields,
                  const std::map<std::u16string, std::u16string>& labels, bool json,
                  std::ostream& out, std::ostream& err) {
-    if (code == kResultAborted) return ReportInterrupted(err);
+    if (code == kResultAborted)
+        return ReportInterrupted(err);
+    if (content.empty()) {
+        if (Status why = CheckFolderReadable(path); !why.IsOk())
+            return ReportUnreadable(why, err);
+    }
     if (json) {
         nlohmann::ordered_json doc;
         doc["path"] = Display(path);
@@ -168,7 +206,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
             nlohmann::ordered_json values = nlohmann::ordered_json::object();
             for (const auto& field : fields) {
                 auto it = record.find(field);
-                if (it != record.end()) values[Display(field)] = ValueToJson(it->second);
+                if (it != record.end())
+                    values[Display(field)] = ValueToJson(it->second);
             }
             item["fields"] = std::move(values);
             items.push_back(std::move(item));
@@ -193,7 +232,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
         rows.push_back(std::move(row));
     }
     out << FormatTable(rows);
-    if (content.empty()) err << "tessel: " << Display(path) << " is empty\n";
+    if (content.empty())
+        err << "tessel: " << Display(path) << " is empty\n";
     return kExitOk;
 }
 
@@ -202,15 +242,18 @@ int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream&
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         std::vector<std::vector<std::string>> rows{{"ID", "NAME"}};
         for (const auto& wrapper : ProviderHost::GetAllProviders()) {
-            if (!wrapper) continue;
+            if (!wrapper)
+                continue;
             list.push_back({{"id", Display(wrapper->GetIdentification())},
                             {"name", Display(wrapper->GetUIString())}});
-            rows.push_back({Display(wrapper->GetIdentification()), Display(wrapper->GetUIString())});
+            rows.push_back(
+                {Display(wrapper->GetIdentification()), Display(wrapper->GetUIString())});
         }
         if (options.json) {
             nlohmann::ordered_json doc;
             doc["providers"] = std::move(list);
-            out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+            out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                << "\n";
         } else if (rows.size() == 1) {
             err << "tessel: no providers are registered\n";
         } else {
@@ -220,8 +263,10 @@ int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream&
     }
     const std::u16string path = NormalizeLocation(options.path);
     std::optional<GetProviderListMessage> answer;
-    if (!path.empty()) answer = RunProviderList(path);
-    if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+    if (!path.empty())
+        answer = RunProviderList(path);
+    if (answer && answer->result == kResultAborted)
+        return ReportInterrupted(err);
     const bool found = answer && !answer->providers.empty();
     if (options.json) {
         nlohmann::ordered_json doc;
@@ -252,52 +297,74 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
     const std::u16string path = NormalizeLocation(options.path);
     int status = kExitOk;
     ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
-    if (!wrapper) return status;
+    if (!wrapper)
+        return status;
     const std::vector<std::u16string> fields = ChooseFields(*wrapper, options.fields);
     std::optional<ProgressLine> progress(std::in_place, *wrapper);
+    // A provider that could not read the folder says so through this callback (on a worker).
+    auto unavailable = std::make_shared<std::atomic<bool>>(false);
+    wrapper->SetGetContentUnavailableCallback(std::make_shared<ContentUnavailableCallback>(
+        [unavailable](const std::u16string&) { unavailable->store(true); }));
     const bool answered = RunContent(
         *wrapper, path, FieldSet(fields.begin(), fields.end()), [&](const GetContentMessage& m) {
             progress.reset();  // the progress line is cleared before the listing is printed
+            if (m.result != kResultAborted && m.content.empty() && unavailable->load()) {
+                // Readable again by now: the folder changed while it was being read.
+                Status why = CheckFolderReadable(path);
+                status = ReportUnreadable(
+                    why.IsOk()
+                        ? Status(StatusCode::kIOError, "cannot read " + Utf16ToUtf8(path) +
+                                                           ": it changed while it was being read")
+                        : why,
+                    err);
+                return;
+            }
             status = PrintListing(path, wrapper->GetIdentification(), m.result, m.content, fields,
                                   wrapper->GetFieldLabelList(), options.json, out, err);
         });
-    if (!answered) return ReportNoProvider(path, err);
+    wrapper->SetGetContentUnavailableCallback(nullptr);
+    if (!answered)
+        return ReportNoProvider(path, err);
     return status;
 }
 
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(options.path);
-    if (path.empty()) return ReportNoProvider(path, err);
+    if (path.empty())
+        return ReportNoProvider(path, err);
     auto data = std::make_shared<DefaultContentRequestData>(
         path, any_regular_t(), Utf8ToUtf16(options.provider), options.mediaOnly);
     std::optional<GetDefaultContentMessage> answer = RunDefaultContent(data);
-    if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+    if (answer && answer->result == kResultAborted)
+        return ReportInterrupted(err);
     if (!answer || answer->result == kResultNothingFound || !answer->wrapper) {
         return ReportNoProvider(path, err);
     }
     const std::vector<std::u16string> fields{kNameField, kPathField};
-    return PrintListing(path, answer->wrapper->GetIdentification(), answer->result,
-                        answer->content, fields, answer->wrapper->GetFieldLabelList(),
-                        options.json, out, err);
+    return PrintListing(path, answer->wrapper->GetIdentification(), answer->result, answer->content,
+                        fields, answer->wrapper->GetFieldLabelList(), options.json, out, err);
 }
 
 std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text) {
     // Larger boxes than this are no thumbnails, and would only cost memory.
     constexpr unsigned long kLargestSide = 16384;
     const std::size_t x = text.find_first_of("xX");
-    if (x == std::string::npos || x == 0 || x + 1 == text.size()) return std::nullopt;
+    if (x == std::string::npos || x == 0 || x + 1 == text.size())
+        return std::nullopt;
     const auto side = [&](const std::string& digits) -> std::optional<std::uint32_t> {
         if (digits.empty() || digits.size() > 5 ||
             digits.find_first_not_of("0123456789") != std::string::npos) {
             return std::nullopt;
         }
         const unsigned long value = std::stoul(digits);
-        if (value > kLargestSide) return std::nullopt;
+        if (value > kLargestSide)
+            return std::nullopt;
         return static_cast<std::uint32_t>(value);
     };
     const auto width = side(text.substr(0, x));
     const auto height = side(text.substr(x + 1));
-    if (!width || !height) return std::nullopt;
+    if (!width || !height)
+        return std::nullopt;
     return std::make_pair(*width, *height);
 }
 
@@ -308,7 +375,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
                    std::pair<std::uint32_t, std::uint32_t> size, const CommandOptions& options,
                    std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(argument);
-    if (path.empty()) return ReportNoProvider(path, err);
+    if (path.empty())
+        return ReportNoProvider(path, err);
 
     MF::IVideoFrameRef frame;
     std::u16string providerID;
@@ -317,7 +385,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         frame = MF::CreateVideoFrameFromPelPix(buffer);
         pelpixDispose(buffer);
         if (!frame) {
-            if (!Path::FileOrDirectoryExists(path)) return ReportNoProvider(path, err);
+            if (!Path::FileOrDirectoryExists(path))
+                return ReportNoProvider(path, err);
             err << "tessel: " << Display(path)
                 << ": not an image that can be read (JPEG, PNG, BMP, GIF or TGA)\n";
             return kExitNotFound;
@@ -325,14 +394,17 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
     } else {
         int status = kExitOk;
         ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
-        if (!wrapper) return status;
+        if (!wrapper)
+            return status;
         providerID = wrapper->GetIdentification();
         auto data = std::make_shared<ProviderThumbnailRequestData>(
-            path, options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
+            path,
+            options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
             any_regular_t(), static_cast<std::int32_t>(size.first),
             static_cast<std::int32_t>(size.second));
         std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
-        if (answer && answer->result == kResultAborted) return ReportInterrupted(err);
+        if (answer && answer->result == kResultAborted)
+            return ReportInterrupted(err);
         if (!answer || !answer->frame) {
             err << "tessel: " << Display(providerID) << " has no thumbnail for " << Display(path)
                 << "\n";
@@ -346,7 +418,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         return kExitNotFound;
     }
     out << output << ": " << frame->GetWidth() << "x" << frame->GetHeight();
-    if (!providerID.empty()) out << " from " << Display(providerID);
+    if (!providerID.empty())
+        out << " from " << Display(providerID);
     out << "\n";
     return kExitOk;
 }
@@ -372,11 +445,13 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
     }
     int status = kExitOk;
     for (const std::string& argument : options.paths) {
-        if (InterruptRequested()) return ReportInterrupted(err);
+        if (InterruptRequested())
+            return ReportInterrupted(err);
         const std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
         const std::string output = options.output + "/" + (leaf.empty() ? "item" : leaf) + ".png";
         const int one = WriteThumbnail(argument, output, *size, options, out, err);
-        if (one == kExitInterrupted || one == kExitUsage) return one;
+        if (one == kExitInterrupted || one == kExitUsage)
+            return one;
         status = std::max(status, one);
     }
     return status;
