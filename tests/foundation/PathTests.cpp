@@ -40,86 +40,59 @@ std::vector<std::u16string> ParentChain(PathStyle style, std::u16string path) {
     return chain;
 }
 
-// One rule applied to one input, in either style, in UTF-16 or (for UTF-8 inputs) both.
-struct RuleCase {
-    PathStyle style;
-    std::u16string_view path;
-    std::u16string_view expected;
-};
-
+// RULE applied in STYLE to each input of PAIRS (input, expected, input, expected, ...).
 template <typename Rule>
-void ExpectRule(const char* name, Rule rule, std::initializer_list<RuleCase> cases) {
-    for (const RuleCase& c : cases) {
-        EXPECT_EQ(rule(c.style, c.path), c.expected)
-            << name << "(" << (c.style == kPosix ? "posix" : "windows") << ", "
-            << Tessel::Utf16ToUtf8(c.path) << ")";
+void ExpectRule(const char* name, Rule rule, PathStyle style,
+                std::initializer_list<std::u16string_view> pairs) {
+    for (auto it = pairs.begin(); it != pairs.end() && it + 1 != pairs.end(); it += 2) {
+        EXPECT_EQ(rule(style, *it), it[1]) << name << "(" << (style == kPosix ? "posix" : "windows")
+                                           << ", " << Tessel::Utf16ToUtf8(*it) << ")";
     }
 }
 
 TEST(PathRules, SeparatorsPartsParentsJoinsAndExtensions) {
     using namespace Tessel::Path;
-    for (std::u16string_view notRoot : {u"", u"//", u"/a", u"a", u"\\", u"C:\\"})
+    using V = std::u16string_view;
+    for (V notRoot : {u"", u"//", u"/a", u"a", u"\\", u"C:\\"})
         EXPECT_FALSE(IsRoot(kPosix, notRoot)) << Tessel::Utf16ToUtf8(notRoot);
-    ExpectRule("AddTrailingSeparator",
-               [](PathStyle s, std::u16string_view p) { return AddTrailingSeparator(s, p); },
-               {{kPosix, u"/a", u"/a/"},
-                {kPosix, u"/", u"/"},
-                {kPosix, u"", u""},
-                {kWindows, u"C:\\a", u"C:\\a\\"},
-                {kWindows, u"C:/a/", u"C:/a/"}});
-    ExpectRule("StripTrailingSeparator",
-               [](PathStyle s, std::u16string_view p) { return StripTrailingSeparator(s, p); },
-               {{kPosix, u"/a///", u"/a"},
-                {kPosix, u"a/", u"a"},
-                {kPosix, u"///", u"/"},
-                {kPosix, u"", u""},
-                {kWindows, u"C:\\a/", u"C:\\a"},
-                {kWindows, u"C:\\\\", u"C:\\"},
-                {kWindows, u"\\\\?\\UNC\\s\\sh\\\\", u"\\\\?\\UNC\\s\\sh\\"},
-                {kWindows, u"\\\\s\\sh\\\\", u"\\\\s\\sh\\"}});
-    ExpectRule("GetFilePart", [](PathStyle s, std::u16string_view p) { return GetFilePart(s, p); },
-               {{kPosix, u"/a/b/c.mxf", u"c.mxf"},
-                {kPosix, u"/a/b/", u"b"},
-                {kPosix, u"c", u"c"},
-                {kPosix, u"/", u""},
-                {kPosix, u"//", u""},
-                // On POSIX a backslash is an ordinary name character.
-                {kPosix, u"/x/a\\b", u"a\\b"},
-                {kWindows, u"C:\\a/b\\", u"b"},
-                {kWindows, u"\\\\?\\C:\\clip", u"clip"}});
-    ExpectRule("GetParent", [](PathStyle s, std::u16string_view p) { return GetParent(s, p); },
-               {{kPosix, u"/x/a\\b", u"/x"},
-                {kPosix, u"/a/b//", u"/a"},
-                {kPosix, u"a//b", u"a"},
-                {kPosix, u"//a", u"/"},
-                {kPosix, u"/", u""},
-                {kPosix, u"a", u""},
-                {kWindows, u"C:\\a", u"C:\\"},
-                {kWindows, u"C:/a/b", u"C:/a"},
-                {kWindows, u"\\\\?\\C:\\a\\b\\", u"\\\\?\\C:\\a"},
-                {kWindows, u"\\\\?\\UNC\\s\\sh\\a", u"\\\\?\\UNC\\s\\sh\\"},
-                {kWindows, u"\\\\s\\sh\\a", u"\\\\s\\sh\\"}});
-    ExpectRule("Join", [](PathStyle s, std::u16string_view p) { return Join(s, p, u"/b"); },
-               {{kPosix, u"/a//", u"/a/b"},
-                {kPosix, u"/", u"/b"},
-                {kPosix, u"", u"/b"},
-                {kWindows, u"E:\\", u"E:\\b"},
-                {kWindows, u"C:/", u"C:/b"},
-                {kWindows, u"C:\\a", u"C:\\a\\b"},
-                {kWindows, u"\\\\?\\UNC\\s\\sh\\", u"\\\\?\\UNC\\s\\sh\\b"}});
-    ExpectRule("GetExtensionLower",
-               [](PathStyle s, std::u16string_view p) { return GetExtensionLower(s, p); },
-               {{kPosix, u"/x/CLIP.MXF", u".mxf"},
-                {kPosix, u"/x/a.b.TXT", u".txt"},
-                {kPosix, u"/x/clip.MXF/", u".mxf"},
-                {kPosix, u"/x/.profile", u""},
-                {kPosix, u"/x/..profile", u".profile"},
-                {kPosix, u"/x.d/noext", u""},
-                {kPosix, u"/", u""},
-                {kPosix, u"/x/A.\u00C9", u".\u00C9"},  // ASCII letters only
-                {kPosix, u"/x/a.M\xDCFF", u".m\xDCFF"},
-                {kPosix, u"/x/a.D\\noext", u".d\\noext"},
-                {kWindows, u"C:\\x.d\\noext", u""}});
+    const auto add = [](PathStyle s, V p) { return AddTrailingSeparator(s, p); };
+    ExpectRule("AddTrailingSeparator", add, kPosix, {u"/a", u"/a/", u"/", u"/", u"", u""});
+    ExpectRule("AddTrailingSeparator", add, kWindows, {u"C:\\a", u"C:\\a\\", u"C:/a/", u"C:/a/"});
+    const auto strip = [](PathStyle s, V p) { return StripTrailingSeparator(s, p); };
+    ExpectRule("StripTrailingSeparator", strip, kPosix,
+               {u"/a///", u"/a", u"a/", u"a", u"///", u"/", u"", u""});
+    ExpectRule("StripTrailingSeparator", strip, kWindows,
+               {u"C:\\a/", u"C:\\a", u"C:\\\\", u"C:\\", u"\\\\?\\UNC\\s\\sh\\\\",
+                u"\\\\?\\UNC\\s\\sh\\", u"\\\\s\\sh\\\\", u"\\\\s\\sh\\"});
+    // On POSIX a backslash is an ordinary name character.
+    const auto leaf = [](PathStyle s, V p) { return GetFilePart(s, p); };
+    ExpectRule("GetFilePart", leaf, kPosix,
+               {u"/a/b/c.mxf", u"c.mxf", u"/a/b/", u"b", u"c", u"c", u"/", u"", u"//", u"",
+                u"/x/a\\b", u"a\\b"});
+    ExpectRule("GetFilePart", leaf, kWindows, {u"C:\\a/b\\", u"b", u"\\\\?\\C:\\clip", u"clip"});
+    const auto parent = [](PathStyle s, V p) { return GetParent(s, p); };
+    ExpectRule(
+        "GetParent", parent, kPosix,
+        {u"/x/a\\b", u"/x", u"/a/b//", u"/a", u"a//b", u"a", u"//a", u"/", u"/", u"", u"a", u""});
+    ExpectRule("GetParent", parent, kWindows,
+               {u"C:\\a", u"C:\\", u"C:/a/b", u"C:/a", u"\\\\?\\C:\\a\\b\\", u"\\\\?\\C:\\a",
+                u"\\\\?\\UNC\\s\\sh\\a", u"\\\\?\\UNC\\s\\sh\\", u"\\\\s\\sh\\a", u"\\\\s\\sh\\"});
+    const auto join = [](PathStyle s, V p) { return Join(s, p, u"/b"); };
+    ExpectRule("Join", join, kPosix, {u"/a//", u"/a/b", u"/", u"/b", u"", u"/b"});
+    ExpectRule("Join", join, kWindows,
+               {u"E:\\", u"E:\\b", u"C:/", u"C:/b", u"C:\\a", u"C:\\a\\b", u"\\\\?\\UNC\\s\\sh\\",
+                u"\\\\?\\UNC\\s\\sh\\b"});
+    // ASCII letters only are lower-cased; what separates differs by platform.
+    const auto extension = [](PathStyle s, V p) { return GetExtensionLower(s, p); };
+    // clang-format off
+    ExpectRule("GetExtensionLower", extension, kPosix,
+               {u"/x/CLIP.MXF", u".mxf",      u"/x/a.b.TXT", u".txt",
+                u"/x/clip.MXF/", u".mxf",     u"/x/.profile", u"",
+                u"/x/..profile", u".profile", u"/x.d/noext", u"",
+                u"/", u"",                    u"/x/A.\u00C9", u".\u00C9",
+                u"/x/a.M\xDCFF", u".m\xDCFF", u"/x/a.D\\noext", u".d\\noext"});
+    // clang-format on
+    ExpectRule("GetExtensionLower", extension, kWindows, {u"C:\\x.d\\noext", u""});
     // Walking up ends at the root and never loops, whatever the path.
     for (const auto& [style, path] :
          {std::pair{kPosix, u"/a/b/c/"}, std::pair{kPosix, u"a/b"},
@@ -207,49 +180,35 @@ TEST(WindowsPathRules, RootsOnlyWithTheirSeparator) {
     }
 }
 
-TEST(PathRules, MakeAbsoluteJoinsTheCurrentDirectoryAndCollapsesNothingElse) {
-    using Tessel::Path::MakeAbsolute;
-    EXPECT_EQ(MakeAbsolute(kPosix, u"a/b/", u"/work"), u"/work/a/b");
-    EXPECT_EQ(MakeAbsolute(kPosix, u"./x/../y", u"/work/"), u"/work/./x/../y");
-    EXPECT_EQ(MakeAbsolute(kPosix, u"a", u"/"), u"/a");
-    EXPECT_EQ(MakeAbsolute(kPosix, u"/x//", u"/work"), u"/x");
-    EXPECT_EQ(MakeAbsolute(kPosix, u"/", u"/work"), u"/");
-    EXPECT_EQ(MakeAbsolute(kPosix, u"", u"/work"), u"");
-
-    EXPECT_EQ(MakeAbsolute(kWindows, u"clip\\", u"C:\\work"), u"C:\\work\\clip");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"a\\..\\b", u"C:\\work"), u"C:\\work\\a\\..\\b");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"\\x", u"C:\\work"), u"C:\\x");
+TEST(PathRules, MakeAbsoluteJoinsTheCurrentDirectoryAndLongFormsResolveDots) {
+    using namespace Tessel::Path;
+    using V = std::u16string_view;
+    // Against "/work/" or "C:\work"; nothing is collapsed.
+    const auto absolute = [](PathStyle s, V p) {
+        return MakeAbsolute(s, p, s == kPosix ? u"/work/" : u"C:\\work");
+    };
+    ExpectRule("MakeAbsolute", absolute, kPosix,
+               {u"a/b/", u"/work/a/b", u"./x/../y", u"/work/./x/../y", u"/x//", u"/x", u"/", u"/",
+                u"", u""});
+    ExpectRule("MakeAbsolute", absolute, kWindows,
+               {u"a\\..\\b\\", u"C:\\work\\a\\..\\b", u"\\x", u"C:\\x", u"c:x", u"C:\\work\\x",
+                u"D:x", u"D:\\x", u"\\\\?\\C:\\x\\", u"\\\\?\\C:\\x", u"\\\\server\\share",
+                u"\\\\server\\share", u"C:\\", u"C:\\"});
     EXPECT_EQ(MakeAbsolute(kWindows, u"\\x", u"\\\\?\\UNC\\s\\sh\\dir"), u"\\\\?\\UNC\\s\\sh\\x");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"c:x", u"C:\\work"), u"C:\\work\\x");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"D:x", u"C:\\work"), u"D:\\x");
     EXPECT_EQ(MakeAbsolute(kWindows, u"C:x", u"\\\\?\\C:\\work"), u"\\\\?\\C:\\work\\x");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"\\\\?\\C:\\x\\", u"D:\\"), u"\\\\?\\C:\\x");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"\\\\server\\share", u"D:\\"), u"\\\\server\\share");
-    EXPECT_EQ(MakeAbsolute(kWindows, u"C:\\", u"D:\\"), u"C:\\");
-}
-
-TEST(PathStyle, LongPathFormsOfDriveAndSharePaths) {
-    using Tessel::Path::ToLongPath;
-    const std::pair<std::u16string, std::u16string> cases[] = {
-        {u"C:\\Media", u"\\\\?\\C:\\Media"},
-        {u"C:\\", u"\\\\?\\C:\\"},
-        {u"C:/a/./b/../c", u"\\\\?\\C:\\a\\c"},
-        {u"C:\\..\\..\\x", u"\\\\?\\C:\\x"},
-        {u"C:\\a\\\\b\\", u"\\\\?\\C:\\a\\b\\"},
-        {u"\\\\server\\share\\x", u"\\\\?\\UNC\\server\\share\\x"},
-        {u"\\\\server\\share\\..\\..", u"\\\\?\\UNC\\server\\share\\"},
-        {u"//server/share/x", u"\\\\?\\UNC\\server\\share\\x"},
-        {u"\\\\server\\share", u"\\\\?\\UNC\\server\\share"},
-        // Long-path and device forms are taken as they are, dots and all.
-        {u"\\\\?\\C:\\a\\..", u"\\\\?\\C:\\a\\.."},
-        {u"\\\\.\\PhysicalDrive0", u"\\\\.\\PhysicalDrive0"},
-        {u"relative\\x", u"relative\\x"},
-        {u"C:x", u"C:x"},
-        {u"", u""}};
-    for (const auto& [path, expected] : cases)
-        EXPECT_EQ(ToLongPath(kWindows, path), expected) << Tessel::Utf16ToUtf8(path);
-    EXPECT_EQ(ToLongPath(kPosix, u"/a/../b"), u"/a/../b");
-    EXPECT_EQ(ToLongPath(kPosix, u"C:\\x"), u"C:\\x");
+    // Long-path and device forms are taken as they are, dots and all.
+    const auto longForm = [](PathStyle s, V p) { return ToLongPath(s, p); };
+    // clang-format off
+    ExpectRule("ToLongPath", longForm, kWindows,
+               {u"C:\\", u"\\\\?\\C:\\",                 u"C:/a/./b/../c", u"\\\\?\\C:\\a\\c",
+                u"C:\\..\\..\\x", u"\\\\?\\C:\\x",        u"C:\\a\\\\b\\", u"\\\\?\\C:\\a\\b\\",
+                u"//server/share/x", u"\\\\?\\UNC\\server\\share\\x",
+                u"\\\\server\\share\\..\\..", u"\\\\?\\UNC\\server\\share\\",
+                u"\\\\server\\share", u"\\\\?\\UNC\\server\\share",
+                u"\\\\?\\C:\\a\\..", u"\\\\?\\C:\\a\\..", u"\\\\.\\PhysicalDrive0", u"\\\\.\\PhysicalDrive0",
+                u"relative\\x", u"relative\\x",          u"C:x", u"C:x",  u"", u""});
+    // clang-format on
+    ExpectRule("ToLongPath", longForm, kPosix, {u"/a/../b", u"/a/../b", u"C:\\x", u"C:\\x"});
 }
 
 #if !defined(_WIN32)
@@ -360,7 +319,8 @@ TEST(FindExistingName, AnswersTheNameAsItIsOnDiskTryingTheExactNameFirst) {
     }
     EXPECT_EQ(FindExistingName(base + u"/missing", u"index.bdm"), std::nullopt);
     const std::string base8 = dir.str();
-    EXPECT_EQ(FindExistingName(std::string_view(base8), "\xc3\xa9t\xc3\xa9.txt"), "\xc3\x89T\xc3\x89.txt");
+    EXPECT_EQ(FindExistingName(std::string_view(base8), "\xc3\xa9t\xc3\xa9.txt"),
+              "\xc3\x89T\xc3\x89.txt");
     EXPECT_EQ(FindExistingName(std::string_view(base8), "bad\xff"), "BAD\xff");
     EXPECT_EQ(FindExistingName(std::string_view(base8), "nothing"), std::nullopt);
 }

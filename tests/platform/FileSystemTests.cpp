@@ -111,7 +111,7 @@ TEST(ReadDirectory, PathsFarBeyondTheSystemLimitAreReadAndTested) {
     const Tessel::Test::DeepTree tree(dir.longStr(), 20, 250);
     tree.Add("leaf.txt");
     tree.Add("inner", true);
-    const NativeString deep = fs::u8path(tree.Path()).native();
+    const NativeString deep = fs::path(tree.Path()).native();
     ASSERT_GE(deep.size(), 5000u);
     const std::vector<DirectoryEntry> entries = ReadAll(deep);
     ASSERT_EQ(entries.size(), 2u);
