@@ -115,19 +115,16 @@ TEST(PathRules, ArePathsRelativeNeedsWholeComponents) {
         std::u16string_view base, candidate;
         const char16_t* relative;  // nullptr: not inside
     };
-    const Case cases[] = {{kPosix, u"/a/b/", u"/a/bc/x", nullptr},
-                          {kPosix, u"/a/b", u"/a/bc", nullptr},
-                          {kPosix, u"/a/b/", u"/a/B/c", nullptr},  // exact
-                          {kPosix, u"/a/b/c", u"/a/b", nullptr},
-                          {kPosix, u"", u"/a", nullptr},
-                          {kPosix, u"/a/b/", u"/a/b/c/d.mxf", u"c/d.mxf"},
-                          {kPosix, u"/a/b", u"/a/b/c/", u"c/"},
-                          {kPosix, u"/a/b/", u"/a/b", u""},
-                          {kPosix, u"/", u"/x", u"x"},
-                          {kPosix, u"/a", u"/a/../b", u"../b"},  // ".." is the caller's to reject
-                          {kWindows, u"C:\\a", u"C:\\a\\b", u"b"},
-                          {kWindows, u"C:\\a", u"C:\\ab", nullptr},
-                          {kWindows, u"\\\\?\\UNC\\s\\sh\\", u"\\\\?\\UNC\\s\\sh\\x", u"x"}};
+    // clang-format off
+    const Case cases[] = {
+        {kPosix, u"/a/b/", u"/a/bc/x", nullptr},  {kPosix, u"/a/b", u"/a/bc", nullptr},
+        {kPosix, u"/a/b/", u"/a/B/c", nullptr},   {kPosix, u"/a/b/c", u"/a/b", nullptr},
+        {kPosix, u"", u"/a", nullptr},            {kPosix, u"/a/b/", u"/a/b/c/d.mxf", u"c/d.mxf"},
+        {kPosix, u"/a/b", u"/a/b/c/", u"c/"},     {kPosix, u"/a/b/", u"/a/b", u""},
+        {kPosix, u"/", u"/x", u"x"},              {kPosix, u"/a", u"/a/../b", u"../b"},
+        {kWindows, u"C:\\a", u"C:\\a\\b", u"b"},  {kWindows, u"C:\\a", u"C:\\ab", nullptr},
+        {kWindows, u"\\\\?\\UNC\\s\\sh\\", u"\\\\?\\UNC\\s\\sh\\x", u"x"}};
+    // clang-format on
     for (const Case& c : cases) {
         std::u16string relative = u"untouched";
         EXPECT_EQ(Tessel::Path::ArePathsRelative(c.style, c.base, c.candidate, &relative),
@@ -139,33 +136,16 @@ TEST(PathRules, ArePathsRelativeNeedsWholeComponents) {
 }
 
 TEST(WindowsPathRules, RootsOnlyWithTheirSeparator) {
-    const std::u16string_view roots[] = {u"C:\\",
-                                         u"z:/",
-                                         u"\\\\?\\C:\\",
-                                         u"\\\\server\\share\\",
-                                         u"//server/share/",
-                                         u"\\\\?\\UNC\\server\\share\\",
-                                         u"\\\\?\\unc\\server\\share\\",
-                                         u"\\\\?\\Volume{12ab-34cd}\\"};
-    const std::u16string_view others[] = {u"C:",
-                                          u"C:\\a",
-                                          u"1:\\",
-                                          u"\\\\?\\C:",
-                                          u"\\\\?\\C:\\a",
-                                          u"\\\\server\\share",
-                                          u"\\\\server\\share\\x",
-                                          u"\\\\server\\",
-                                          u"\\\\\\share\\",
-                                          u"\\\\?\\UNC\\server\\",
-                                          u"\\\\?\\UNC\\server\\share",
-                                          u"\\\\?\\UNC\\server\\share\\x",
-                                          u"\\\\?\\UNC\\",
-                                          u"\\\\?\\Volume{12ab-34cd}",
-                                          u"\\\\?\\",
-                                          u"\\\\?\\x\\",
-                                          u"\\",
-                                          u"/",
-                                          u""};
+    // clang-format off
+    const std::u16string_view roots[] = {
+        u"C:\\", u"z:/", u"\\\\?\\C:\\", u"\\\\server\\share\\", u"//server/share/",
+        u"\\\\?\\UNC\\server\\share\\", u"\\\\?\\unc\\server\\share\\", u"\\\\?\\Volume{12ab-34cd}\\"};
+    const std::u16string_view others[] = {
+        u"C:", u"C:\\a", u"1:\\", u"\\\\?\\C:", u"\\\\?\\C:\\a", u"\\\\server\\share",
+        u"\\\\server\\share\\x", u"\\\\server\\", u"\\\\\\share\\", u"\\\\?\\UNC\\server\\",
+        u"\\\\?\\UNC\\server\\share", u"\\\\?\\UNC\\server\\share\\x", u"\\\\?\\UNC\\",
+        u"\\\\?\\Volume{12ab-34cd}", u"\\\\?\\", u"\\\\?\\x\\", u"\\", u"/", u""};
+    // clang-format on
     using namespace Tessel::Path;
     for (const std::u16string_view root : roots) {
         const std::string utf8 = Tessel::Utf16ToUtf8(root);
@@ -242,40 +222,25 @@ TEST(Path, NativeFormsRoundTripBytesAndMakeAbsoluteUsesTheCurrentDirectory) {
 TEST(Path, ExistenceTestsFollowLinksAndSpecialFilesAreNeitherFileNorDirectory) {
     TempDir dir;
     const fs::path file = dir.WriteFile("file.txt", "x");
-    const fs::path folder = dir.MakeDir("folder");
-    fs::create_directory_symlink(folder, dir.path() / "link-to-folder");
+    fs::create_directory_symlink(dir.MakeDir("folder"), dir.path() / "link-to-folder");
     fs::create_symlink(dir.path() / "nowhere", dir.path() / "dangling");
-    const fs::path fifo = dir.path() / "fifo";
-    ASSERT_TRUE(Tessel::Test::MakeFifo(fifo));
-    Tessel::Test::FifoReaderWatch watch(fifo);
-
-    struct Case {
-        fs::path path;
-        bool file;
-        bool directory;
-    };
-    const Case cases[] = {
-        {file, true, false},
-        {folder, false, true},
-        {dir.path() / "link-to-folder", false, true},
-        {dir.path() / "dangling", false, false},
-        {fifo, false, false},
-        {dir.path() / "missing", false, false},
-        {file / "below", false, false},
-        {fs::path(), false, false},
-    };
-    for (const Case& c : cases) {
-        const std::string utf8 = c.path.native();
+    ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "fifo"));
+    Tessel::Test::FifoReaderWatch watch(dir.path() / "fifo");
+    // Name, and whether it is a file and a directory.
+    for (const auto& [name, isFile, isDirectory] :
+         {std::tuple{"file.txt", true, false}, std::tuple{"link-to-folder", false, true},
+          std::tuple{"dangling", false, false}, std::tuple{"fifo", false, false},
+          std::tuple{"missing", false, false}, std::tuple{"file.txt/below", false, false}}) {
+        const std::string utf8 = (dir.path() / name).native();
         const std::u16string wide = Tessel::Utf8ToUtf16(utf8);
-        EXPECT_EQ(Tessel::Path::FileExists(wide), c.file) << utf8;
-        EXPECT_EQ(Tessel::Path::FileExists(std::string_view(utf8)), c.file) << utf8;
-        EXPECT_EQ(Tessel::Path::DirectoryExists(wide), c.directory) << utf8;
-        EXPECT_EQ(Tessel::Path::DirectoryExists(std::string_view(utf8)), c.directory) << utf8;
-        EXPECT_EQ(Tessel::Path::FileOrDirectoryExists(wide), c.file || c.directory) << utf8;
+        EXPECT_EQ(Tessel::Path::FileExists(wide), isFile) << name;
+        EXPECT_EQ(Tessel::Path::FileExists(std::string_view(utf8)), isFile) << name;
+        EXPECT_EQ(Tessel::Path::DirectoryExists(wide), isDirectory) << name;
         EXPECT_EQ(Tessel::Path::FileOrDirectoryExists(std::string_view(utf8)),
-                  c.file || c.directory)
-            << utf8;
+                  isFile || isDirectory)
+            << name;
     }
+    EXPECT_FALSE(Tessel::Path::FileOrDirectoryExists(u""));
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
 }
 
@@ -297,18 +262,14 @@ TEST(FindExistingName, AnswersTheNameAsItIsOnDiskTryingTheExactNameFirst) {
         std::optional<std::u16string> found;
         int reads;
     };
+    // None exact: the first in NTFS order, where upper case precedes lower case.
+    // clang-format off
     const Case cases[] = {
-        {u"index.bdm", u"INDEX.BDM", 1},
-        {u"bdmv", u"BDMV", 1},
-        {u"\u00E9t\u00E9.TXT", u"\u00C9T\u00C9.txt", 1},
-        {u"bad\xDCFF", u"BAD\xDCFF", 1},
-        {u".hidden", u".Hidden", 1},
-        {u"index.bdmv", std::nullopt, 1},
-        {u"", std::nullopt, 0},
-        {u"Clip.MXF", u"Clip.MXF", 0},
-        {u"clip.mxf", u"clip.mxf", 0},
-        // None exact: the first in NTFS order, where upper case precedes lower case.
-        {u"cLIP.MXF", u"CLIP.mxf", 1}};
+        {u"index.bdm", u"INDEX.BDM", 1}, {u"bdmv", u"BDMV", 1}, {u".hidden", u".Hidden", 1},
+        {u"\u00E9t\u00E9.TXT", u"\u00C9T\u00C9.txt", 1},  {u"bad\xDCFF", u"BAD\xDCFF", 1},
+        {u"index.bdmv", std::nullopt, 1}, {u"", std::nullopt, 0},
+        {u"Clip.MXF", u"Clip.MXF", 0}, {u"clip.mxf", u"clip.mxf", 0}, {u"cLIP.MXF", u"CLIP.mxf", 1}};
+    // clang-format on
     for (const Case& c : cases) {
         const std::uint64_t before = DirectoryReadCount();
         EXPECT_EQ(FindExistingName(base, c.asked), c.found) << Tessel::Utf16ToUtf8(c.asked);

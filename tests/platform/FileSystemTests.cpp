@@ -200,19 +200,6 @@ TEST(ReadDirectory, KindsComeFromTheDirectoryLinksAreFollowedAndNothingIsOpened)
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
 }
 
-TEST(ReadDirectory, KeepsNamesThatAreNotUtf8AsTheirBytes) {
-    TempDir dir;
-    const std::string names[] = {"bad\xff.txt", "\xc3(", "caf\xc3\xa9", "\xed\xa0\x80"};
-    for (const std::string& name : names)
-        dir.WriteFile(name, name);
-    const std::vector<DirectoryEntry> entries = ReadAll(dir.path().native());
-    ASSERT_EQ(entries.size(), std::size(names));
-    for (const std::string& name : names) {
-        ASSERT_NE(FindEntry(entries, name), nullptr);
-        EXPECT_EQ(P::GetPathKind((dir.path() / name).native()), PathKind::File);
-    }
-}
-
 TEST(ReadDirectory, DeniedFolderSaysSoAndUnreadableFileHasNoReadAccess) {
     if (geteuid() == 0)
         GTEST_SKIP() << "root bypasses permission bits";

@@ -27,16 +27,6 @@ using SDKContentMap = std::map<std::string, SDKPropertyMap>;
 using FieldSet = std::set<std::u16string>;
 using SDKFieldSet = std::set<std::string>;
 
-// The texts of the field keys as compile-time constants, for tables that are checked when
-// they are compiled. The exported C-string keys below are these very texts.
-inline constexpr char kNameFieldText[] = "Name";
-inline constexpr char kPathFieldText[] = "Path";
-inline constexpr char kExtraPathFieldText[] = "ExtraPath";
-inline constexpr char kDirectoryFlagFieldText[] = "Directory";
-inline constexpr char kCreationDateFieldText[] = "CreationDate";
-inline constexpr char kBundleFieldText[] = "Bundle";
-inline constexpr char kStateFieldText[] = "State";
-
 // Field keys, wide and C-string twins with identical text.
 TESSEL_API extern const std::u16string kNameField;
 TESSEL_API extern const char* const kSDKNameField;

@@ -72,45 +72,48 @@ static_assert(kColumnCount == kWinDirectoryColumnCount);
 static_assert(kColumnCount <= 32, "a listing's field set is one 32-bit word");
 
 // The column table. Each row names its column, and the rows must stand in the order of the
-// columns, since a row's position is its column's bit: checked below when compiled.
+// columns, since a row's position is its column's bit: checked below when compiled. A key is
+// named by the address of its constant, which the compiler knows even of the exported keys.
 struct ColumnRow {
     Column column;
-    WinDirectoryColumn text;
+    const char* const* key;
+    const char* labelId;
+    const char* englishLabel;
 };
 
 using W = WinProviderDirectory;
 constexpr ColumnRow kColumnRows[] = {
-    {kName, {kNameFieldText, "Name", "Name"}},
-    {kPath, {kPathFieldText, "ActualPath", "UNC Path"}},
-    {kExtraPath, {kExtraPathFieldText, "ExtraPath", "Additional UNC Path"}},
-    {kFilePath, {W::kFilePathField, "DisplayFilePath", "File Path"}},
-    {kArchive, {W::kArchiveField, "Archive", "Archive"}},
-    {kCompressed, {W::kCompressedField, "Compressed", "Compressed"}},
-    {kDevice, {W::kDeviceField, "Device", "Device"}},
-    {kDirectory, {kDirectoryFlagFieldText, "Directory", "Directory"}},
-    {kEncrypted, {W::kEncryptedField, "Encrypted", "Encrypted"}},
-    {kHidden, {W::kHiddenField, "Hidden", "Hidden"}},
-    {kNormalFile, {W::kNormalFileField, "NormalFile", "Normal File"}},
-    {kNotContentIndexed, {W::kNotContentIndexedField, "NotContentIndexed", "Not Content Indexed"}},
-    {kOffline, {W::kOfflineField, "Offline", "Offline"}},
-    {kReadOnly, {W::kReadOnlyField, "ReadOnly", "Read-Only"}},
-    {kReparsePoint, {W::kReparsePointField, "ReparsePoint", "Reparse Point"}},
-    {kSparseFile, {W::kSparseFileField, "SparseFile", "Sparse File"}},
-    {kSystem, {W::kSystemField, "System", "System"}},
-    {kTemporary, {W::kTemporaryField, "Temporary", "Temporary"}},
-    {kAlternativeFileName,
-     {W::kAlternativeFileNameField, "AlternativeFileName", "Alternative File Name"}},
-    {kCreationDate, {kCreationDateFieldText, "CreationDate", "Date Created"}},
-    {kLastAccessDate, {W::kLastAccessDateField, "LastAccessDate", "Date Last Accessed"}},
-    {kLastWriteDate, {W::kLastWriteDateField, "LastWriteDate", "Date Last Written"}},
-    {kSize, {W::kSizeField, "Size", "Size"}},
-    {kMediaStart, {W::kMediaStartField, "MediaStart", "Media Start"}},
-    {kTapeName, {W::kTapeNameField, "TapeName", "Tape Name"}},
-    {kDescription, {W::kDescriptionField, "Description", "Description"}},
-    {kScene, {W::kSceneField, "Scene", "Scene"}},
-    {kShot, {W::kShotField, "Shot", "Shot"}},
-    {kLogComment, {W::kLogCommentField, "LogComment", "Log Comment"}},
-    {kProjectLocked, {W::kProjectLockedField, "ProjectLocked", "Project Locked"}},
+    {kName, &kSDKNameField, "Name", "Name"},
+    {kPath, &kSDKPathField, "ActualPath", "UNC Path"},
+    {kExtraPath, &kSDKExtraPathField, "ExtraPath", "Additional UNC Path"},
+    {kFilePath, &W::kFilePathField, "DisplayFilePath", "File Path"},
+    {kArchive, &W::kArchiveField, "Archive", "Archive"},
+    {kCompressed, &W::kCompressedField, "Compressed", "Compressed"},
+    {kDevice, &W::kDeviceField, "Device", "Device"},
+    {kDirectory, &kSDKDirectoryFlagField, "Directory", "Directory"},
+    {kEncrypted, &W::kEncryptedField, "Encrypted", "Encrypted"},
+    {kHidden, &W::kHiddenField, "Hidden", "Hidden"},
+    {kNormalFile, &W::kNormalFileField, "NormalFile", "Normal File"},
+    {kNotContentIndexed, &W::kNotContentIndexedField, "NotContentIndexed", "Not Content Indexed"},
+    {kOffline, &W::kOfflineField, "Offline", "Offline"},
+    {kReadOnly, &W::kReadOnlyField, "ReadOnly", "Read-Only"},
+    {kReparsePoint, &W::kReparsePointField, "ReparsePoint", "Reparse Point"},
+    {kSparseFile, &W::kSparseFileField, "SparseFile", "Sparse File"},
+    {kSystem, &W::kSystemField, "System", "System"},
+    {kTemporary, &W::kTemporaryField, "Temporary", "Temporary"},
+    {kAlternativeFileName, &W::kAlternativeFileNameField, "AlternativeFileName",
+     "Alternative File Name"},
+    {kCreationDate, &kSDKCreationDateField, "CreationDate", "Date Created"},
+    {kLastAccessDate, &W::kLastAccessDateField, "LastAccessDate", "Date Last Accessed"},
+    {kLastWriteDate, &W::kLastWriteDateField, "LastWriteDate", "Date Last Written"},
+    {kSize, &W::kSizeField, "Size", "Size"},
+    {kMediaStart, &W::kMediaStartField, "MediaStart", "Media Start"},
+    {kTapeName, &W::kTapeNameField, "TapeName", "Tape Name"},
+    {kDescription, &W::kDescriptionField, "Description", "Description"},
+    {kScene, &W::kSceneField, "Scene", "Scene"},
+    {kShot, &W::kShotField, "Shot", "Shot"},
+    {kLogComment, &W::kLogCommentField, "LogComment", "Log Comment"},
+    {kProjectLocked, &W::kProjectLockedField, "ProjectLocked", "Project Locked"},
 };
 static_assert(std::size(kColumnRows) == kColumnCount, "one row per column");
 static_assert(
@@ -122,13 +125,6 @@ static_assert(
         return true;
     }(),
     "each row stands at its column's bit");
-
-constexpr std::array<WinDirectoryColumn, kWinDirectoryColumnCount> kColumns = [] {
-    std::array<WinDirectoryColumn, kWinDirectoryColumnCount> columns{};
-    for (std::size_t i = 0; i < columns.size(); ++i)
-        columns[i] = kColumnRows[i].text;
-    return columns;
-}();
 
 using ColumnSet = std::uint32_t;
 
@@ -488,7 +484,15 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
 }  // namespace
 
 const std::array<WinDirectoryColumn, kWinDirectoryColumnCount>& WinDirectoryColumns() {
-    return kColumns;
+    static const std::array<WinDirectoryColumn, kWinDirectoryColumnCount> columns = [] {
+        std::array<WinDirectoryColumn, kWinDirectoryColumnCount> made{};
+        for (std::size_t i = 0; i < made.size(); ++i) {
+            const ColumnRow& row = kColumnRows[i];
+            made[i] = {*row.key, row.labelId, row.englishLabel};
+        }
+        return made;
+    }();
+    return columns;
 }
 
 WinProviderDirectory::WinProviderDirectory() = default;
