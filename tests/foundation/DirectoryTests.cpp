@@ -142,13 +142,13 @@ TEST(DirectoryWalk, AbortAndLimitKeepWhatWasReadSortedInOneReadEach) {
     }
 }
 
-TEST(DirectoryWalk, TwentyLevelsOfLongNamesAreWalkedToTheBottom) {
+TEST(DirectoryWalk, TreesDeeperThanThePathLimitAreWalkedToTheBottom) {
     TempDir dir;
-    const Tessel::Test::DeepTree tree(dir.longStr(), 20, 250);
+    const Tessel::Test::DeepTree tree(dir.longStr());
     tree.Add("Clip.MXF");
     // Down from the top, one level at a time, as the media browser goes.
     Directory level(dir.longU16());
-    for (int depth = 0; depth < 20; ++depth) {
+    for (int depth = 0; depth < Tessel::Test::DeepTree::kLevels; ++depth) {
         const Listing listing = List(level.GetFullPath());
         ASSERT_TRUE(listing.status.IsOk()) << depth << ": " << listing.status.Message();
         ASSERT_EQ(listing.directoryObjects.size(), 1u) << depth;
@@ -158,7 +158,7 @@ TEST(DirectoryWalk, TwentyLevelsOfLongNamesAreWalkedToTheBottom) {
     EXPECT_EQ(Tessel::Utf16ToUtf8(level.GetFullPath()), tree.Path());
     EXPECT_EQ(List(level.GetFullPath()).files, std::vector<std::u16string>{u"Clip.MXF"});
     const std::u16string clip = Tessel::Path::Join(level.GetFullPath(), u"Clip.MXF");
-    EXPECT_GE(clip.size(), 5000u);
+    EXPECT_GT(clip.size(), Tessel::Test::DeepTree::kLimit);
     EXPECT_TRUE(Tessel::Path::FileExists(clip));
     EXPECT_EQ(Tessel::Path::FindExistingName(level.GetFullPath(), u"Clip.MXF"), u"Clip.MXF");
 }

@@ -22,6 +22,20 @@ namespace Tessel::Test {
 
 class DeepTree {
 public:
+#if defined(_WIN32)
+    // Beyond MAX_PATH, which only the long-path form passes. (Wine itself reaches no further
+    // than the path limit of the system it runs on.)
+    static constexpr int kLevels = 5;
+    static constexpr std::size_t kNameLength = 100;
+    static constexpr std::size_t kLimit = 260;
+#else
+    // Far beyond PATH_MAX: 20 levels of long names, about 5,000 bytes.
+    static constexpr int kLevels = 20;
+    static constexpr std::size_t kNameLength = 250;
+    static constexpr std::size_t kLimit = 4096;
+#endif
+
+    explicit DeepTree(const std::string& base) : DeepTree(base, kLevels, kNameLength) {}
     // LEVELS folders below BASE (an existing folder, in the long-path form on Windows), level
     // I named by LENGTH copies of the letter 'a' + I.
     DeepTree(const std::string& base, int levels, std::size_t length) : mBase(base) {
