@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <string_view>
 
 #include <tessel/foundation/Executor.h>
@@ -71,7 +70,11 @@ std::string Text(const SDKPropertyMap& record, const std::string& key) {
 
 // Whether TEXT reads like "2024-03-05 09:07:02.045".
 bool IsDateText(const std::string& text) {
-    return std::regex_match(text, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})"));
+    constexpr std::string_view kShape = "0000-00-00 00:00:00.000";
+    return text.size() == kShape.size() &&
+           std::equal(text.begin(), text.end(), kShape.begin(), [](char c, char shape) {
+               return shape == '0' ? c >= '0' && c <= '9' : c == shape;
+           });
 }
 
 std::set<std::string> Keys(const SDKContentMap& content) {
