@@ -176,14 +176,11 @@ TEST(WinProviderDirectory, NamesAndPathsOnlyMakeNoStatsAndAbortKeepsWhatWasGathe
     for (int i = 0; i < 10; ++i)
         dir.MakeDir("folder-" + std::to_string(i));
     WinProviderDirectory provider;
-    const SDKFieldSet cheap{kSDKNameField,
-                            kSDKPathField,
-                            kSDKExtraPathField,
-                            W::kFilePathField,
-                            kSDKDirectoryFlagField,
-                            W::kReparsePointField,
-                            W::kAlternativeFileNameField,
-                            W::kProjectLockedField};
+    // clang-format off
+    const SDKFieldSet cheap{kSDKNameField, kSDKPathField, kSDKExtraPathField, W::kFilePathField,
+                            kSDKDirectoryFlagField, W::kReparsePointField,
+                            W::kAlternativeFileNameField, W::kProjectLockedField};
+    // clang-format on
     const std::string folder = dir.longStr();
     std::uint64_t before = Platform::EntryStatCount();
     EXPECT_EQ(List(provider, folder, cheap).size(), 50u);
