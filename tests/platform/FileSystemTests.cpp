@@ -42,13 +42,6 @@ std::vector<DirectoryEntry> ReadAll(const NativeString& directory) {
     return entries;
 }
 
-const DirectoryEntry* FindEntry(const std::vector<DirectoryEntry>& entries,
-                                const NativeString& name) {
-    auto it = std::find_if(entries.begin(), entries.end(),
-                           [&](const DirectoryEntry& entry) { return entry.name == name; });
-    return it == entries.end() ? nullptr : &*it;
-}
-
 TEST(ReadDirectory, OneLevelWithoutDotEntriesAbortsKeepWhatWasReadAndEntriesAreAppended) {
     TempDir dir;
     for (int i = 0; i < 10; ++i)
@@ -106,6 +99,13 @@ TEST(ReadDirectory, FailuresSayWhyAppendNothingAndOnlyOpenedReadsCountAcrossThre
 }
 
 #if !defined(_WIN32)
+
+const DirectoryEntry* FindEntry(const std::vector<DirectoryEntry>& entries,
+                                const NativeString& name) {
+    auto it = std::find_if(entries.begin(), entries.end(),
+                           [&](const DirectoryEntry& entry) { return entry.name == name; });
+    return it == entries.end() ? nullptr : &*it;
+}
 
 // One folder with every kind of entry that must be told apart without opening anything.
 TEST(ReadDirectory, KindsComeFromTheDirectoryLinksAreFollowedAndNothingIsOpened) {
