@@ -87,7 +87,7 @@ void DirectoryReadOnly(benchmark::State& state) {
     const auto details = static_cast<Platform::EntryDetails>(state.range(0));
     for (auto _ : state) {
         std::vector<Platform::DetailedEntry> entries;
-        Platform::ReadDirectoryWithDetails(path, details, entries, {});
+        Platform::ReadDirectoryWithDetails(path, details, entries, {}).Ignore();
         benchmark::DoNotOptimize(entries);
     }
     state.SetItemsProcessed(state.iterations() * kEntries);

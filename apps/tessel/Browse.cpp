@@ -22,7 +22,9 @@ namespace Tessel::Tool {
 
 namespace {
 
-std::string Display(const std::u16string& text) { return Utf16ToUtf8(ToDisplayUtf16(text)); }
+std::string Display(const std::u16string& text) {
+    return Utf16ToUtf8(ToDisplayUtf16(text));
+}
 
 struct BrowseState {
     std::ostream& out;
@@ -31,15 +33,25 @@ struct BrowseState {
     std::set<std::filesystem::path> visited;  // real paths, so link loops end
     std::size_t folders = 0;
     std::size_t items = 0;
+    std::size_t unreadable = 0;
     bool interrupted = false;
 };
+
+// An empty folder is shown as such; one that cannot be read is reported with the reason.
+void ReportIfUnreadable(BrowseState& state, const std::u16string& path) {
+    if (Status why = CheckFolderReadable(path); !why.IsOk()) {
+        ++state.unreadable;
+        state.err << "tessel: " << ToDisplayUtf8(why.Message()) << "\n";
+    }
+}
 
 std::string ProviderSummary(const GetProviderListMessage& answer) {
     std::string text;
     for (std::size_t i = 0; i < answer.providers.size(); ++i) {
-        if (!text.empty()) text += ", ";
-        text += Display(answer.providers[i]->GetUIString()) + " " +
-                std::to_string(answer.scores.at(i));
+        if (!text.empty())
+            text += ", ";
+        text +=
+            Display(answer.providers[i]->GetUIString()) + " " + std::to_string(answer.scores.at(i));
     }
     return text;
 }
@@ -64,7 +76,9 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
     }
     if (!ranked || ranked->providers.empty()) {
         state.out << indent << label << "/  (nothing can show this folder)\n";
-        if (depth >= state.maxDepth) return;
+        ReportIfUnreadable(state, path);
+        if (depth >= state.maxDepth)
+            return;
         for (const Directory& sub : Directory(path).GetSubDirectories()) {
             Visit(state, sub.GetFullPath(), Display(Path::LeafDisplayString(sub.GetFullPath())),
                   depth + 1);
@@ -80,10 +94,14 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
         state.interrupted = true;
         return;
     }
+    if (listing->content.empty())
+        ReportIfUnreadable(state, path);
     for (const auto& [key, record] : listing->content) {
         std::string name;
-        if (auto it = record.find(kNameField); it != record.end()) name = ValueToText(it->second);
-        if (name.empty()) name = Display(Path::LeafDisplayString(key));
+        if (auto it = record.find(kNameField); it != record.end())
+            name = ValueToText(it->second);
+        if (name.empty())
+            name = Display(Path::LeafDisplayString(key));
         bool isFolder = false;
         if (auto it = record.find(kDirectoryFlagField); it != record.end()) {
             // A flag, or the folder provider's "D" column (empty for files).
@@ -109,7 +127,8 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
 }  // namespace
 
 std::string DefaultSamplesFolder() {
-    if (const char* env = std::getenv("TESSEL_SAMPLES"); env && *env) return env;
+    if (const char* env = std::getenv("TESSEL_SAMPLES"); env && *env)
+        return env;
     return TESSEL_SAMPLES_DIR;
 }
 
@@ -126,12 +145,13 @@ int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& er
         err << "tessel: interrupted\n";
         return 3;
     }
-    out << "\n" << state.folders << (state.folders == 1 ? " folder, " : " folders, ")
-        << state.items << (state.items == 1 ? " item\n" : " items\n");
+    out << "\n"
+        << state.folders << (state.folders == 1 ? " folder, " : " folders, ") << state.items
+        << (state.items == 1 ? " item\n" : " items\n");
     if (ProviderHost::GetAllProviders().empty()) {
         err << "tessel: no providers are registered yet, so nothing can show these folders\n";
     }
-    return 0;
+    return state.unreadable == 0 ? 0 : 1;
 }
 
 }  // namespace Tessel::Tool

@@ -1,11 +1,13 @@
 #include "Commands.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 
 #include <nlohmann/json.hpp>
 
+#include <tessel/foundation/Directory.h>
 #include <tessel/foundation/Localizer.h>
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
@@ -61,6 +63,12 @@ int ReportNoProvider(const std::u16string& path, std::ostream& err) {
 int ReportInterrupted(std::ostream& err) {
     err << "tessel: interrupted\n";
     return kExitInterrupted;
+}
+
+// Why a listing failed, when it did: "tessel: cannot read /x: Permission denied".
+int ReportUnreadable(const Status& why, std::ostream& err) {
+    err << "tessel: " << ToDisplayUtf8(why.Message()) << "\n";
+    return kExitNotFound;
 }
 
 // The provider named by ID, or else the best one for PATH. Null, with STATUS set and the
@@ -215,6 +223,17 @@ private:
 
 }  // namespace
 
+// A provider answers a folder it cannot read with an empty listing, as the system's API has
+// it; the tool reads the folder itself through the same directory walk to learn why.
+Status CheckFolderReadable(const std::u16string& path) {
+    if (!IsFileSystemLocation(path) || Path::FileExists(path))
+        return Status::Ok();
+    std::vector<std::u16string> files;
+    std::vector<Directory> directories;
+    return Directory(path).GetContainedFileAndDirectoryPaths(files, directories,
+                                                             [] { return InterruptRequested(); });
+}
+
 std::u16string NormalizeLocation(const std::string& argument) {
     std::u16string path = Utf8ToUtf16(argument);
     if (path.empty())
@@ -241,6 +260,10 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
         err << "tessel: " << Display(providerID) << " failed while listing " << Display(path)
             << " (--trace Requests says why)\n";
         return kExitNotFound;
+    }
+    if (content.empty()) {
+        if (Status why = CheckFolderReadable(path); !why.IsOk())
+            return ReportUnreadable(why, err);
     }
     if (json) {
         nlohmann::ordered_json doc;
@@ -358,12 +381,28 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
         return kExitUsage;
     const std::vector<std::u16string>& fields = *chosen;
     std::optional<ProgressLine> progress(std::in_place, *wrapper);
+    // A provider that could not read the folder says so through this callback (on a worker).
+    auto unavailable = std::make_shared<std::atomic<bool>>(false);
+    wrapper->SetGetContentUnavailableCallback(std::make_shared<ContentUnavailableCallback>(
+        [unavailable](const std::u16string&) { unavailable->store(true); }));
     const bool answered = RunContent(
         *wrapper, path, FieldSet(fields.begin(), fields.end()), [&](const GetContentMessage& m) {
             progress.reset();  // the progress line is cleared before the listing is printed
+            if (m.result != kResultAborted && m.content.empty() && unavailable->load()) {
+                // Readable again by now: the folder changed while it was being read.
+                Status why = CheckFolderReadable(path);
+                status = ReportUnreadable(
+                    why.IsOk()
+                        ? Status(StatusCode::kIOError, "cannot read " + Utf16ToUtf8(path) +
+                                                           ": it changed while it was being read")
+                        : why,
+                    err);
+                return;
+            }
             status = PrintListing(path, wrapper->GetIdentification(), m.result, m.content, fields,
                                   wrapper->GetFieldLabelList(), options.json, out, err);
         });
+    wrapper->SetGetContentUnavailableCallback(nullptr);
     if (!answered)
         return ReportNoProvider(path, err);
     return status;

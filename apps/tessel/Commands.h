@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <tessel/framework/ContentRecord.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel::Tool {
 
@@ -42,7 +43,12 @@ std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const 
 // absolute and loses trailing separators (a root keeps its own).
 std::u16string NormalizeLocation(const std::string& argument);
 
-// Prints a content answer for people or as JSON. Returns the exit status for it.
+// Ok when PATH is a folder that can be read (or no file-system folder at all); else why it
+// cannot be ("cannot read /x: Permission denied"). Asked when a listing came back empty.
+Status CheckFolderReadable(const std::u16string& path);
+
+// Prints a content answer for people or as JSON; an empty answer for a folder that cannot
+// be read is reported as an error instead. Returns the exit status for it.
 int PrintListing(const std::u16string& path, const std::u16string& providerID, ResultCode code,
                  const ContentMap& content, const std::vector<std::u16string>& fields,
                  const std::map<std::u16string, std::u16string>& labels, bool json,

@@ -17,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace Tessel;
 namespace F = Tessel::Fixtures;
+using W = WinProviderDirectory;
 
 std::string Text(const SDKPropertyMap& record, const std::string& key) {
     const auto found = record.find(key);
@@ -49,39 +50,39 @@ TEST(FolderColumns, MetadataFromSidecars) {
     F::WriteP2Card(dir.path() / "card");
 
     WinProviderDirectory provider;
-    const SDKFieldSet columns{"Name", "27", "28", "29", "30", "31", "32"};
+    const char* const metadata[] = {W::kMediaStartField, W::kTapeNameField, W::kDescriptionField,
+                                    W::kSceneField,      W::kShotField,     W::kLogCommentField};
+    SDKFieldSet columns(std::begin(metadata), std::end(metadata));
+    columns.insert(kSDKNameField);
     const SDKContentMap listing = provider.GetContent(dir.longStr(), {}, columns, nullptr);
     const std::string prefix = Path::AddTrailingSeparator(std::string_view(dir.longStr()));
     ASSERT_EQ(listing.size(), 8u);
-    const SDKPropertyMap& a = listing.at(prefix + "a.mov");
-    EXPECT_EQ(Text(a, "27"), "02:00:00:00");  // the alternative start replaces the first
-    EXPECT_EQ(Text(a, "28"), "Tape 1");       // no alternative tape name: the first stays
-    EXPECT_EQ(Text(a, "29"), "Pier");
-    EXPECT_EQ(Text(a, "30"), "4");
-    EXPECT_EQ(Text(a, "31"), "Close");
-    EXPECT_EQ(Text(a, "32"), "Gull in frame");
+    // The alternative start replaces the first; without an alternative tape name the first
+    // stays.
+    const std::vector<std::string> values = {"02:00:00:00", "Tape 1", "Pier",
+                                             "4",           "Close",  "Gull in frame"};
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_EQ(Text(listing.at(prefix + "a.mov"), metadata[i]), values[i]) << metadata[i];
     const SDKPropertyMap& b = listing.at(prefix + "b.mov");
-    EXPECT_EQ(Text(b, "28"), "Reel 9");
-    EXPECT_EQ(Text(b, "27"), "");
+    EXPECT_EQ(Text(b, W::kTapeNameField) + "|" + Text(b, W::kMediaStartField), "Reel 9|");
     // Files without metadata and folders show the columns empty.
     for (const char* name : {"c.mov", "d", "card"}) {
-        const SDKPropertyMap& record = listing.at(prefix + name);
-        for (const char* key : {"27", "28", "29", "30", "31", "32"})
-            EXPECT_EQ(Text(record, key), "") << name << " " << key;
+        for (const char* key : metadata)
+            EXPECT_EQ(Text(listing.at(prefix + name), key), "") << name << " " << key;
     }
     // A sidecar shows its own metadata.
-    EXPECT_EQ(Text(listing.at(prefix + "a.xmp"), "31"), "Close");
+    EXPECT_EQ(Text(listing.at(prefix + "a.xmp"), W::kShotField), "Close");
 
     const std::string video =
         Utf16ToUtf8(Path::ToLongPath((dir.path() / "card" / "CONTENTS" / "VIDEO").u16string()));
     const SDKContentMap clips = provider.GetContent(video, {}, columns, nullptr);
     const std::string clip = Path::AddTrailingSeparator(std::string_view(video)) + "0001AB.MXF";
     ASSERT_TRUE(clips.count(clip));
-    EXPECT_EQ(Text(clips.at(clip), "27"), "01:00:00;00");
+    EXPECT_EQ(Text(clips.at(clip), W::kMediaStartField), "01:00:00;00");
 
     // Not asked for, not read.
-    const SDKContentMap names = provider.GetContent(dir.longStr(), {}, {"Name"}, nullptr);
-    EXPECT_EQ(Text(names.at(prefix + "a.mov"), "27"), "<absent>");
+    const SDKContentMap names = provider.GetContent(dir.longStr(), {}, {kSDKNameField}, nullptr);
+    EXPECT_EQ(Text(names.at(prefix + "a.mov"), W::kMediaStartField), "<absent>");
 }
 
 }  // namespace

@@ -14,11 +14,14 @@
 
 #if defined(__linux__)
 
+#include "support/FakeMachine.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 using Tessel::Platform::MountInfo;
 using Tessel::Platform::MountTableFiles;
+using Tessel::Test::FakeMachine;
 using Tessel::Test::TempDir;
 namespace P = Tessel::Platform;
 
@@ -29,84 +32,16 @@ std::vector<std::string> MountPoints(const std::vector<MountInfo>& mounts) {
     return points;
 }
 
-const MountInfo* FindMount(const std::vector<MountInfo>& mounts, const std::string& point) {
+const MountInfo& FindMount(const std::vector<MountInfo>& mounts, const std::string& point) {
     auto it = std::find_if(mounts.begin(), mounts.end(),
                            [&](const MountInfo& mount) { return mount.mountPoint == point; });
-    return it == mounts.end() ? nullptr : &*it;
+    if (it == mounts.end()) {
+        ADD_FAILURE() << "no mount " << point;
+        static const MountInfo kNone;
+        return kNone;
+    }
+    return *it;
 }
-
-// A machine in a folder: its mountinfo, fstab, by-label links and sysfs block devices.
-class FakeMachine : public ::testing::Test {
-protected:
-    // TEXT with "DEV" standing for the machine's device folder.
-    std::string WithDev(std::string text) const {
-        for (std::size_t at; (at = text.find("DEV")) != std::string::npos;)
-            text.replace(at, 3, mDir.str() + "/dev");
-        return text;
-    }
-
-    void SetUp() override {
-        mFiles.labelDirectory = mDir.MakeDir("dev/disk/by-label").native();
-        mFiles.blockDeviceDirectory = mDir.MakeDir("sys/class/block").native();
-        mFiles.fstab = (mDir.path() / "fstab").native();
-        mFiles.mountTable = (mDir.path() / "mountinfo").native();
-
-        // sdb is a removable stick with one partition; sdc a fixed disk; sr0 an optical drive.
-        for (const std::string disk : {"sdb", "sdc"}) {
-            const std::string block = "sys/class/block/" + disk;
-            mDir.WriteFile(block + "/removable", disk == "sdb" ? "1\n" : "0\n");
-            mDir.WriteFile(block + "/" + disk + "1/partition", "1\n");
-            fs::create_directory_symlink(disk + "/" + disk + "1", mDir.path() / (block + "1"));
-        }
-        mDir.WriteFile("sys/class/block/sr0/removable", "1\n");
-
-        // udev escapes blanks and slashes in label names; the links are relative.
-        fs::create_symlink("../../sdb1", mDir.path() / "dev/disk/by-label/My\\x20Stick");
-        fs::create_symlink("../../sdc1", mDir.path() / "dev/disk/by-label/Caf\\xc3\\xa9\\x2fMedia");
-        fs::create_symlink("../../sr0", mDir.path() / "dev/disk/by-label/Odd\\xZZ");
-        // A mapper name is a link to the real node; its label link points at the node.
-        fs::create_symlink("../dm-0", mDir.MakeDir("dev/mapper") / "vg-data");
-        fs::create_symlink("../../dm-0", mDir.path() / "dev/disk/by-label/Data");
-
-        mDir.WriteFile("fstab", WithDev("# static file systems\nUUID=1234 / ext4 defaults 0 1\n"
-                                        "DEV/sdd1 /srv/hidden ext4 defaults,x-gvfs-hide 0 2\n"));
-
-        mDir.WriteFile("mountinfo", WithDev(R"(22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw
-23 22 0:21 / /proc rw,nosuid - proc proc rw
-24 22 0:22 / /sys rw - sysfs sysfs rw
-25 22 8:2 / /boot rw - ext4 /dev/sda2 rw
-26 25 8:3 / /boot/efi rw - vfat /dev/sda3 rw
-27 22 7:0 / /snap/core/123 ro - squashfs /dev/loop0 ro
-28 22 7:5 / /media/u/squash ro - squashfs /dev/loop5 ro
-29 22 8:17 / /media/u/My\040Stick rw - vfat DEV/sdb1 rw
-30 22 8:17 / /mnt/again rw - vfat DEV/sdb1 rw
-31 22 8:17 /DCIM /mnt/photos rw - vfat DEV/sdb1 rw
-32 22 8:33 / /data rw - ext4 DEV/sdc1 rw
-33 22 0:50 / /mnt/share rw - cifs //server/media rw
-34 22 0:51 / /home/u/nfs rw - nfs4 server:/export rw
-35 22 0:52 / /home/u/remote rw - fuse.sshfs u@host:/ rw
-36 22 0:53 / /media/ram rw - tmpfs tmpfs rw
-37 22 0:54 / /run/user/1000 rw - tmpfs tmpfs rw
-38 22 0:55 / /tmp rw - tmpfs tmpfs rw
-39 22 11:0 / /media/cdrom ro - iso9660 DEV/sr0 ro
-40 22 8:49 / /srv/hidden rw - ext4 DEV/sdd1 rw
-41 22 8:50 / /srv/marked rw - ext4 /dev/sdd2 rw,x-gvfs-hide
-42 22 7:1 / /media/u/image ro - iso9660 /dev/loop1 ro
-43 22 7:2 / /opt/loopimg rw - ext4 /dev/loop2 rw
-44 22 8:1 /var/lib/docker/c/hosts /etc/hosts rw - ext4 /dev/sda1 rw
-45 22 8:65 / /media/shadowed rw - ext4 /dev/sde1 rw
-46 22 8:81 / /media/shadowed rw - ext4 /dev/sdf1 rw
-47 22 0:70 / /var/lib/docker/overlay2/x/merged rw - overlay overlay rw
-48 22 0:71 / /run/media/u/Card rw - exfat /dev/mmcblk0p1 rw
-49 22 253:0 / /srv/data rw - xfs DEV/mapper/vg-data rw
-50 22 0:72 / /media/u/overlay rw - overlay overlay rw
-this line is no mount at all
-)"));
-    }
-
-    TempDir mDir;
-    MountTableFiles mFiles;
-};
 
 TEST_F(FakeMachine, VolumesAreTheMountsAPersonWouldPick) {
     const std::vector<MountInfo> volumes = P::ListVolumes(mFiles);
@@ -115,26 +50,27 @@ TEST_F(FakeMachine, VolumesAreTheMountsAPersonWouldPick) {
                                         "/media/cdrom", "/media/ram", "/media/shadowed",
                                         "/media/u/My Stick", "/media/u/image", "/mnt/photos",
                                         "/mnt/share", "/run/media/u/Card", "/srv/data"}));
-
-    const MountInfo* stick = FindMount(volumes, "/media/u/My Stick");
-    ASSERT_NE(stick, nullptr);
-    EXPECT_EQ(stick->label, "My Stick");
-    EXPECT_TRUE(stick->isRemovable) << "the flag of the disk the partition is on";
-    EXPECT_FALSE(stick->isNetwork || stick->readOnly);
-    EXPECT_EQ(stick->fileSystemType, "vfat");
-    EXPECT_EQ(stick->source, mDir.str() + "/dev/sdb1");
-    EXPECT_EQ(FindMount(volumes, "/data")->label, "Caf\xc3\xa9/Media");
-    EXPECT_FALSE(FindMount(volumes, "/data")->isRemovable);
-    const MountInfo* cdrom = FindMount(volumes, "/media/cdrom");
-    EXPECT_TRUE(cdrom->isOptical && cdrom->readOnly);
-    EXPECT_EQ(cdrom->label, "Odd\\xZZ") << "a broken escape stays as it is";
-
-    EXPECT_EQ(FindMount(volumes, "/srv/data")->label, "Data") << "found through the mapper link";
-    EXPECT_TRUE(FindMount(volumes, "/media/ram")->isRamDisk);
-    EXPECT_TRUE(FindMount(volumes, "/media/u/image")->isOptical);
-    EXPECT_EQ(FindMount(volumes, "/media/shadowed")->source, "/dev/sdf1")
+    const MountInfo& stick = FindMount(volumes, "/media/u/My Stick");
+    EXPECT_EQ(stick.label, "My Stick");
+    EXPECT_TRUE(stick.isRemovable) << "the flag of the disk the partition is on";
+    EXPECT_FALSE(stick.isNetwork || stick.readOnly);
+    EXPECT_EQ(stick.fileSystemType, "vfat");
+    EXPECT_EQ(stick.source, mDir.str() + "/dev/sdb1");
+    const std::pair<const char*, const char*> labels[] = {
+        {"/data", "Caf\xc3\xa9/Media"},
+        {"/media/cdrom", "Odd\\xZZ"},  // a broken escape stays
+        {"/srv/data", "Data"},         // found through the mapper link
+        {"/media/shadowed", "Sys\xff"},
+        {"/", ""}};
+    for (const auto& [point, label] : labels)
+        EXPECT_EQ(FindMount(volumes, point).label, label) << point;
+    EXPECT_FALSE(FindMount(volumes, "/data").isRemovable);
+    EXPECT_TRUE(FindMount(volumes, "/media/cdrom").isOptical &&
+                FindMount(volumes, "/media/cdrom").readOnly);
+    EXPECT_TRUE(FindMount(volumes, "/media/ram").isRamDisk);
+    EXPECT_TRUE(FindMount(volumes, "/media/u/image").isOptical);
+    EXPECT_EQ(FindMount(volumes, "/media/shadowed").source, mDir.str() + "/dev/sdf1")
         << "the mount on top is the one that can be seen";
-    EXPECT_EQ(FindMount(volumes, "/")->label, "");
 
     const std::vector<MountInfo> network = P::ListNetworkMounts(mFiles);
     EXPECT_EQ(MountPoints(network),
@@ -148,16 +84,12 @@ TEST_F(FakeMachine, VolumesAreTheMountsAPersonWouldPick) {
 TEST_F(FakeMachine, TableIsReadWholeAndMountPointsAreTestedExactly) {
     const std::vector<MountInfo> all = P::ReadMountTable(mFiles);
     ASSERT_EQ(all.size(), 29u) << "every line but the broken one";
-    EXPECT_EQ(all.front().mountPoint, "/");
     EXPECT_EQ(all[1].fileSystemType, "proc");
-
     // "/proc" is left out of the lists but still mounted.
-    for (const char* point :
-         {"/", "/media/u/My Stick", "/media/u/My Stick//", "//media//u/My Stick", "/proc"})
+    for (const char* point : {"/", "/media/u/My Stick//", "//media//u/My Stick", "/proc"})
         EXPECT_TRUE(P::IsMountPoint(point, mFiles)) << point;
     for (const char* point : {"/media/u", "/media/u/My Stick/DCIM", "media/cdrom", ""})
         EXPECT_FALSE(P::IsMountPoint(point, mFiles)) << point;
-
     MountTableFiles missing = mFiles;
     missing.mountTable = (mDir.path() / "no-such-table").native();
     EXPECT_TRUE(P::ListVolumes(missing).empty());
@@ -185,20 +117,14 @@ TEST(Volumes, FstabFormatTablesHaveNoDevicesToCompare) {
               (std::vector<std::string>{"/", "/media/usb2", "/nfs"}));
 }
 
-TEST(Volumes, TheRealRootIsAMountPointAndListedFirst) {
+TEST(Volumes, TheRealRootComesFirstAndTheDriveWalkOffersMountedLocalRootsInOrder) {
+    const std::vector<MountInfo> real = P::ListVolumes();
+    ASSERT_FALSE(real.empty());
+    EXPECT_EQ(real.front().mountPoint, "/");
     EXPECT_TRUE(P::IsMountPoint("/"));
+
     TempDir dir;
     EXPECT_FALSE(P::IsMountPoint(dir.path().native())) << "a fresh folder mounts nothing";
-    const std::vector<MountInfo> volumes = P::ListVolumes();
-    ASSERT_FALSE(volumes.empty());
-    EXPECT_EQ(volumes.front().mountPoint, "/");
-    EXPECT_TRUE(std::is_sorted(
-        volumes.begin() + 1, volumes.end(),
-        [](const MountInfo& a, const MountInfo& b) { return a.mountPoint < b.mountPoint; }));
-}
-
-TEST(Volumes, TheDriveWalkOffersMountedLocalRootsInOrderAndStopsWhenTold) {
-    TempDir dir;
     const std::string base = dir.str();
     dir.MakeDir("cardA");
     dir.MakeDir("cardB");
@@ -211,7 +137,6 @@ TEST(Volumes, TheDriveWalkOffersMountedLocalRootsInOrderAndStopsWhenTold) {
         table += std::to_string(table.size()) + " 22 8:" + std::to_string(table.size()) + " / " +
                  base + "/" + mount + " rw\n";
     const MountTableFiles files = TableOnly(dir, dir.WriteFile("mountinfo", table));
-
     const auto walk = [&](const std::string& skipped, int visits) {
         std::vector<std::string> roots;
         P::ForEachMountedDriveRoot(

@@ -18,6 +18,7 @@
 #include <tessel/framework/ProviderRequests.h>
 #include <tessel/media/DirectoryChangeMonitor.h>
 
+#include "support/FakeMachine.h"
 #include "support/TempDir.h"
 #include "support/TestProvider.h"
 
@@ -39,99 +40,55 @@ std::vector<std::string> Keys(const SDKContentMap& content) {
     return keys;
 }
 
-TEST(VolumeUtils, DriveNamesComeFromTheLabelOrTheLocalizedType) {
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(6), "RAM Disk");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(7), "error");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(0xFFFFFFFFu), "error");
+TEST(VolumeUtils, DriveNamesComeFromTheLabelOrTheLocalizedTypeAndUnknownTypesAreErrors) {
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("Media", 3, "D:"), "Media (D:)");
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 2, "E:"), "Removable (E:)");
-    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 9, "F:"), "error (F:)");
-
+    for (const std::uint32_t unknown : {7u, 9u, 0xFFFFFFFFu})
+        EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(unknown), "error") << unknown;
     ASSERT_FALSE(Localizer::LoadTable(
         R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
             "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})"));
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(3), "Disque local");
-    EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(9), "erreur");
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 3, "C:"), "Disque local (C:)");
+    EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 9, "F:"), "erreur (F:)");
     Localizer::ClearTable();
 }
 
-#if !defined(_WIN32)
+#if defined(__linux__)
 
-namespace fs = std::filesystem;
-using Platform::MountTableFiles;
+using Tessel::Test::FakeMachine;
 
-// A machine in a folder: a root disk, a labelled and an unlabelled stick, an optical disc,
-// a RAM disk, and two network shares.
-class VolumeMachine : public ::testing::Test {
-protected:
-    void SetUp() override {
-        mFiles.labelDirectory = mDir.MakeDir("dev/disk/by-label").native();
-        mFiles.blockDeviceDirectory = mDir.MakeDir("sys/class/block").native();
-        mFiles.fstab.clear();
-        mFiles.mountTable = (mDir.path() / "mountinfo").native();
-        const std::string dev = mDir.str() + "/dev";
-        for (const char* disk : {"sdb", "sdd"}) {
-            mDir.WriteFile(std::string("sys/class/block/") + disk + "/removable", "1\n");
-            mDir.WriteFile(std::string("sys/class/block/") + disk + "/" + disk + "1/partition",
-                           "1\n");
-            fs::create_directory_symlink(
-                std::string(disk) + "/" + disk + "1",
-                mDir.path() / "sys/class/block" / (std::string(disk) + "1"));
-        }
-        mDir.WriteFile("sys/class/block/sr0/removable", "1\n");
-        fs::create_symlink("../../sdb1", mDir.path() / "dev/disk/by-label/Media");
-        // A label that is not UTF-8 is shown with U+FFFD.
-        fs::create_symlink("../../sda1", mDir.path() / "dev/disk/by-label/Sys\\xff");
-        std::string table =
-            "22 1 8:2 / / rw - ext4 DEV/sda2 rw\n"
-            "23 22 8:17 / /media/u/Media rw - vfat DEV/sdb1 rw\n"
-            "24 22 8:49 / /media/u/STICK rw - exfat DEV/sdd1 rw\n"
-            "25 22 11:0 / /media/cdrom ro - iso9660 DEV/sr0 ro\n"
-            "26 22 0:53 / /media/ram rw - tmpfs tmpfs rw\n"
-            "27 22 0:50 / /mnt/share rw - cifs //server/media rw\n"
-            "28 22 0:51 / /home/u/nfs rw - nfs4 server:/export rw\n"
-            "29 22 8:1 / /data rw - ext4 DEV/sda1 rw\n";
-        for (std::size_t at; (at = table.find("DEV")) != std::string::npos;)
-            table.replace(at, 3, dev);
-        mDir.WriteFile("mountinfo", table);
-    }
-
-    Tessel::Test::TempDir mDir;
-    MountTableFiles mFiles;
-};
-
-TEST_F(VolumeMachine, DrivesAreNamedByLabelOrTypeNetworkMountsLikeMappedDrivesAndAbortsStop) {
+TEST_F(FakeMachine, DrivesAreNamedByLabelOrTypeNetworkMountsLikeMappedDrivesAndAbortsStop) {
     SDKContentMap content;
     WinVolumeUtils::GetDriveLetterContent(
         content, {kSDKNameField, kSDKPathField, kSDKExtraPathField}, {}, mFiles);
-    // An optical drive is removable too, but named as optical.
+    // An optical drive is removable too, but named as optical; a label that is not UTF-8
+    // shows U+FFFD.
     const std::pair<std::string, std::u16string> names[] = {
         {"/", u"Local Disk (/)"},
-        {"/data", u"Sys\uFFFD (/data)"},
         {"/home/u/nfs", u"/home/u/nfs (server:/export)"},
-        {"/media/cdrom", u"CD-ROM (/media/cdrom)"},
+        {"/media/cdrom", u"Odd\\xZZ (/media/cdrom)"},
         {"/media/ram", u"RAM Disk (/media/ram)"},
-        {"/media/u/Media", u"Media (/media/u/Media)"},
-        {"/media/u/STICK", u"Removable (/media/u/STICK)"},
-        {"/mnt/share", u"/mnt/share (//server/media)"}};
-    ASSERT_EQ(content.size(), std::size(names));
+        {"/media/shadowed", u"Sys\uFFFD (/media/shadowed)"},
+        {"/media/u/My Stick", u"My Stick (/media/u/My Stick)"},
+        {"/mnt/share", u"/mnt/share (//server/media)"},
+        {"/run/media/u/Card", u"Removable (/run/media/u/Card)"}};
+    ASSERT_EQ(content.size(), 13u);
     for (const auto& [key, name] : names)
         EXPECT_EQ(Text(content[key], kSDKNameField), name) << key;
-    EXPECT_EQ(Text(content["/media/u/Media"], kSDKPathField), u"/media/u/Media");
-    EXPECT_EQ(Text(content["/media/u/Media"], kSDKExtraPathField),
+    EXPECT_EQ(Text(content["/media/u/My Stick"], kSDKPathField), u"/media/u/My Stick");
+    EXPECT_EQ(Text(content["/media/u/My Stick"], kSDKExtraPathField),
               Utf8ToUtf16(mDir.str() + "/dev/sdb1"));
 
     // Fields only when asked; a record without fields still lists the volume.
     SDKContentMap bare;
     WinVolumeUtils::GetDriveLetterContent(bare, {"Size"}, {}, mFiles);
-    EXPECT_EQ(bare.size(), 8u);
+    EXPECT_EQ(Keys(bare), Keys(content));
     EXPECT_TRUE(bare["/"].empty());
-
     // The map is added to, not cleared.
     SDKContentMap added{{"kept", {}}};
     WinVolumeUtils::GetNetUseContent(added, {kSDKNameField}, {}, mFiles);
-    EXPECT_EQ(Keys(added), (std::vector<std::string>{"/home/u/nfs", "/mnt/share", "kept"}));
+    EXPECT_EQ(Keys(added),
+              (std::vector<std::string>{"/home/u/nfs", "/home/u/remote", "/mnt/share", "kept"}));
 
     int asked = 0;
     SDKContentMap aborted;
@@ -143,15 +100,11 @@ TEST_F(VolumeMachine, DrivesAreNamedByLabelOrTypeNetworkMountsLikeMappedDrivesAn
     WinVolumeUtils::GetNetUseContent(
         none, {kSDKNameField}, [] { return true; }, mFiles);
     EXPECT_TRUE(none.empty());
-
-    EXPECT_TRUE(WinVolumeUtils::IsVolumeMounted("/media/u/Media", mFiles));
+    EXPECT_TRUE(WinVolumeUtils::IsVolumeMounted("/media/u/My Stick", mFiles));
     EXPECT_FALSE(WinVolumeUtils::IsVolumeMounted("/media/u", mFiles));
-    mDir.WriteFile("mountinfo", "22 1 8:1 / / rw - ext4 /dev/sda2 rw\n");
-    WinVolumeUtils::GetNetUseContent(none, {kSDKNameField}, {}, mFiles);
-    EXPECT_TRUE(none.empty());
 }
 
-#else
+#elif defined(_WIN32)
 
 const SDKFieldSet kAllFields{kSDKNameField, kSDKPathField, kSDKExtraPathField};
 

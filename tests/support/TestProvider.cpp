@@ -22,7 +22,9 @@ SDKContentMap TestProvider::GetContent(const std::string& path, const any_regula
     SDKContentMap content;
     std::vector<std::u16string> files;
     std::vector<Directory> directories;
-    Directory(Utf8ToUtf16(path)).GetContainedFileAndDirectoryPaths(files, directories, {}, -1);
+    Directory(Utf8ToUtf16(path))
+        .GetContainedFileAndDirectoryPaths(files, directories, {}, -1)
+        .Ignore();
     auto add = [&](const std::u16string& item, bool isDirectory) {
         const std::string key = Utf16ToUtf8(item);
         SDKPropertyMap& record = content[key];

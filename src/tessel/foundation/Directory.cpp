@@ -16,13 +16,15 @@ namespace {
 struct SortableName {
     std::u16string key;
     std::u16string name;
+    std::size_t position = 0;
 };
 
-SortableName MakeSortable(std::u16string name) {
+SortableName MakeSortable(std::u16string name, std::size_t position = 0) {
     SortableName sortable;
     sortable.key.resize(name.size());
     std::transform(name.begin(), name.end(), sortable.key.begin(), UpperCaseCodeUnit);
     sortable.name = std::move(name);
+    sortable.position = position;
     return sortable;
 }
 
@@ -40,10 +42,8 @@ void SortSortable(std::vector<SortableName>& names) {
 
 // One read of PATH. Files go to FILES and sub-directories to DIRECTORIES when those are
 // given; both come out in NTFS order.
-bool ReadLevel(const std::u16string& path, std::vector<std::u16string>* files,
-               std::vector<Directory>* directories, const AbortPredicate& abort, int limit) {
-    if (path.empty())
-        return false;
+Status ReadLevel(const std::u16string& path, std::vector<std::u16string>* files,
+                 std::vector<Directory>* directories, const AbortPredicate& abort, int limit) {
     std::vector<Platform::DirectoryEntry> entries;
     // LIMIT counts entries as the system returns them, before the sort, so a capped walk
     // of a large directory stops reading early rather than reading everything to sort it.
@@ -56,8 +56,8 @@ bool ReadLevel(const std::u16string& path, std::vector<std::u16string>* files,
         ++read;
         return false;
     };
-    if (!Platform::ReadDirectory(Path::ToNative(path), entries, stop))
-        return false;
+    if (Status read = Platform::ReadDirectory(Path::ToNative(path), entries, stop); !read.IsOk())
+        return read;
 
     std::vector<SortableName> fileNames;
     std::vector<SortableName> directoryNames;
@@ -81,7 +81,7 @@ bool ReadLevel(const std::u16string& path, std::vector<std::u16string>* files,
             directories->emplace_back(Path::Join(path, name.name));
         }
     }
-    return true;
+    return Status::Ok();
 }
 
 }  // namespace
@@ -101,13 +101,13 @@ bool Directory::Exists() const {
 
 std::vector<Directory> Directory::GetSubDirectories(const AbortPredicate& abort) const {
     std::vector<Directory> directories;
-    ReadLevel(mPath, nullptr, &directories, abort, -1);
+    ReadLevel(mPath, nullptr, &directories, abort, -1).Ignore();  // unreadable: none
     return directories;
 }
 
-bool Directory::GetContainedFileAndDirectoryPaths(std::vector<std::u16string>& files,
-                                                  std::vector<Directory>& directories,
-                                                  const AbortPredicate& abort, int limit) const {
+Status Directory::GetContainedFileAndDirectoryPaths(std::vector<std::u16string>& files,
+                                                    std::vector<Directory>& directories,
+                                                    const AbortPredicate& abort, int limit) const {
     files.clear();
     directories.clear();
     return ReadLevel(mPath, &files, &directories, abort, limit);
@@ -121,6 +121,19 @@ void SortNtfsOrder(std::vector<std::u16string>& names) {
     SortSortable(sortable);
     for (std::size_t i = 0; i < names.size(); ++i)
         names[i] = std::move(sortable[i].name);
+}
+
+std::vector<std::size_t> NtfsOrderOf(const std::vector<std::u16string>& names) {
+    std::vector<SortableName> sortable;
+    sortable.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        sortable.push_back(MakeSortable(names[i], i));
+    SortSortable(sortable);
+    std::vector<std::size_t> order;
+    order.reserve(sortable.size());
+    for (const SortableName& name : sortable)
+        order.push_back(name.position);
+    return order;
 }
 
 }  // namespace Tessel

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel {
 
@@ -34,11 +35,13 @@ public:
     // FIFOs, sockets, devices and dangling links are in neither. LIMIT caps the number of
     // entries taken (-1: no cap): entries of every kind count, as the system returns them
     // and before the sort, so a capped walk stops reading early and sorts what it read.
-    // An abort keeps what was read before it. Both lists are cleared first. Returns false
-    // when the directory could not be read.
-    bool GetContainedFileAndDirectoryPaths(std::vector<std::u16string>& files,
-                                           std::vector<Directory>& directories,
-                                           const AbortPredicate& abort, int limit = -1) const;
+    // An abort keeps what was read before it. Both lists are cleared first. A directory that
+    // cannot be read, or whose read fails part-way, leaves both lists empty and the status
+    // says why ("cannot read /media/card: Permission denied"): a caller can tell an empty
+    // directory from an unreadable one.
+    Status GetContainedFileAndDirectoryPaths(std::vector<std::u16string>& files,
+                                             std::vector<Directory>& directories,
+                                             const AbortPredicate& abort, int limit = -1) const;
 
     friend bool operator==(const Directory& a, const Directory& b) { return a.mPath == b.mPath; }
     friend bool operator!=(const Directory& a, const Directory& b) { return a.mPath != b.mPath; }
@@ -50,5 +53,7 @@ private:
 
 // Sorts leaf names (or paths of one directory) into NTFS order.
 TESSEL_API void SortNtfsOrder(std::vector<std::u16string>& names);
+// The positions of NAMES taken in NTFS order (NAMES itself is left as it is).
+TESSEL_API std::vector<std::size_t> NtfsOrderOf(const std::vector<std::u16string>& names);
 
 }  // namespace Tessel

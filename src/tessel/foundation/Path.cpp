@@ -576,7 +576,7 @@ bool IsFileOrDirectory(const Platform::NativeString& path) {
 std::optional<Platform::NativeString> FindNameIgnoringCase(const Platform::NativeString& directory,
                                                            std::u16string_view name) {
     std::vector<Platform::DirectoryEntry> entries;
-    if (!Platform::ReadDirectory(directory, entries, {}))
+    if (!Platform::ReadDirectory(directory, entries, {}).IsOk())
         return std::nullopt;
     const Platform::DirectoryEntry* best = nullptr;
     std::u16string bestName;

@@ -74,16 +74,16 @@ struct DetailedEntry : DirectoryEntry {
     NativeString shortName;
 };
 
-// Reads one level of DIRECTORY like ReadDirectory (same order, kinds, abort and failure
-// rules) and gathers the DETAILS asked for. Details describe the entry itself: a
-// symbolic link reports its own size and dates (its kind still follows it). FIFOs,
-// sockets and device nodes are never opened. Entries whose stat fails are kept with
+// Reads one level of DIRECTORY like ReadDirectory (same order, kinds, abort rules, and the
+// same all-or-nothing contract with its status) and gathers the DETAILS asked for. Details describe
+// the entry itself: a symbolic link reports its own size and dates (its kind still follows it).
+// FIFOs, sockets and device nodes are never opened. Entries whose stat fails are kept with
 // detailsKnown false. Windows reads a listing as the folder provider's rules say: ABORT is
 // asked before each FindNextFileW (so the first record, "." or a root's first entry, is read
-// unasked), and a failure part-way fails the whole read.
-TESSEL_API bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
-                                         std::vector<DetailedEntry>& out,
-                                         const std::function<bool()>& abort);
+// unasked).
+TESSEL_API Status ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
+                                           std::vector<DetailedEntry>& out,
+                                           const std::function<bool()>& abort);
 
 // How many stat calls (stat, lstat, fstatat, statx) directory reads have made on entries in
 // this process: zero per ordinary entry when no stat-based detail is asked for.

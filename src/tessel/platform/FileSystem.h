@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel::Platform {
 
@@ -31,22 +32,32 @@ struct DirectoryEntry {
     EntryKind kind = EntryKind::Other;
     bool isLink = false;  // a symbolic link (POSIX) or reparse point (Windows)
     bool hidden = false;  // hidden by the platform's rule (see IsHiddenName)
+    // The entry itself is a device: a FIFO, socket or device node on POSIX, an entry with the
+    // device attribute on Windows (whatever else it is, a reparse point included).
+    bool device = false;
 };
 
-// Reads one level of DIRECTORY (no "." or ".."), in the order the system returns it.
-// ABORT, when set, is asked before each entry; a true answer stops the read and keeps
-// what was read so far. Kinds are resolved without opening any entry (the entry type
-// from the directory itself, a stat only for links and file systems that do not say).
-// Returns false when the directory cannot be opened.
-TESSEL_API bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
-                              const std::function<bool()>& abort);
+// Reads one level of DIRECTORY (no "." or ".."), in the order the system returns it, and
+// appends the entries to OUT. ABORT, when set, is asked before each entry; a true answer
+// stops the read, keeps what was read so far and is no failure. Kinds are resolved without
+// opening any entry (the entry type from the directory itself, a stat only for links and
+// file systems that do not say). Paths of any length are read (on POSIX the parts of a
+// path beyond PATH_MAX are reached through descriptors).
+//
+// The contract of every directory read here: a read is all or nothing. When the directory
+// cannot be opened, or the system reports any error other than the end of the list while
+// it is read (a card pulled out, a share gone, an I/O error), nothing is appended and the
+// status says why ("cannot read /media/card: Input/output error"); an empty OUT with an ok
+// status is an empty directory.
+TESSEL_API Status ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
+                                const std::function<bool()>& abort);
 
 // How many directory reads ReadDirectory has made in this process (for tests and
 // benchmarks that check that a pass reads a folder only once).
 TESSEL_API std::uint64_t DirectoryReadCount();
 
 enum class PathKind { Missing, File, Directory, Other };
-// What PATH is, following links; never opens it.
+// What PATH is, following links; never opens it. These tests take paths of any length.
 TESSEL_API PathKind GetPathKind(const NativeString& path);
 // True when PATH exists at all (a dangling link counts), without following links.
 TESSEL_API bool PathEntryExists(const NativeString& path);

@@ -15,6 +15,37 @@
 
 namespace Tessel::Platform::Posix {
 
+// PATH as a directory descriptor and a name within it, for the *at calls. A path shorter
+// than PATH_MAX is the name itself, relative to the current directory; a longer one is
+// reached through its parent, which is opened a stretch of components at a time, each
+// stretch well within PATH_MAX. The kernel resolves every stretch as it would the whole
+// path (links followed, ".." taken physically), so both name the same entry.
+class PathAt {
+public:
+    explicit PathAt(const NativeString& path);
+    ~PathAt();
+    PathAt(const PathAt&) = delete;
+    PathAt& operator=(const PathAt&) = delete;
+
+    // 0, or the errno of the stretch that could not be opened (every call then fails).
+    int Error() const { return mError; }
+    int Directory() const { return mDirectory; }
+    const char* Name() const { return mName; }
+
+private:
+    int mDirectory;
+    bool mOwned = false;
+    int mError = 0;
+    NativeString mLeaf;
+    const char* mName;
+};
+
+// Opens DIRECTORY for reading its entries (never waiting on a FIFO), or says why it cannot.
+Status OpenDirectoryStream(const NativeString& directory, DIR*& stream);
+// The next entry of STREAM but "." and "..", null at the end of the list; or the error
+// that ended the read early, which fails the whole read.
+Status NextDirectoryEntry(DIR* stream, const NativeString& directory, const dirent*& entry);
+
 // Counts one stat made on a directory entry (EntryStatCount) and one directory read
 // (DirectoryReadCount).
 void CountEntryStat();

@@ -24,10 +24,6 @@ constexpr std::uint32_t kDosBits =
     kFileAttributeReadOnly | kFileAttributeHidden | kFileAttributeSystem | kFileAttributeArchive;
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
 
-bool IsDotOrDotDot(const char* name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
-
 // Everything a read-only mount holds is read-only, so the mount is asked once per read.
 bool IsOnReadOnlyMount(int directory) {
     struct statvfs info;
@@ -45,17 +41,14 @@ std::uint32_t AttributesOf(const DetailedEntry& entry, const Posix::EntryStat* o
         attributes |= kFileAttributeDirectory;
     if (entry.isLink)
         attributes |= kFileAttributeReparsePoint;
-    if (own == nullptr) {
-        if (entry.kind == EntryKind::Other && !entry.isLink)
-            attributes |= kFileAttributeDevice;
+    if (entry.device)
+        attributes |= kFileAttributeDevice;
+    if (own == nullptr)
         return attributes;
-    }
     const mode_t mode = own->mode;
     // A link's own permission bits mean nothing; its target's are the target's business.
     if (!S_ISLNK(mode) && (mode & S_IWUSR) == 0)
         attributes |= kFileAttributeReadOnly;
-    if (S_ISFIFO(mode) || S_ISSOCK(mode) || S_ISCHR(mode) || S_ISBLK(mode))
-        attributes |= kFileAttributeDevice;
     if (S_ISREG(mode) && own->allocatedBytes < own->size)
         attributes |= kFileAttributeSparseFile;
     if (own->compressed)
@@ -83,18 +76,15 @@ std::int64_t MicrosecondsOf(std::int64_t seconds, std::int64_t nanoseconds) {
 
 }  // namespace Posix
 
-bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
-                              std::vector<DetailedEntry>& out, const std::function<bool()>& abort) {
-    // Opened as ReadDirectory opens it: a FIFO named as the directory fails at once.
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        return false;
-    DIR* dir = fdopendir(fd);
-    if (dir == nullptr) {
-        close(fd);
-        return false;
-    }
-    Posix::CountDirectoryRead();
+Status ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
+                                std::vector<DetailedEntry>& out,
+                                const std::function<bool()>& abort) {
+    DIR* dir = nullptr;
+    if (Status opened = Posix::OpenDirectoryStream(directory, dir); !opened.IsOk())
+        return opened;
+    const int fd = dirfd(dir);
+    const std::size_t before = out.size();
+    Status status;
 
     const bool wantStat = (details & kStatDetails) != 0;
     const bool wantAttributes = (details & kDetailAttributes) != 0;
@@ -103,9 +93,11 @@ bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails detail
     if (details & (kDetailAttributes | kDetailHidden))
         dos.emplace(fd, directory);
 
-    while (const dirent* entry = readdir(dir)) {
-        if (IsDotOrDotDot(entry->d_name))
-            continue;
+    for (;;) {
+        const dirent* entry = nullptr;
+        status = Posix::NextDirectoryEntry(dir, directory, entry);
+        if (!status.IsOk() || entry == nullptr)
+            break;
         if (abort && abort())
             break;
         DetailedEntry& added = out.emplace_back();
@@ -120,6 +112,7 @@ bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails detail
                 added.kind = Posix::KindOfLinkTarget(fd, entry->d_name);
             } else {
                 added.kind = Posix::KindOfMode(own.mode);
+                added.device = added.kind == EntryKind::Other;
             }
             if (details & kDetailSize)
                 added.size = own.size;
@@ -147,7 +140,9 @@ bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails detail
         }
     }
     closedir(dir);  // closes fd too
-    return true;
+    if (!status.IsOk())
+        out.resize(before);
+    return status;
 }
 
 std::string FormatLocalTime(std::int64_t microsecondsSinceEpoch) {

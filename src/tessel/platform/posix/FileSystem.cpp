@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include <tessel/platform/FileDetails.h>
@@ -27,6 +28,120 @@ std::atomic<std::uint64_t> gEntryStatCount{0};
 }  // namespace
 
 namespace Posix {
+
+namespace {
+
+// The flags that open a directory only to resolve names below it: no read permission is
+// needed, as for the components of a path.
+#if defined(O_PATH)
+constexpr int kSearchFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+#elif defined(O_SEARCH)
+constexpr int kSearchFlags = O_SEARCH | O_DIRECTORY | O_CLOEXEC;
+#else
+constexpr int kSearchFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+#endif
+
+// How much of a long path one openat resolves: far below PATH_MAX, so that any path of
+// components no longer than NAME_MAX splits into stretches that fit.
+constexpr std::size_t kStretchLength = PATH_MAX / 2;
+
+}  // namespace
+
+PathAt::PathAt(const NativeString& path) : mDirectory(AT_FDCWD), mName(path.c_str()) {
+    if (path.size() < PATH_MAX)
+        return;
+    // The leaf keeps any trailing separators, which require it to be a directory.
+    const std::size_t end = path.find_last_not_of('/');
+    const std::size_t slash = end == NativeString::npos ? NativeString::npos : path.rfind('/', end);
+    if (slash == NativeString::npos)
+        return;  // one name longer than any file system allows: the call fails by itself
+    mLeaf = path.substr(slash + 1);
+    mName = mLeaf.c_str();
+
+    std::size_t at = 0;
+    if (path[0] == '/') {
+        mDirectory = open("/", kSearchFlags);
+        if (mDirectory < 0) {
+            mError = errno;
+            return;
+        }
+        mOwned = true;
+    }
+    while (at < slash) {
+        while (at < slash && path[at] == '/')
+            ++at;
+        if (at >= slash)
+            break;
+        // The longest run of whole components that fits a stretch (at least one component).
+        const auto componentEnd = [&](std::size_t from) {
+            const std::size_t found = path.find('/', from);
+            return found == NativeString::npos || found > slash ? slash : found;
+        };
+        std::size_t stop = componentEnd(at);
+        while (stop < slash) {
+            const std::size_t next = componentEnd(stop + 1);
+            if (next - at >= kStretchLength)
+                break;
+            stop = next;
+        }
+        const NativeString stretch = path.substr(at, stop - at);
+        const int next = openat(mDirectory, stretch.c_str(), kSearchFlags);
+        if (next < 0)
+            mError = errno;
+        if (mOwned)
+            close(mDirectory);
+        mDirectory = next;
+        mOwned = next >= 0;
+        if (next < 0)
+            return;
+        at = stop;
+    }
+}
+
+PathAt::~PathAt() {
+    if (mOwned)
+        close(mDirectory);
+}
+
+Status OpenDirectoryStream(const NativeString& directory, DIR*& stream) {
+    stream = nullptr;
+    const std::string what = "cannot read " + directory;
+    if (directory.empty())
+        return Status::FromErrno(ENOENT, what);
+    const PathAt at(directory);
+    if (at.Error() != 0)
+        return Status::FromErrno(at.Error(), what);
+    // O_NONBLOCK: should DIRECTORY name a FIFO, opening it must fail rather than wait for a
+    // writer (O_DIRECTORY rejects it either way).
+    const int fd =
+        openat(at.Directory(), at.Name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return Status::FromErrno(errno, what);
+    stream = fdopendir(fd);
+    if (stream == nullptr) {
+        const int error = errno;
+        close(fd);
+        return Status::FromErrno(error, what);
+    }
+    CountDirectoryRead();
+    return Status::Ok();
+}
+
+Status NextDirectoryEntry(DIR* stream, const NativeString& directory, const dirent*& entry) {
+    for (;;) {
+        // readdir answers null both at the end and on an error; only errno tells them apart.
+        errno = 0;
+        entry = readdir(stream);
+        if (entry == nullptr) {
+            if (errno != 0)
+                return Status::FromErrno(errno, "cannot read " + directory);
+            return Status::Ok();
+        }
+        const char* name = entry->d_name;
+        if (!(name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))))
+            return Status::Ok();
+    }
+}
 
 void CountEntryStat() {
     gEntryStatCount.fetch_add(1, std::memory_order_relaxed);
@@ -64,6 +179,13 @@ void ResolveKind(int directory, const dirent& entry, DirectoryEntry& out) {
             out.isLink = true;
             out.kind = KindOfLinkTarget(directory, entry.d_name);
             return;
+        case DT_FIFO:
+        case DT_SOCK:
+        case DT_CHR:
+        case DT_BLK:
+            out.kind = EntryKind::Other;
+            out.device = true;
+            return;
         case DT_UNKNOWN: {
             // Some file systems (older XFS, some network and FUSE ones) leave the type out.
             struct stat own;
@@ -77,10 +199,11 @@ void ResolveKind(int directory, const dirent& entry, DirectoryEntry& out) {
                 out.kind = KindOfLinkTarget(directory, entry.d_name);
             } else {
                 out.kind = KindOfMode(own.st_mode);
+                out.device = out.kind == EntryKind::Other;
             }
             return;
         }
-        default:  // FIFO, socket, character or block device, whiteout
+        default:  // a whiteout
             out.kind = EntryKind::Other;
             return;
     }
@@ -89,10 +212,6 @@ void ResolveKind(int directory, const dirent& entry, DirectoryEntry& out) {
 }  // namespace Posix
 
 namespace {
-
-bool IsDotOrDotDot(const char* name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 // The locale whose case mapping UpperCaseCodeUnit uses, made once and kept for the
 // process; null when no UTF-8 locale is installed.
@@ -115,25 +234,19 @@ bool IsSurrogate(char32_t c) {
 
 }  // namespace
 
-bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
-                   const std::function<bool()>& abort) {
-    // O_NONBLOCK: should DIRECTORY name a FIFO, opening it must fail rather than wait
-    // for a writer (O_DIRECTORY rejects it either way).
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        return false;
-    DIR* dir = fdopendir(fd);
-    if (dir == nullptr) {
-        close(fd);
-        return false;
-    }
-    Posix::CountDirectoryRead();
-
-    // A read error part-way (a card pulled out) ends the walk like an abort: what was read
-    // is kept.
-    while (const dirent* entry = readdir(dir)) {
-        if (IsDotOrDotDot(entry->d_name))
-            continue;
+Status ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
+                     const std::function<bool()>& abort) {
+    DIR* stream = nullptr;
+    if (Status opened = Posix::OpenDirectoryStream(directory, stream); !opened.IsOk())
+        return opened;
+    const int fd = dirfd(stream);
+    const std::size_t before = out.size();
+    Status status;
+    for (;;) {
+        const dirent* entry = nullptr;
+        status = Posix::NextDirectoryEntry(stream, directory, entry);
+        if (!status.IsOk() || entry == nullptr)
+            break;
         if (abort && abort())
             break;
         DirectoryEntry& added = out.emplace_back();
@@ -141,8 +254,10 @@ bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& o
         added.hidden = IsHiddenName(added.name);
         Posix::ResolveKind(fd, *entry, added);
     }
-    closedir(dir);  // closes fd too
-    return true;
+    closedir(stream);  // closes fd too
+    if (!status.IsOk())
+        out.resize(before);
+    return status;
 }
 
 std::uint64_t DirectoryReadCount() {
@@ -154,8 +269,9 @@ std::uint64_t EntryStatCount() {
 }
 
 PathKind GetPathKind(const NativeString& path) {
+    const Posix::PathAt at(path);
     struct stat info;
-    if (stat(path.c_str(), &info) != 0)
+    if (fstatat(at.Directory(), at.Name(), &info, 0) != 0)
         return PathKind::Missing;
     if (S_ISREG(info.st_mode))
         return PathKind::File;
@@ -165,12 +281,14 @@ PathKind GetPathKind(const NativeString& path) {
 }
 
 bool PathEntryExists(const NativeString& path) {
+    const Posix::PathAt at(path);
     struct stat info;
-    return lstat(path.c_str(), &info) == 0;
+    return fstatat(at.Directory(), at.Name(), &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool HasReadAccess(const NativeString& path) {
-    return access(path.c_str(), R_OK) == 0;
+    const Posix::PathAt at(path);
+    return faccessat(at.Directory(), at.Name(), R_OK, 0) == 0;
 }
 
 bool IsHiddenName(const NativeString& name) {

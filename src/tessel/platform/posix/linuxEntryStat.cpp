@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "EntryStat.h"
@@ -125,7 +126,10 @@ std::optional<std::uint32_t> DosAttributeReader::Read(const char* name) {
         case Source::SmbAttribute: {
             const char* attribute =
                 mSource == Source::NtfsAttribute ? kNtfsAttributeName : kSmbAttributeName;
-            NativeString path = mDirectoryPath;
+            // Beyond PATH_MAX the entry is named through the open directory's descriptor.
+            NativeString path = mDirectoryPath.size() + std::strlen(name) + 1 < PATH_MAX
+                                    ? mDirectoryPath
+                                    : "/proc/self/fd/" + std::to_string(mDirectory);
             if (path.empty() || path.back() != '/')
                 path += '/';
             path += name;

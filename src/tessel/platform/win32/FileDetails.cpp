@@ -38,17 +38,19 @@ bool IsZero(const FILETIME& time) {
 
 }  // namespace
 
-bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
-                              std::vector<DetailedEntry>& out, const std::function<bool()>& abort) {
+Status ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
+                                std::vector<DetailedEntry>& out,
+                                const std::function<bool()>& abort) {
     const std::size_t before = out.size();
     // A listing asks before each FindNextFileW, so its first record is always read.
-    const bool read = Win32::FindFiles(
+    Status read = Win32::FindFiles(
         directory, abort, Win32::AbortCheck::BeforeEachFindNext, [&](const WIN32_FIND_DATAW& data) {
             DetailedEntry& added = out.emplace_back();
             added.name = data.cFileName;
             added.kind = Win32::KindOfAttributes(data.dwFileAttributes);
             added.isLink = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
             added.hidden = (data.dwFileAttributes & Win32::kHiddenAttributes) != 0;
+            added.device = (data.dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0;
             added.detailsKnown = (details & kRecordDetails) != 0;
             if (details & kDetailAttributes)
                 added.attributes = data.dwFileAttributes;
@@ -67,7 +69,7 @@ bool ReadDirectoryWithDetails(const NativeString& directory, EntryDetails detail
             if (details & kDetailShortName)
                 added.shortName = data.cAlternateFileName;
         });
-    if (!read)
+    if (!read.IsOk())
         out.resize(before);
     return read;
 }

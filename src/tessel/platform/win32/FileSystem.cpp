@@ -4,6 +4,8 @@
 #include <io.h>
 
 #include <atomic>
+#include <cerrno>
+#include <string>
 
 #include "FindFiles.h"
 
@@ -56,13 +58,46 @@ private:
     HANDLE mHandle;
 };
 
+// A wide path as UTF-8, for messages.
+std::string Utf8Of(const std::wstring& text) {
+    if (text.empty())
+        return {};
+    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                         nullptr, 0, nullptr, nullptr);
+    std::string out(static_cast<std::size_t>(size > 0 ? size : 0), '\0');
+    if (size > 0)
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
+                            size, nullptr, nullptr);
+    return out;
+}
+
 }  // namespace
 
-bool Win32::FindFiles(const NativeString& directory, const std::function<bool()>& abort,
-                      AbortCheck check,
-                      const std::function<void(const WIN32_FIND_DATAW&)>& onEntry) {
+Status Win32::ReadFailure(DWORD error, const NativeString& directory) {
+    const std::string what = "cannot read " + Utf8Of(directory);
+    switch (error) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_INVALID_NAME:
+        case ERROR_BAD_NETPATH:
+        case ERROR_NOT_READY:  // a card reader without a card
+            return Status::FromErrno(ENOENT, what);
+        case ERROR_DIRECTORY:
+            return Status::FromErrno(ENOTDIR, what);
+        case ERROR_ACCESS_DENIED:
+        case ERROR_SHARING_VIOLATION:
+            return Status::FromErrno(EACCES, what);
+        default:
+            return {StatusCode::kIOError,
+                    what + ": input/output error (Windows error " + std::to_string(error) + ")"};
+    }
+}
+
+Status Win32::FindFiles(const NativeString& directory, const std::function<bool()>& abort,
+                        AbortCheck check,
+                        const std::function<void(const WIN32_FIND_DATAW&)>& onEntry) {
     if (directory.empty())
-        return false;
+        return ReadFailure(ERROR_PATH_NOT_FOUND, directory);
     std::wstring pattern = directory;
     if (pattern.back() != L'\\')
         pattern.push_back(L'\\');
@@ -75,13 +110,16 @@ bool Win32::FindFiles(const NativeString& directory, const std::function<bool()>
     if (find.get() == INVALID_HANDLE_VALUE) {
         // The root of an empty volume has no "." or ".." and so no first entry at all;
         // a missing folder fails with ERROR_PATH_NOT_FOUND instead.
-        if (GetLastError() != ERROR_FILE_NOT_FOUND)
-            return false;
+        const DWORD error = GetLastError();
+        if (error != ERROR_FILE_NOT_FOUND)
+            return ReadFailure(error, directory);
         const DWORD attributes = GetFileAttributesW(directory.c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
-            return false;
+        if (attributes == INVALID_FILE_ATTRIBUTES)
+            return ReadFailure(GetLastError(), directory);
+        if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
+            return ReadFailure(ERROR_DIRECTORY, directory);
         gDirectoryReadCount.fetch_add(1, std::memory_order_relaxed);
-        return true;
+        return Status::Ok();
     }
     gDirectoryReadCount.fetch_add(1, std::memory_order_relaxed);
 
@@ -89,32 +127,34 @@ bool Win32::FindFiles(const NativeString& directory, const std::function<bool()>
     for (;;) {
         if (!IsDotOrDotDot(data.cFileName)) {
             if (askPerEntry && abort && abort())
-                return true;
+                return Status::Ok();
             onEntry(data);
         }
         if (!askPerEntry && abort && abort())
-            return true;
+            return Status::Ok();
         if (!FindNextFileW(find.get(), &data)) {
             // Any other failure (a volume removed, a share gone part-way) leaves the listing
             // incomplete, and an incomplete listing is not offered as the folder's content.
-            return GetLastError() == ERROR_NO_MORE_FILES;
+            const DWORD error = GetLastError();
+            return error == ERROR_NO_MORE_FILES ? Status::Ok() : ReadFailure(error, directory);
         }
     }
 }
 
-bool ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
-                   const std::function<bool()>& abort) {
+Status ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
+                     const std::function<bool()>& abort) {
     const std::size_t before = out.size();
     // Asked per entry: directory walks cap their reads by counting entries through ABORT.
-    const bool read = Win32::FindFiles(
+    Status read = Win32::FindFiles(
         directory, abort, Win32::AbortCheck::BeforeEachEntry, [&](const WIN32_FIND_DATAW& data) {
             DirectoryEntry& added = out.emplace_back();
             added.name = data.cFileName;
             added.kind = Win32::KindOfAttributes(data.dwFileAttributes);
             added.isLink = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
             added.hidden = (data.dwFileAttributes & Win32::kHiddenAttributes) != 0;
+            added.device = (data.dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0;
         });
-    if (!read)
+    if (!read.IsOk())
         out.resize(before);
     return read;
 }

@@ -53,10 +53,14 @@ enum class AbortCheck {
 
 // Walks one level of DIRECTORY with FindFirstFileExW and FindNextFileW, handing each entry
 // but "." and ".." to ON_ENTRY. ABORT, when set, is asked as CHECK says; a true answer ends
-// the walk successfully. Fails when the directory cannot be opened, or when FindNextFileW
-// fails with anything but ERROR_NO_MORE_FILES (the caller then discards what it was
-// handed). An empty volume root, which has no "." and so no first entry, succeeds.
-bool FindFiles(const NativeString& directory, const std::function<bool()>& abort, AbortCheck check,
-               const std::function<void(const WIN32_FIND_DATAW&)>& onEntry);
+// the walk successfully. Fails, with the reason, when the directory cannot be opened or when
+// FindNextFileW fails with anything but ERROR_NO_MORE_FILES (the caller then discards what
+// it was handed). An empty volume root, which has no "." and so no first entry, succeeds.
+Status FindFiles(const NativeString& directory, const std::function<bool()>& abort,
+                 AbortCheck check, const std::function<void(const WIN32_FIND_DATAW&)>& onEntry);
+
+// The status of the Win32 error ERROR met while reading DIRECTORY: "cannot read PATH: text",
+// with the codes and texts of the matching POSIX errors where there is one.
+Status ReadFailure(DWORD error, const NativeString& directory);
 
 }  // namespace Tessel::Platform::Win32

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include <tessel/foundation/Directory.h>
 #include <tessel/foundation/Localizer.h>
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/PathStyle.h>
@@ -65,7 +66,65 @@ enum Column : unsigned {
     kShot,
     kLogComment,
     kProjectLocked,
+    kColumnCount,
 };
+static_assert(kColumnCount == kWinDirectoryColumnCount);
+static_assert(kColumnCount <= 32, "a listing's field set is one 32-bit word");
+
+// The column table. Each row names its column, and the rows must stand in the order of the
+// columns, since a row's position is its column's bit: checked below when compiled. A key is
+// named by the address of its constant, which the compiler knows even of the exported keys.
+struct ColumnRow {
+    Column column;
+    const char* const* key;
+    const char* labelId;
+    const char* englishLabel;
+};
+
+using W = WinProviderDirectory;
+constexpr ColumnRow kColumnRows[] = {
+    {kName, &kSDKNameField, "Name", "Name"},
+    {kPath, &kSDKPathField, "ActualPath", "UNC Path"},
+    {kExtraPath, &kSDKExtraPathField, "ExtraPath", "Additional UNC Path"},
+    {kFilePath, &W::kFilePathField, "DisplayFilePath", "File Path"},
+    {kArchive, &W::kArchiveField, "Archive", "Archive"},
+    {kCompressed, &W::kCompressedField, "Compressed", "Compressed"},
+    {kDevice, &W::kDeviceField, "Device", "Device"},
+    {kDirectory, &kSDKDirectoryFlagField, "Directory", "Directory"},
+    {kEncrypted, &W::kEncryptedField, "Encrypted", "Encrypted"},
+    {kHidden, &W::kHiddenField, "Hidden", "Hidden"},
+    {kNormalFile, &W::kNormalFileField, "NormalFile", "Normal File"},
+    {kNotContentIndexed, &W::kNotContentIndexedField, "NotContentIndexed", "Not Content Indexed"},
+    {kOffline, &W::kOfflineField, "Offline", "Offline"},
+    {kReadOnly, &W::kReadOnlyField, "ReadOnly", "Read-Only"},
+    {kReparsePoint, &W::kReparsePointField, "ReparsePoint", "Reparse Point"},
+    {kSparseFile, &W::kSparseFileField, "SparseFile", "Sparse File"},
+    {kSystem, &W::kSystemField, "System", "System"},
+    {kTemporary, &W::kTemporaryField, "Temporary", "Temporary"},
+    {kAlternativeFileName, &W::kAlternativeFileNameField, "AlternativeFileName",
+     "Alternative File Name"},
+    {kCreationDate, &kSDKCreationDateField, "CreationDate", "Date Created"},
+    {kLastAccessDate, &W::kLastAccessDateField, "LastAccessDate", "Date Last Accessed"},
+    {kLastWriteDate, &W::kLastWriteDateField, "LastWriteDate", "Date Last Written"},
+    {kSize, &W::kSizeField, "Size", "Size"},
+    {kMediaStart, &W::kMediaStartField, "MediaStart", "Media Start"},
+    {kTapeName, &W::kTapeNameField, "TapeName", "Tape Name"},
+    {kDescription, &W::kDescriptionField, "Description", "Description"},
+    {kScene, &W::kSceneField, "Scene", "Scene"},
+    {kShot, &W::kShotField, "Shot", "Shot"},
+    {kLogComment, &W::kLogCommentField, "LogComment", "Log Comment"},
+    {kProjectLocked, &W::kProjectLockedField, "ProjectLocked", "Project Locked"},
+};
+static_assert(std::size(kColumnRows) == kColumnCount, "one row per column");
+static_assert(
+    [] {
+        for (std::size_t i = 0; i < std::size(kColumnRows); ++i) {
+            if (kColumnRows[i].column != i)
+                return false;
+        }
+        return true;
+    }(),
+    "each row stands at its column's bit");
 
 using ColumnSet = std::uint32_t;
 
@@ -242,14 +301,6 @@ struct ListingPlan {
     DateFormatter creationDates, accessDates, writeDates;
 };
 
-bool IsListed(const P::DetailedEntry& entry) {
-    if (entry.hidden)
-        return false;
-    // FIFOs, sockets and device nodes have no kind; a link is listed whatever it points at
-    // (a dangling or looping link included), as Windows lists a reparse point itself.
-    return entry.kind != P::EntryKind::Other || entry.isLink;
-}
-
 // An entry's name as UTF-8. POSIX names are bytes already and are used in place; names of
 // other systems are converted into STORAGE, which the caller has made large enough that it
 // never moves. A Windows name longer than any file system allows (260 units) is taken as
@@ -265,6 +316,16 @@ std::string_view Utf8Name(const NativeName& name, std::vector<std::string>& stor
         if (name.size() > kLongestName)
             return storage.emplace_back();
         return storage.emplace_back(Path::FromNativeUtf8(name));
+    }
+}
+
+// An entry's name in UTF-16, as the walk order compares it.
+template <class NativeName>
+std::u16string Utf16Name(const NativeName& name) {
+    if constexpr (std::is_same_v<NativeName, std::string>) {
+        return ToHostString(name);
+    } else {
+        return Path::FromNative(name);
     }
 }
 
@@ -423,38 +484,14 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
 }  // namespace
 
 const std::array<WinDirectoryColumn, kWinDirectoryColumnCount>& WinDirectoryColumns() {
-    static const std::array<WinDirectoryColumn, kWinDirectoryColumnCount> columns{{
-        {kSDKNameField, "Name", "Name"},
-        {kSDKPathField, "ActualPath", "UNC Path"},
-        {kSDKExtraPathField, "ExtraPath", "Additional UNC Path"},
-        {"02", "DisplayFilePath", "File Path"},
-        {"03", "Archive", "Archive"},
-        {"04", "Compressed", "Compressed"},
-        {"05", "Device", "Device"},
-        {kSDKDirectoryFlagField, "Directory", "Directory"},
-        {"07", "Encrypted", "Encrypted"},
-        {"08", "Hidden", "Hidden"},
-        {"09", "NormalFile", "Normal File"},
-        {"10", "NotContentIndexed", "Not Content Indexed"},
-        {"11", "Offline", "Offline"},
-        {"12", "ReadOnly", "Read-Only"},
-        {"13", "ReparsePoint", "Reparse Point"},
-        {"14", "SparseFile", "Sparse File"},
-        {"15", "System", "System"},
-        {"16", "Temporary", "Temporary"},
-        {"18", "AlternativeFileName", "Alternative File Name"},
-        {kSDKCreationDateField, "CreationDate", "Date Created"},
-        {"20", "LastAccessDate", "Date Last Accessed"},
-        {"21", "LastWriteDate", "Date Last Written"},
-        {"26", "Size", "Size"},
-        {"27", "MediaStart", "Media Start"},
-        {"28", "TapeName", "Tape Name"},
-        {"29", "Description", "Description"},
-        {"30", "Scene", "Scene"},
-        {"31", "Shot", "Shot"},
-        {"32", "LogComment", "Log Comment"},
-        {"33", "ProjectLocked", "Project Locked"},
-    }};
+    static const std::array<WinDirectoryColumn, kWinDirectoryColumnCount> columns = [] {
+        std::array<WinDirectoryColumn, kWinDirectoryColumnCount> made{};
+        for (std::size_t i = 0; i < made.size(); ++i) {
+            const ColumnRow& row = kColumnRows[i];
+            made[i] = {*row.key, row.labelId, row.englishLabel};
+        }
+        return made;
+    }();
     return columns;
 }
 
@@ -463,6 +500,14 @@ WinProviderDirectory::~WinProviderDirectory() = default;
 
 bool WinProviderDirectory::IsValidDirectoryPath(const std::string& path) {
     return Path::IsValidDirectoryPath(std::string_view(path));
+}
+
+bool WinProviderDirectory::IsListedEntry(const P::DirectoryEntry& entry) {
+    if (entry.hidden || entry.device)
+        return false;
+    // A link is listed whatever it points at (a dangling or looping link included), as
+    // Windows lists a reparse point itself.
+    return entry.kind != P::EntryKind::Other || entry.isLink;
 }
 
 SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const any_regular_t&,
@@ -498,32 +543,36 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
     const P::NativeString nativePath = Path::ToNative(std::string_view(path));
     bool readAborted = false;
     std::vector<P::DetailedEntry> entries;
-    const bool read = P::ReadDirectoryWithDetails(nativePath, details, entries, [&] {
+    const Status read = P::ReadDirectoryWithDetails(nativePath, details, entries, [&] {
         readAborted = readAborted || IsRequestAborted(request);
         return readAborted;
     });
-    if (!read) {
+    if (!read.IsOk()) {
+        if (Trace::IsEnabled(kTraceCategory))
+            Trace::Write(kTraceCategory, ToDisplayUtf8(read.Message()));
         NotifyGetContentUnavailable(Utf8ToUtf16(path));
         return {};
     }
 
-    // Records go into the map in key order, each at its end: item paths share the folder's
-    // prefix, so their order is the order of the names. A shell link is listed under its
-    // target instead, wherever that falls, and replaces a record of the same path.
+    // The entries in walk order: NTFS order, in which Windows reads a folder.
     struct Listed {
         std::string_view name;
         const P::DetailedEntry* entry;
     };
     std::vector<Listed> listed;
     std::vector<std::string> convertedNames;
+    std::vector<std::u16string> sortNames;
     listed.reserve(entries.size());
+    sortNames.reserve(entries.size());
     convertedNames.reserve(std::is_same_v<P::NativeString, std::string> ? 0 : entries.size());
     for (const P::DetailedEntry& entry : entries) {
-        if (IsListed(entry))
-            listed.push_back({Utf8Name(entry.name, convertedNames), &entry});
+        if (!IsListedEntry(entry))
+            continue;
+        listed.push_back({Utf8Name(entry.name, convertedNames), &entry});
+        sortNames.push_back(Utf16Name(entry.name));
     }
-    std::sort(listed.begin(), listed.end(),
-              [](const Listed& a, const Listed& b) { return a.name < b.name; });
+    const std::vector<std::size_t> walkOrder = NtfsOrderOf(sortNames);
+
     // The metadata columns find each file's sidecar among the names read, not on disk.
     if (plan.columns & kMetadataColumnSet) {
         plan.metadataFields = MetadataFieldsOf(plan.columns);
@@ -535,38 +584,61 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
         }
     }
 
+    // Each entry's item path, in walk order: its own path, or a shell link's target.
+    struct Item {
+        std::string path;
+        std::string targetName;  // the leaf of a shell link's target
+        const Listed* listed;
+    };
+    std::vector<Item> items;
+    items.reserve(listed.size());
+    bool abortedWhileListing = false;
+    for (const std::size_t position : walkOrder) {
+        // An abort during the read already ended it; the entries it got are all recorded.
+        if (!readAborted && IsRequestAborted(request)) {
+            abortedWhileListing = true;
+            break;
+        }
+        const Listed& entry = listed[position];
+        Item& item = items.emplace_back();
+        item.listed = &entry;
+        if (entry.entry->kind == P::EntryKind::File && P::IsShellLinkName(entry.entry->name)) {
+            P::NativeString link = nativePath;
+            if (link.back() != P::kNativeSeparator)
+                link.push_back(P::kNativeSeparator);
+            link.append(entry.entry->name);
+            if (const auto target = P::ReadShellLinkTarget(link)) {
+                item.path = Path::FromNativeUtf8(*target);
+                item.targetName = Path::GetFilePart(std::string_view(item.path));
+            }
+        }
+        if (item.path.empty()) {
+            item.path.reserve(plan.prefix.size() + entry.name.size());
+            item.path.append(plan.prefix).append(entry.name);
+        }
+    }
+    // Records go into the map in key order, each at its end. Of the items that share a path
+    // the one latest in walk order is kept, as if each had replaced the one before.
+    std::stable_sort(items.begin(), items.end(),
+                     [](const Item& a, const Item& b) { return a.path < b.path; });
+
     SDKContentMap content;
     std::u16string widePath;
-    for (std::size_t i = 0; i < listed.size(); ++i) {
-        // An abort during the read already ended it; the entries it got are all recorded.
-        if (!readAborted && IsRequestAborted(request))
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (!readAborted && !abortedWhileListing && IsRequestAborted(request))
             break;
         if (i % kProgressInterval == 0) {
             if (widePath.empty())
                 widePath = Utf8ToUtf16(path);
-            NotifyGetContentProgress(widePath, static_cast<double>(i) / listed.size());
+            NotifyGetContentProgress(widePath, static_cast<double>(i) / items.size());
         }
-        const P::DetailedEntry& entry = *listed[i].entry;
-        std::string_view name = listed[i].name;
-        std::string itemPath;
-        std::string targetName;
-        if (entry.kind == P::EntryKind::File && P::IsShellLinkName(entry.name)) {
-            P::NativeString link = nativePath;
-            if (link.back() != P::kNativeSeparator)
-                link.push_back(P::kNativeSeparator);
-            link.append(entry.name);
-            if (const auto target = P::ReadShellLinkTarget(link)) {
-                itemPath = Path::FromNativeUtf8(*target);
-                targetName = Path::GetFilePart(std::string_view(itemPath));
-                name = targetName;
-            }
-        }
-        if (itemPath.empty()) {
-            itemPath.reserve(plan.prefix.size() + name.size());
-            itemPath.append(plan.prefix).append(name);
-        }
-        auto added = content.insert_or_assign(content.end(), std::move(itemPath), SDKPropertyMap());
-        FillRecord(added->second, entry, name, added->first, plan);
+        if (i + 1 < items.size() && items[i + 1].path == items[i].path)
+            continue;
+        Item& item = items[i];
+        const std::string_view name =
+            item.targetName.empty() ? item.listed->name : std::string_view(item.targetName);
+        auto added = content.emplace_hint(content.end(), std::move(item.path), SDKPropertyMap());
+        FillRecord(added->second, *item.listed->entry, name, added->first, plan);
     }
 
     // A folder removed, unmounted or made unreadable while it was read gives no listing: the
@@ -593,7 +665,7 @@ SDKFieldSet WinProviderDirectory::GetFieldList() {
 }
 
 std::vector<std::string> WinProviderDirectory::GetDefaultFieldList() {
-    return {kSDKNameField, WinDirectoryColumns()[kFilePath].key};
+    return {kSDKNameField, kFilePathField};
 }
 
 std::map<std::u16string, std::u16string> WinProviderDirectory::GetFieldLabelList() {

@@ -42,6 +42,7 @@
 #include <tessel/framework/CapabilityInterfaces.h>
 #include <tessel/framework/Provider.h>
 #include <tessel/platform/Export.h>
+#include <tessel/platform/FileSystem.h>
 
 namespace Tessel {
 
@@ -60,6 +61,34 @@ TESSEL_API const std::array<WinDirectoryColumn, kWinDirectoryColumnCount>& WinDi
 
 class TESSEL_API WinProviderDirectory : public Provider, public MenuProviderInterface {
 public:
+    // The field keys of the columns that have no shared key (the others are kSDKNameField,
+    // kSDKPathField, kSDKExtraPathField, kSDKDirectoryFlagField and kSDKCreationDateField).
+    static constexpr const char* kFilePathField = "02";
+    static constexpr const char* kArchiveField = "03";
+    static constexpr const char* kCompressedField = "04";
+    static constexpr const char* kDeviceField = "05";
+    static constexpr const char* kEncryptedField = "07";
+    static constexpr const char* kHiddenField = "08";
+    static constexpr const char* kNormalFileField = "09";
+    static constexpr const char* kNotContentIndexedField = "10";
+    static constexpr const char* kOfflineField = "11";
+    static constexpr const char* kReadOnlyField = "12";
+    static constexpr const char* kReparsePointField = "13";
+    static constexpr const char* kSparseFileField = "14";
+    static constexpr const char* kSystemField = "15";
+    static constexpr const char* kTemporaryField = "16";
+    static constexpr const char* kAlternativeFileNameField = "18";
+    static constexpr const char* kLastAccessDateField = "20";
+    static constexpr const char* kLastWriteDateField = "21";
+    static constexpr const char* kSizeField = "26";
+    static constexpr const char* kMediaStartField = "27";
+    static constexpr const char* kTapeNameField = "28";
+    static constexpr const char* kDescriptionField = "29";
+    static constexpr const char* kSceneField = "30";
+    static constexpr const char* kShotField = "31";
+    static constexpr const char* kLogCommentField = "32";
+    static constexpr const char* kProjectLockedField = "33";
+
     static constexpr int kDirectoryScore = 30;
     static constexpr std::int32_t kAddToFavoritesCommand = 31012;
     static constexpr std::int32_t kRemoveFromFavoritesCommand = 31013;
@@ -69,10 +98,14 @@ public:
     WinProviderDirectory();
     ~WinProviderDirectory() override;
 
-    // The folder's entries keyed by item path, with the requested columns. An invalid path
-    // gives nothing; a folder that cannot be read, or that vanishes or becomes unreadable
-    // while it is listed, gives nothing and is reported through the content-unavailable
-    // callback. An abort keeps the records made so far.
+    // The folder's entries keyed by item path, with the requested columns. Records are made
+    // in walk order (NTFS order), so where a shell link's target is the path of another
+    // entry the later of the two in that order is the record kept. An invalid path gives
+    // nothing; a folder that cannot be read, whose read fails part-way, or that vanishes or
+    // becomes unreadable while it is listed, gives nothing and is reported through the
+    // content-unavailable callback (a caller that must tell why reads the folder itself:
+    // Directory::GetContainedFileAndDirectoryPaths answers the reason). An abort keeps the
+    // records made so far.
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
     SDKFieldSet GetFieldList() override;
@@ -105,6 +138,9 @@ public:
 
     // The path test of the platform this runs on (Path::IsValidDirectoryPath).
     static bool IsValidDirectoryPath(const std::string& path);
+    // Whether a listing shows ENTRY: never a hidden or device entry (a device that is also a
+    // reparse point included); a link whatever it points at; otherwise files and folders.
+    static bool IsListedEntry(const Platform::DirectoryEntry& entry);
 };
 
 }  // namespace Tessel
