@@ -57,26 +57,17 @@ TEST(AnyRegular, ValueSemanticsAndNormalisation) {
     nested = nested.get_if<array_t>()->front();
     any_regular_t& alias = nested;
     nested = alias;
-    EXPECT_TRUE(nested == any_regular_t(u"inner"));
+    EXPECT_EQ(nested, any_regular_t(u"inner"));
 
-    // Equality needs the same type (after normalisation) and value.
-    const std::pair<any_regular_t, any_regular_t> same[] = {
-        {any_regular_t(), any_regular_t()},
-        {std::uint8_t{4}, std::int64_t{4}},
-        {1.5f, 1.5},
-        {"a", std::string("a")},
-        {array_t{1, "x"}, array_t{1, "x"}},
-    };
-    for (const auto& [a, b] : same)
-        EXPECT_TRUE(a == b && a.type() == b.type()) << a.type().name();
+    // Equality needs the same type, after normalisation, and value.
+    EXPECT_TRUE(any_regular_t(std::uint8_t{4}) == std::int64_t{4} && any_regular_t(1.5f) == 1.5);
     const std::pair<any_regular_t, any_regular_t> different[] = {
         {any_regular_t(), 0},
         {1, 1.0},
         {true, 1},
         {"a", u"a"},
         {array_t{1, "x"}, array_t{"x", 1}},
-        {dictionary_t{{"a", 1}}, dictionary_t{{"a", 2}}},
-    };
+        {dictionary_t{{"a", 1}}, dictionary_t{{"a", 2}}}};
     for (const auto& [a, b] : different)
         EXPECT_TRUE(a != b && b != a) << a.type().name() << " " << b.type().name();
 }
@@ -90,65 +81,49 @@ concept Askable = requires(any_regular_t v) {
 static_assert(Askable<std::int64_t> && Askable<double> && Askable<std::string> && Askable<array_t>);
 static_assert(!Askable<int> && !Askable<float> && !Askable<const char*> && !Askable<char16_t>);
 
-TEST(AnyRegular, AccessorsAgreeAndConversionsAreChecked) {
-    const any_regular_t fromInt = 42;
-    EXPECT_TRUE(fromInt.is<std::int64_t>());
-    EXPECT_EQ(*fromInt.get_if<std::int64_t>(), 42);
-    EXPECT_FALSE(fromInt.is<double>() || fromInt.get_if<double>() || any_regular_t().is<bool>());
-
+TEST(AnyRegular, ConversionsAreChecked) {
     constexpr double kInf = std::numeric_limits<double>::infinity();
-    constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
     constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
-    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
-    // What each held value gives as an int, a uint8, an int64, a uint64 and a float, or
-    // nullopt where the conversion is refused.
+    constexpr std::nullopt_t no = std::nullopt;
+    // What a held value gives as an int, an int64, a uint64 (shown as a double) and a float,
+    // or no where the conversion is refused. Integers drop the fraction.
     struct Case {
         any_regular_t value;
         std::optional<int> asInt;
-        std::optional<int> asByte;
         std::optional<std::int64_t> asInt64;
         std::optional<double> asUInt64;
         std::optional<float> asFloat;
     };
-    constexpr std::nullopt_t no = std::nullopt;
     const Case cases[] = {
-        {std::int64_t{300}, 300, no, 300, 300.0, 300.0f},
-        {std::int64_t{-1}, -1, no, -1, no, -1.0f},
-        {kMax, no, no, kMax, 9223372036854775807.0, 9.223372e18f},
-        {2.9, 2, 2, 2, 2.0, 2.9f},
-        {-2.9, -2, no, -2, no, -2.9f},
-        {-0.5, 0, 0, 0, 0.0, -0.5f},  // drops to zero, in range
-        {2147483647.9, 2147483647, no, 2147483647, 2147483647.0, 2147483648.0f},
-        {2147483648.0, no, no, 2147483648, 2147483648.0, 2147483648.0f},
-        {-2147483649.0, no, no, -2147483649, no, -2147483649.0f},
-        {static_cast<double>(kMin), no, no, kMin, no, -9.223372e18f},
-        {9223372036854775808.0, no, no, no, 9223372036854775808.0, 9.223372e18f},
-        {18446744073709551616.0, no, no, no, no, 1.8446744e19f},
-        {1e300, no, no, no, no, no},
-        {kInf, no, no, no, no, std::numeric_limits<float>::infinity()},
-        {kNaN, no, no, no, no, no},  // float: NaN
-        {true, no, no, no, no, no},
-        {"7", no, no, no, no, no},
+        {std::int64_t{-1}, -1, -1, no, -1.0f},
+        {kMax, no, kMax, 9223372036854775807.0, 9.223372e18f},
+        {2.9, 2, 2, 2.0, 2.9f},
+        {-0.5, 0, 0, 0.0, -0.5f},
+        {2147483648.0, no, 2147483648, 2147483648.0, 2147483648.0f},
+        {-2147483649.0, no, -2147483649, no, -2147483649.0f},
+        {-9223372036854775808.0, no, std::numeric_limits<std::int64_t>::min(), no, -9.223372e18f},
+        {9223372036854775808.0, no, no, 9223372036854775808.0, 9.223372e18f},
+        {18446744073709551616.0, no, no, no, 1.8446744e19f},
+        {1e300, no, no, no, no},
+        {kInf, no, no, no, std::numeric_limits<float>::infinity()},
+        {std::numeric_limits<double>::quiet_NaN(), no, no, no, no},  // a float NaN, unchecked
+        {true, no, no, no, no},
+        {"7", no, no, no, no},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(*c.value.ToJson());
         int i = 77;
         EXPECT_EQ(c.value.cast(i), c.asInt.has_value());
         EXPECT_EQ(i, c.asInt.value_or(77)) << "a refused conversion leaves the target alone";
-        EXPECT_EQ(c.value.value_or<std::uint8_t>(9), c.asByte.value_or(9));
         EXPECT_EQ(c.value.value_or<std::int64_t>(-9), c.asInt64.value_or(-9));
-        std::uint64_t u = 0;
-        EXPECT_EQ(c.value.cast(u), c.asUInt64.has_value());
-        EXPECT_EQ(static_cast<double>(u), c.asUInt64.value_or(0));
+        EXPECT_EQ(static_cast<double>(c.value.value_or<std::uint64_t>(0)), c.asUInt64.value_or(0));
         float f = 0;
-        const bool isNaN = c.value.is<double>() && std::isnan(*c.value.get_if<double>());
-        EXPECT_EQ(c.value.cast(f), c.asFloat.has_value() || isNaN);
-        EXPECT_FLOAT_EQ(isNaN ? 0 : f, c.asFloat.value_or(0));
+        if (c.value.cast(f) && std::isnan(f))
+            continue;
+        EXPECT_FLOAT_EQ(f, c.asFloat.value_or(0));
     }
-    EXPECT_TRUE(any_regular_t(true).value_or(false));
     EXPECT_FALSE(any_regular_t(1).value_or(false)) << "bool only from bool";
-    EXPECT_EQ(any_regular_t(u"x").value_or(std::u16string(u"fallback")), u"x");
-    EXPECT_EQ(any_regular_t(1).value_or(std::u16string(u"fallback")), u"fallback");
+    EXPECT_EQ(any_regular_t(1).value_or(std::u16string(u"other")), u"other");
 }
 
 TEST(AnyRegular, ScalarsRoundTripWithTheirTypes) {
@@ -252,42 +227,39 @@ TEST(AnyRegular, PlainJsonReadsAsDictionariesOfNativeTypes) {
 }
 
 TEST(AnyRegular, MalformedOrUnknownTextIsRejectedWithoutThrowing) {
-    const char* rejected[] = {
-        "",
-        "   ",
-        "{",
-        "[1,]",
-        "nul",
-        "1 2",
-        "/* comment */ 1",
-        "1e400",
-        "\"\\ud800\"",
-        "\"\xFF\"",
-        "{\"$type\":\"no.such.type\",\"value\":1}",
-        "{\"$type\":5,\"value\":1}",
-        "{\"$type\":\"utf8\"}",
-        "{\"$type\":\"utf8\",\"value\":\"a\",\"extra\":1}",
-        "{\"$type\":\"utf8\",\"value\":5}",
-        "{\"$type\":\"utf8\",\"hex\":\"abc\"}",
-        "{\"$type\":\"utf8\",\"hex\":\"zz\"}",
-        "{\"$type\":\"utf8\",\"text\":\"a\"}",
-        "{\"$type\":\"utf16\",\"units\":[65536]}",
-        "{\"$type\":\"utf16\",\"units\":[-1]}",
-        "{\"$type\":\"utf16\",\"units\":[1.5]}",
-        "{\"$type\":\"utf16\",\"units\":\"ab\"}",
-        "{\"$type\":\"datetime\",\"value\":\"yesterday\"}",
-        "{\"$type\":\"datetime\",\"microseconds\":9223372036854775808}",
-        "{\"$type\":\"double\",\"value\":\"NaN\"}",
-        "{\"$type\":\"dictionary\",\"value\":[]}",
-        "{\"$type\":\"dictionary\",\"entries\":[[\"61\",1],[\"61\",2]]}",
-        "{\"$type\":\"dictionary\",\"entries\":[[\"61\"]]}",
-        "{\"$type\":\"dictionary\",\"entries\":[[97,1]]}",
-        "[1, {\"$type\":\"no.such.type\",\"value\":1}]",
-        "{\"a\":{\"b\":{\"$type\":\"no.such.type\",\"value\":1}}}",
-    };
-    for (const char* text : rejected) {
+    const char* rejected[] = {"",
+                              "   ",
+                              "{",
+                              "[1,]",
+                              "nul",
+                              "1 2",
+                              "/* comment */ 1",
+                              "1e400",
+                              "\"\\ud800\"",
+                              "\"\xFF\"",
+                              "{\"$type\":\"no.such.type\",\"value\":1}",
+                              "{\"$type\":5,\"value\":1}",
+                              "{\"$type\":\"utf8\"}",
+                              "{\"$type\":\"utf8\",\"value\":\"a\",\"extra\":1}",
+                              "{\"$type\":\"utf8\",\"value\":5}",
+                              "{\"$type\":\"utf8\",\"hex\":\"abc\"}",
+                              "{\"$type\":\"utf8\",\"hex\":\"zz\"}",
+                              "{\"$type\":\"utf8\",\"text\":\"a\"}",
+                              "{\"$type\":\"utf16\",\"units\":[65536]}",
+                              "{\"$type\":\"utf16\",\"units\":[-1]}",
+                              "{\"$type\":\"utf16\",\"units\":[1.5]}",
+                              "{\"$type\":\"utf16\",\"units\":\"ab\"}",
+                              "{\"$type\":\"datetime\",\"value\":\"yesterday\"}",
+                              "{\"$type\":\"datetime\",\"microseconds\":9223372036854775808}",
+                              "{\"$type\":\"double\",\"value\":\"NaN\"}",
+                              "{\"$type\":\"dictionary\",\"value\":[]}",
+                              "{\"$type\":\"dictionary\",\"entries\":[[\"61\",1],[\"61\",2]]}",
+                              "{\"$type\":\"dictionary\",\"entries\":[[\"61\"]]}",
+                              "{\"$type\":\"dictionary\",\"entries\":[[97,1]]}",
+                              "[1, {\"$type\":\"no.such.type\",\"value\":1}]",
+                              "{\"a\":{\"b\":{\"$type\":\"no.such.type\",\"value\":1}}}"};
+    for (const char* text : rejected)
         EXPECT_FALSE(any_regular_t::FromJson(text).has_value()) << text;
-    }
 }
 
 TEST(AnyRegular, NestingIsBoundedInBothDirections) {

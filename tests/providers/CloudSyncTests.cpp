@@ -4,6 +4,7 @@
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <string>
@@ -87,16 +88,12 @@ protected:
     // at RELATIVE in the home folder.
     void WriteDropboxInfo(const std::string& personal, const std::string& business,
                           const std::string& relative = kDropboxInfo) {
-        std::string text = R"({"_": 0)";
+        nlohmann::json info = nlohmann::json::object();
         for (const auto& [account, folder] :
-             {std::pair{"personal", personal}, {"business", business}}) {
-            std::string escaped;
-            for (char c : folder)
-                escaped += c == '\\' ? std::string("\\\\") : std::string(1, c);
+             {std::pair{"personal", personal}, {"business", business}})
             if (!folder.empty())
-                text += ", \"" + std::string(account) + "\": {\"path\": \"" + escaped + "\"}";
-        }
-        mHome.WriteFile(relative, text + "}");
+                info[account]["path"] = folder;
+        mHome.WriteFile(relative, info.dump());
     }
 #if defined(_WIN32)
     static constexpr const char* kDropboxInfo = "AppData/Local/Dropbox/info.json";
