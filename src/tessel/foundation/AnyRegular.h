@@ -64,8 +64,9 @@ using stored_t = typename std::conditional_t<
     std::conditional_t<
         std::is_integral_v<T>, StoredType<std::int64_t>,
         std::conditional_t<std::is_floating_point_v<T>, StoredType<double>, StoredType<T>>>>::type;
+// A type values are held as (std::int64_t, not int).
 template <class T>
-concept IsStoredType = std::is_same_v<T, stored_t<T>>;
+concept HeldType = std::is_same_v<T, stored_t<T>>;
 
 // Whether converting D to the arithmetic type T is defined: for integers, D (without its
 // fraction) lies in T's range; for float, D is not finite or not beyond float's range.
@@ -111,14 +112,16 @@ public:
     // the types values are held as: std::int64_t, not int; double, not float; std::string,
     // not const char*. Asking for another (`is<int>`) does not compile, rather than answering
     // false for every value made from an int.
-    template <class T>
-    requires detail::IsStoredType<T>
-    bool is() const { return mModel && mModel->Type() == typeid(T); }
-    template <class T>
-    requires detail::IsStoredType<T>
-    const T* get_if() const { return is<T>() ? static_cast<const T*>(mModel->Pointer()) : nullptr; }
-    template <class T>
-    requires detail::IsStoredType<T> T* get_if() {
+    template <detail::HeldType T>
+    bool is() const {
+        return mModel && mModel->Type() == typeid(T);
+    }
+    template <detail::HeldType T>
+    const T* get_if() const {
+        return is<T>() ? static_cast<const T*>(mModel->Pointer()) : nullptr;
+    }
+    template <detail::HeldType T>
+    T* get_if() {
         return is<T>() ? static_cast<T*>(mModel->Pointer()) : nullptr;
     }
 
