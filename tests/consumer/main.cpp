@@ -1,10 +1,13 @@
 // Uses an installed Tessel through its public headers only; exits non-zero on a wrong answer.
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include <tessel/Version.h>
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/platform/Status.h>
 
 namespace {
 
@@ -20,6 +23,18 @@ void Check(bool ok, const char* what) {
 }  // namespace
 
 int main() {
+    const std::string version = std::to_string(TESSEL_VERSION_MAJOR) + "." +
+                                std::to_string(TESSEL_VERSION_MINOR) + "." +
+                                std::to_string(TESSEL_VERSION_PATCH);
+    Check(version == Tessel::kVersionString, "the version macros and kVersionString differ");
+#ifdef TESSEL_PACKAGE_VERSION
+    // Built through find_package: the package's version and the header's are one.
+    Check(std::strcmp(TESSEL_PACKAGE_VERSION, Tessel::kVersionString) == 0,
+          "Version.h does not name the installed package's version");
+#endif
+    const Tessel::Status missing(Tessel::StatusCode::kNotFound, "no such card");
+    Check(!missing.IsOk() && Tessel::Status().IsOk(), "Status does not tell failure from success");
+
     const std::string name = "Clip \xc3\xa9t\xc3\xa9 \xf0\x9f\x8e\xac.MXF";
     const std::u16string wide = Tessel::Utf8ToUtf16(name);
     Check(wide.size() == 15, "Utf8ToUtf16 gives the wrong number of code units");

@@ -1,113 +1,104 @@
 #include <tessel/foundation/Trace.h>
-#include "support/Environment.h"
 
+#include <cctype>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
+#include <iostream>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "support/TempDir.h"
+#include <tessel/platform/StandardErrorCapture.h>
 
-#if defined(_WIN32)
-#include <io.h>
-#define dup _dup
-#define dup2 _dup2
-#define close _close
-#define fileno _fileno
-#else
-#include <unistd.h>
-#endif
+#include "support/Environment.h"
+#include "support/StandardErrorFile.h"
+#include "support/TempDir.h"
 
 namespace Tessel {
 namespace {
 
-// Sends standard error to a file for the lifetime of the object.
-class StderrCapture {
-public:
-    explicit StderrCapture(const std::filesystem::path& file) : mFile(file) {
-        std::fflush(stderr);
-        mSaved = dup(fileno(stderr));
-        std::FILE* target = std::fopen(file.string().c_str(), "wb");
-        dup2(fileno(target), fileno(stderr));
-        std::fclose(target);
+// The lines written to standard error while ACT runs, as "category: text", their
+// "[HH:MM:SS.mmm] [category] text" shape checked.
+template <class Act>
+std::vector<std::string> TraceLines(Act&& act) {
+    Tessel::Test::TempDir dir;
+    Tessel::Test::StandardErrorFile file(dir.path() / "stderr.txt");
+    act();
+    std::istringstream lines(file.Finish());
+    std::vector<std::string> seen;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();  // Windows ends lines with CR LF
+        // "[HH:MM:SS.mmm] [": digits where the pattern has 9.
+        const std::string_view shape = "[99:99:99.999] [";
+        bool shaped = line.size() > shape.size();
+        for (std::size_t i = 0; shaped && i < shape.size(); ++i)
+            shaped = shape[i] == '9' ? std::isdigit(static_cast<unsigned char>(line[i])) != 0
+                                     : line[i] == shape[i];
+        const std::size_t close = line.find("] ", shape.size());
+        EXPECT_TRUE(shaped && close != std::string::npos) << line;
+        if (shaped && close != std::string::npos)
+            seen.push_back(line.substr(16, close - 16) + ": " + line.substr(close + 2));
     }
-    ~StderrCapture() { Restore(); }
-    std::string Finish() {
-        Restore();
-        std::ifstream in(mFile, std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
-private:
-    void Restore() {
-        if (mSaved < 0)
-            return;
-        std::fflush(stderr);
-        dup2(mSaved, fileno(stderr));
-        close(mSaved);
-        mSaved = -1;
-    }
-    std::filesystem::path mFile;
-    int mSaved = -1;
-};
-
-// True when TEXT has the shape of PATTERN, in which '9' stands for any digit.
-bool MatchesShape(std::string_view text, std::string_view pattern) {
-    if (text.size() != pattern.size())
-        return false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (pattern[i] == '9' ? !digit : text[i] != pattern[i])
-            return false;
-    }
-    return true;
+    return seen;
 }
 
-using Tessel::Test::SetEnvironment;
-
 TEST(Trace, OnlyEnabledCategoriesWriteLinesInTheAgreedFormat) {
-    Tessel::Test::TempDir dir;
     Trace::Disable("all");
-    EXPECT_FALSE(Trace::IsEnabled("io"));
-
-    StderrCapture capture(dir.path() / "stderr.txt");
-    Trace::Write("io", "before enabling");
-    Trace::Enable("io");
-    Trace::Write("io", "read 3 entries");
-    Trace::Write("thumbs", "not enabled");
-    Trace::Enable("all");
-    Trace::Disable("noisy");
-    Trace::Write("thumbs", "through all");
-    Trace::Write("noisy", "excluded from all");
-    Trace::Disable("all");
-    Trace::Write("io", "after disabling all");
-    SetEnvironment("TESSEL_TRACE", " alpha ,beta,,");
-    Trace::EnableFromEnvironment();
-    Trace::Write("alpha", "from the environment");
-    Trace::Write("beta", "also");
-    Trace::Write("gamma", "not listed");
-    Trace::Disable("all");
-    SetEnvironment("TESSEL_TRACE", "");
-    const std::string text = capture.Finish();
-
-    std::vector<std::string> seen;
-    std::istringstream lines(text);
-    for (std::string current; std::getline(lines, current);) {
-        if (!current.empty() && current.back() == '\r')
-            current.pop_back();  // Windows ends lines with CR LF
-        // "[HH:MM:SS.mmm] [category] text"
-        ASSERT_TRUE(MatchesShape(current.substr(0, 16), "[99:99:99.999] [")) << current;
-        const std::size_t close = current.find("] ", 16);
-        ASSERT_NE(close, std::string::npos) << current;
-        seen.push_back(current.substr(16, close - 16) + ": " + current.substr(close + 2));
-    }
+    const std::vector<std::string> seen = TraceLines([] {
+        Trace::Write("io", "before enabling");
+        Trace::Enable("io");
+        Trace::Write("io", "read 3 entries");
+        Trace::Write("thumbs", "not enabled");
+        Trace::Enable("all");
+        Trace::Disable("noisy");
+        Trace::Write("thumbs", "through all");
+        Trace::Write("noisy", "excluded from all");
+        Trace::Disable("all");
+        Trace::Write("io", "after disabling all");
+        Tessel::Test::SetEnvironment("TESSEL_TRACE", " alpha ,beta,,");
+        Trace::EnableFromEnvironment();
+        Trace::Write("alpha", "from the environment");
+        Trace::Write("beta", "also");
+        Trace::Write("gamma", "not listed");
+        Trace::Disable("all");
+        Tessel::Test::SetEnvironment("TESSEL_TRACE", "");
+    });
     EXPECT_EQ(seen, (std::vector<std::string>{"io: read 3 entries", "thumbs: through all",
                                               "alpha: from the environment", "beta: also"}));
     EXPECT_FALSE(Trace::IsEnabled("alpha"));
+}
+
+TEST(Trace, SinksAndCapturesOfStandardError) {
+    // What a library prints is caught, by either route; the trace still reaches the real
+    // standard error meanwhile.
+    std::string caught;
+    Trace::Enable("io");
+    const std::vector<std::string> seen = TraceLines([&] {
+        Platform::StandardErrorCapture capture;
+        std::fprintf(stderr, "from C\n");
+        std::cerr << "from C++\n";
+        Trace::Write("io", "during a capture");
+        caught = capture.Finish();
+        EXPECT_EQ(capture.Finish(), "");
+    });
+    std::erase(caught, '\r');  // Windows writes text with CR LF
+    EXPECT_EQ(caught, "from C\nfrom C++\n");
+    EXPECT_EQ(seen, (std::vector<std::string>{"io: during a capture"}));
+
+    // A sink takes the lines of enabled categories instead of standard error, until reset.
+    std::vector<std::string> sunk;
+    Trace::SetSink([&sunk](std::string_view category, std::string_view text) {
+        sunk.push_back(std::string(category) + ": " + std::string(text));
+    });
+    EXPECT_TRUE(TraceLines([] {
+                    Trace::Write("io", "to the sink");
+                    Trace::Write("other", "not enabled");
+                }).empty());
+    Trace::SetSink({});
+    EXPECT_EQ(TraceLines([] { Trace::Write("io", "back"); }),
+              (std::vector<std::string>{"io: back"}));
+    Trace::Disable("all");
+    EXPECT_EQ(sunk, (std::vector<std::string>{"io: to the sink"}));
 }
 
 }  // namespace

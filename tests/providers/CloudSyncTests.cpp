@@ -4,6 +4,7 @@
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <string>
@@ -87,19 +88,16 @@ protected:
     // at RELATIVE in the home folder.
     void WriteDropboxInfo(const std::string& personal, const std::string& business,
                           const std::string& relative = kDropboxInfo) {
-        std::string text = R"({"_": 0)";
+        nlohmann::json info = nlohmann::json::object();
         for (const auto& [account, folder] :
-             {std::pair{"personal", personal}, {"business", business}}) {
-            std::string escaped;
-            for (char c : folder)
-                escaped += c == '\\' ? std::string("\\\\") : std::string(1, c);
+             {std::pair{"personal", personal}, {"business", business}})
             if (!folder.empty())
-                text += ", \"" + std::string(account) + "\": {\"path\": \"" + escaped + "\"}";
-        }
-        mHome.WriteFile(relative, text + "}");
+                info[account]["path"] = folder;
+        mHome.WriteFile(relative, info.dump());
     }
 #if defined(_WIN32)
     static constexpr const char* kDropboxInfo = "AppData/Local/Dropbox/info.json";
+    static constexpr const char* kFramecastState = "AppData/Roaming/Framecast/sync-state";
     // A folder in the test's home folder ("a/b" is "a\b" here), and as the list gives it.
     std::string InHome(std::string relative) const {
         std::replace(relative.begin(), relative.end(), '/', '\\');
@@ -121,6 +119,7 @@ protected:
     ScratchRegistryKey mGoogleKey;
 #else
     static constexpr const char* kDropboxInfo = ".dropbox/info.json";
+    static constexpr const char* kFramecastState = ".config/Framecast/sync-state";
     std::string InHome(const std::string& relative) const {
         return mHome.str() + "/" + relative;
     }
@@ -297,11 +296,8 @@ TEST_F(CloudSync, ServicesAreListedInTheirOrderWhenTheirFoldersExist) {
     EXPECT_EQ(found[3].folder, Listed(InHome("elsewhere/A")));
 }
 
-TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
-    ProviderCloudSync provider;
-    // Every service pointed at the test's folders, so the machine's own clients stay out.
-    for (const auto& service : kServices)
-        Settings::Set(SettingOf(service), InHome("none"));
+TEST_F(CloudSync, ProviderListsTheFoldersWithTheirStatesAndClaimsOnlyItsListPath) {
+    ProviderCloudSync provider(Environment());
     EXPECT_TRUE(provider.GetContent("cloudsync:", any_regular_t(), {}, nullptr).empty());
     EXPECT_FALSE(provider.IsUserLoggedIn());
 
@@ -310,15 +306,42 @@ TEST_F(CloudSync, ProviderListsTheFoldersAndClaimsOnlyItsListPath) {
     Settings::Set(SettingOf("Framecast"), InHome("Frame"));
     Settings::Set(SettingOf("iCloud Drive"), InHome("iCloud"));
     Settings::Set(SettingOf("Dropbox"), InHome("iCloud"));  // shared: listed under the first
-    const SDKContentMap content =
-        provider.GetContent("cloudsync:", any_regular_t(), {kSDKNameField}, nullptr);
+    // The Framecast client's state file: its first word, in any case, else no state.
+    const std::pair<std::string, const char16_t*> states[] = {
+        {"error\n", u"Could not sync"},
+        {" Synced since 10:00", u"In sync"},
+        {"syncing", u"Syncing"},
+        {"WAITING\r\n", u"Waiting to sync"},
+        {"", nullptr},
+        {"synced-ish", nullptr},
+        {"\xFF\xFE", nullptr},
+        {std::string(2 << 20, 's'), nullptr}};  // too large
     const std::string frame = Listed(InHome("Frame"));
-    ASSERT_EQ(content.size(), 2u);
-    EXPECT_EQ(content.at(frame).at(kSDKNameField), any_regular_t(std::u16string(u"Framecast")));
-    EXPECT_EQ(content.at(frame).at(kSDKPathField), any_regular_t(Utf8ToUtf16(frame)));
-    EXPECT_EQ(content.at(Listed(InHome("iCloud"))).at(kSDKNameField),
-              any_regular_t(std::u16string(u"Dropbox")));
+    const std::string shared = Listed(InHome("iCloud"));
+    for (const auto& [text, expected] : states) {
+        SCOPED_TRACE(text.substr(0, 20));
+        const auto stateFile = mHome.WriteFile(kFramecastState, text);
+        const SDKContentMap content =
+            provider.GetContent("cloudsync:", any_regular_t(), {kSDKNameField}, nullptr);
+        ASSERT_EQ(content.size(), 2u);
+        SDKPropertyMap framecast{{kSDKNameField, std::u16string(u"Framecast")},
+                                 {kSDKPathField, Utf8ToUtf16(frame)}};
+        if (expected)
+            framecast[kSDKSyncStateField] = std::u16string(expected);
+        EXPECT_EQ(content.at(frame), framecast);
+        // No other client tells its state.
+        EXPECT_EQ(content.at(shared), (SDKPropertyMap{{kSDKNameField, std::u16string(u"Dropbox")},
+                                                      {kSDKPathField, Utf8ToUtf16(shared)}}));
+        if (text.empty()) {
+            std::filesystem::remove(stateFile);
+            std::filesystem::create_directory(stateFile);  // a folder in the file's place
+            EXPECT_EQ(ProviderCloudSync::GetCloudSyncPaths(Environment()).back().state,
+                      CloudSyncState::Unknown);
+            std::filesystem::remove(stateFile);
+        }
+    }
     EXPECT_TRUE(provider.IsUserLoggedIn());
+    EXPECT_EQ(provider.GetFieldLabelList().at(u"SyncState"), u"Sync State");
 
     auto aborted = ProviderContentRequest::CreateClassRef();
     aborted->Abort();

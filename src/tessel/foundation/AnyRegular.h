@@ -12,8 +12,10 @@
 // RegisterValueType (the framework registers Provider::ByteSize_t and IconType).
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,6 +23,7 @@
 #include <type_traits>
 #include <typeindex>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include <tessel/foundation/DateTime.h>
@@ -58,9 +61,29 @@ struct StoredType<char16_t*> {
 template <class T>
 using stored_t = typename std::conditional_t<
     std::is_same_v<T, bool>, StoredType<bool>,
-    std::conditional_t<std::is_integral_v<T>, StoredType<std::int64_t>,
-                       std::conditional_t<std::is_floating_point_v<T>, StoredType<double>,
-                                          StoredType<T>>>>::type;
+    std::conditional_t<
+        std::is_integral_v<T>, StoredType<std::int64_t>,
+        std::conditional_t<std::is_floating_point_v<T>, StoredType<double>, StoredType<T>>>>::type;
+// A type values are held as (std::int64_t, not int).
+template <class T>
+concept HeldType = std::is_same_v<T, stored_t<T>>;
+
+// Whether converting D to the arithmetic type T is defined: for integers, D (without its
+// fraction) lies in T's range; for float, D is not finite or not beyond float's range.
+template <class T>
+bool DoubleFits(double d) {
+    if constexpr (std::is_integral_v<T>) {
+        // The bounds are 0 or powers of two, exact as doubles: lower <= trunc(d) < upper.
+        constexpr double kUpper = 2.0 * static_cast<double>(std::numeric_limits<T>::max() / 2 + 1);
+        constexpr double kLower = static_cast<double>(std::numeric_limits<T>::min());
+        const double whole = std::trunc(d);  // NaN fails both comparisons
+        return whole >= kLower && whole < kUpper;
+    } else if constexpr (std::is_same_v<T, float>) {
+        return !std::isfinite(d) || std::fabs(d) <= std::numeric_limits<float>::max();
+    } else {
+        return true;
+    }
+}
 }  // namespace detail
 
 class TESSEL_API any_regular_t {
@@ -75,8 +98,7 @@ public:
     any_regular_t& operator=(any_regular_t&& other) noexcept = default;
     ~any_regular_t();
 
-    template <class T, class = std::enable_if_t<
-                           !std::is_same_v<std::decay_t<T>, any_regular_t>>>
+    template <class T, class = std::enable_if_t<!std::is_same_v<std::decay_t<T>, any_regular_t>>>
     any_regular_t(T&& value) {  // NOLINT: implicit by design, like the values it holds
         using Stored = detail::stored_t<std::decay_t<T>>;
         mModel = std::make_unique<Model<Stored>>(Stored(std::forward<T>(value)));
@@ -85,26 +107,30 @@ public:
     bool empty() const { return !mModel; }
     // The type held, typeid(void) when empty.
     const std::type_info& type() const;
-    template <class T>
-    bool is() const {
-        return mModel && mModel->Type() == typeid(detail::stored_t<T>);
-    }
 
-    // A pointer to the held value when it is exactly of type T (after normalisation:
-    // ask for std::int64_t or double, not int or float), null otherwise.
-    template <class T>
-    const T* get_if() const {
-        if (!mModel || mModel->Type() != typeid(T)) return nullptr;
-        return static_cast<const T*>(mModel->Pointer());
+    // Whether the value is held as T, and a pointer to it (null otherwise). Both take only
+    // the types values are held as: std::int64_t, not int; double, not float; std::string,
+    // not const char*. Asking for another (`is<int>`) does not compile, rather than answering
+    // false for every value made from an int.
+    template <detail::HeldType T>
+    bool is() const {
+        return mModel && mModel->Type() == typeid(T);
     }
-    template <class T>
+    template <detail::HeldType T>
+    const T* get_if() const {
+        return is<T>() ? static_cast<const T*>(mModel->Pointer()) : nullptr;
+    }
+    template <detail::HeldType T>
     T* get_if() {
-        if (!mModel || mModel->Type() != typeid(T)) return nullptr;
-        return static_cast<T*>(mModel->Pointer());
+        return is<T>() ? static_cast<T*>(mModel->Pointer()) : nullptr;
     }
 
     // Copies the value into `out` and returns true when it can be had as a T. Arithmetic
-    // targets accept any held number (bool only from bool); other types must match.
+    // targets accept any held number whose value T can represent (bool only from bool):
+    // integers within T's range, doubles within T's range (an integer target drops the
+    // fraction, as a cast does), and to float any double up to float's largest value (NaN
+    // and infinities too). Other numbers (300 as a std::uint8_t, 1e300 or NaN as an int)
+    // leave `out` alone and answer false. Other types must match exactly.
     template <class T>
     bool cast(T& out) const {
         if constexpr (std::is_same_v<T, bool>) {
@@ -115,10 +141,16 @@ public:
             return false;
         } else if constexpr (std::is_arithmetic_v<T>) {
             if (const std::int64_t* i = get_if<std::int64_t>()) {
+                if constexpr (std::is_integral_v<T>) {
+                    if (!std::in_range<T>(*i))
+                        return false;
+                }
                 out = static_cast<T>(*i);
                 return true;
             }
             if (const double* d = get_if<double>()) {
+                if (!detail::DoubleFits<T>(*d))
+                    return false;
                 out = static_cast<T>(*d);
                 return true;
             }

@@ -8,7 +8,9 @@
 #include <shared_mutex>
 
 #include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <tessel/platform/StandardErrorCapture.h>
 
 namespace Tessel {
 
@@ -21,6 +23,7 @@ struct Categories {
     bool all = false;
     std::set<std::string, std::less<>> enabled;
     std::set<std::string, std::less<>> disabled;  // exceptions to "all"
+    std::shared_ptr<const Trace::Sink> sink;      // null: standard error
     // False while nothing at all is enabled, which is almost always: IsEnabled then answers
     // without taking the lock.
     std::atomic<bool> anyEnabled{false};
@@ -33,12 +36,22 @@ Categories& GetCategories() {
     return *categories;
 }
 
+// Standard error as the platform writes it: the real one even during a capture.
+class StandardErrorSink final : public spdlog::sinks::base_sink<std::mutex> {
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        Platform::WriteStandardError(std::string_view(line.data(), line.size()));
+    }
+    void flush_() override {}
+};
+
 spdlog::logger& GetLogger() {
     // A private logger, not registered with spdlog's global registry, so a host that uses
     // spdlog itself keeps its own names and settings.
     static spdlog::logger* logger = [] {
-        auto* created =
-            new spdlog::logger("tessel", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+        auto* created = new spdlog::logger("tessel", std::make_shared<StandardErrorSink>());
         created->set_pattern("[%H:%M:%S.%e] %v");
         created->set_level(spdlog::level::info);
         created->flush_on(spdlog::level::info);
@@ -113,10 +126,25 @@ void Trace::Write(std::string_view category, std::string_view text) {
     if (!IsEnabled(category))
         return;
     try {
-        GetLogger().info("[{}] {}", category, text);
+        std::shared_ptr<const Sink> sink;
+        {
+            std::shared_lock lock(GetCategories().mutex);
+            sink = GetCategories().sink;
+        }
+        if (sink)
+            (*sink)(category, text);
+        else
+            GetLogger().info("[{}] {}", category, text);
     } catch (...) {
         // Tracing must never take the library down (a closed stderr, a formatting failure).
     }
+}
+
+void Trace::SetSink(Sink sink) {
+    auto shared = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+    Categories& categories = GetCategories();
+    std::unique_lock lock(categories.mutex);
+    categories.sink = std::move(shared);
 }
 
 }  // namespace Tessel

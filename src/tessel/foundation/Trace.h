@@ -1,9 +1,12 @@
 // Per-category tracing with millisecond timings. Categories are off until enabled (the
 // tools' --trace CATEGORY, or TESSEL_TRACE=cat1,cat2; "all" enables every category).
-// Lines go to standard error as "[HH:MM:SS.mmm] [category] text".
+// Lines go to standard error as "[HH:MM:SS.mmm] [category] text", or to a sink the host
+// sets. They reach the real standard error also while a library's printing is being
+// captured (platform/StandardErrorCapture.h).
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +21,12 @@ public:
     static void EnableFromEnvironment();
     static bool IsEnabled(std::string_view category);
     static void Write(std::string_view category, std::string_view text);
+
+    // Receives the lines of enabled categories instead of standard error, as given to
+    // Write, for a host that keeps a log of its own; it may be called from any thread.
+    // An empty function restores standard error.
+    using Sink = std::function<void(std::string_view category, std::string_view text)>;
+    static void SetSink(Sink sink);
 };
 
 // Measures the time from construction; Milliseconds() is the elapsed time so far.

@@ -13,10 +13,12 @@
 
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/PathStyle.h>
+#include <tessel/foundation/Trace.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/metadata/Timecode.h>
 #include <tessel/platform/AtomicFile.h>
 #include <tessel/platform/FileSystem.h>
+#include <tessel/platform/StandardErrorCapture.h>
 
 namespace Tessel {
 
@@ -24,6 +26,7 @@ namespace {
 
 namespace P = Platform;
 
+constexpr const char* kTraceCategory = "XMP";
 constexpr const char* kDynamicMedia = "http://ns.adobe.com/xmp/1.0/DynamicMedia/";
 // Sidecars hold a clip's metadata and perhaps its edit history; beyond this they are not XMP.
 constexpr std::uint64_t kLargestSidecar = 16 * 1024 * 1024;
@@ -47,6 +50,40 @@ bool ExempiReady() {
         }
     }();
     return ready;
+}
+
+// Runs WORK with exempi's lock held and its output caught: exempi prints the errors it
+// raises to standard error, which belongs to the host; they go to the trace instead, with
+// SOURCE, the file they are about. WORK's result, or an empty one when exempi cannot start
+// or WORK throws.
+template <class Work>
+auto WithExempi(std::string_view source, Work&& work) -> decltype(work()) {
+    decltype(work()) result{};
+    std::string printed;
+    {
+        const std::lock_guard<std::mutex> lock(gExempiMutex);
+        P::StandardErrorCapture capture;
+        try {
+            if (ExempiReady())
+                result = work();
+        } catch (...) {
+            result = {};
+        }
+        printed = capture.Finish();
+    }
+    std::string message;
+    for (std::size_t start = 0; start < printed.size();) {
+        const std::size_t end = std::min(printed.find('\n', start), printed.size());
+        std::string_view line = std::string_view(printed).substr(start, end - start);
+        while (!line.empty() && (line.back() == '\r' || line.back() == ' '))
+            line.remove_suffix(1);
+        if (!line.empty())
+            message += (message.empty() ? "" : "; ") + ToDisplayUtf8(line);
+        start = end + 1;
+    }
+    if (!message.empty())
+        Trace::Write(kTraceCategory, "exempi on " + ToDisplayUtf8(source) + ": " + message);
+    return result;
 }
 
 class XmpText {
@@ -354,23 +391,17 @@ bool WantsXMP(const XMPFieldSet& fields) {
     return (fields & backed).any();
 }
 
-// Parses PACKET; false when it is not XMP.
-bool ValuesOfPacket(std::string_view packet, const XMPFieldSet& fields, SDKPropertyMap& values) {
+// The values of PACKET, read from SOURCE; none when it is not XMP.
+std::optional<SDKPropertyMap> ValuesOfPacket(std::string_view packet, const XMPFieldSet& fields,
+                                             std::string_view source) {
     if (packet.empty() || NestsTooDeep(packet))
-        return false;
-    try {
-        const std::lock_guard<std::mutex> lock(gExempiMutex);
-        if (!ExempiReady())
-            return false;
+        return std::nullopt;
+    return WithExempi(source, [&]() -> std::optional<SDKPropertyMap> {
         const XmpHandle xmp(xmp_new(packet.data(), packet.size()));
         if (!xmp)
-            return false;
-        values = ReadFields(xmp.get(), fields);
-        return true;
-    } catch (...) {
-        values.clear();
-        return false;
-    }
+            return std::nullopt;
+        return ReadFields(xmp.get(), fields);
+    });
 }
 
 std::string AsciiUpper(std::string_view text) {
@@ -443,10 +474,7 @@ SDKPropertyMap ValuesOfMediaFile(const std::string& mediaPath, const XMPFieldSet
     if (!MayHoldXMP(mediaPath) ||
         P::GetPathKind(Path::ToNative(std::string_view(mediaPath))) != P::PathKind::File)
         return {};
-    try {
-        const std::lock_guard<std::mutex> lock(gExempiMutex);
-        if (!ExempiReady())
-            return {};
+    return WithExempi(mediaPath, [&]() -> SDKPropertyMap {
         const XmpFileHandle file(xmp_files_new());
         if (!file)
             return {};
@@ -465,9 +493,7 @@ SDKPropertyMap ValuesOfMediaFile(const std::string& mediaPath, const XMPFieldSet
             values = ReadFields(xmp.get(), fields);
         xmp_files_close(file.get(), XMP_CLOSE_NOOPTION);
         return values;
-    } catch (...) {
-        return {};
-    }
+    });
 }
 
 // Reads the sidecar at PATH into BYTES; false when there is none to read.
@@ -489,10 +515,9 @@ std::string SidecarPathFor(std::string_view mediaPath) {
 }
 
 SDKPropertyMap MakeValueFromPacket(std::string_view packet, const XMPFieldSet& fields) {
-    SDKPropertyMap values;
-    if (WantsXMP(fields))
-        ValuesOfPacket(packet, fields, values);
-    return values;
+    if (!WantsXMP(fields))
+        return {};
+    return ValuesOfPacket(packet, fields, "an XMP packet").value_or(SDKPropertyMap());
 }
 
 XMPValueReader::XMPValueReader(const XMPFieldSet& fields) : mFields(fields) {}
@@ -507,9 +532,8 @@ SDKPropertyMap XMPValueReader::Read(const std::string& mediaPath, const std::str
             mSidecar = sidecarPath;
             mSidecarValues.reset();
             std::string packet;
-            SDKPropertyMap values;
-            if (ReadSidecar(sidecarPath, packet) && ValuesOfPacket(packet, mFields, values))
-                mSidecarValues = std::move(values);
+            if (ReadSidecar(sidecarPath, packet))
+                mSidecarValues = ValuesOfPacket(packet, mFields, sidecarPath);
         }
         if (mSidecarValues)
             return *mSidecarValues;
@@ -537,9 +561,10 @@ SDKPropertyMap MakeValue(const std::string& mediaPath, const XMPFieldSet& fields
             found = ReadSidecar(sidecar, packet);
         }
     }
-    SDKPropertyMap values;
-    if (found && ValuesOfPacket(packet, fields, values))
-        return values;
+    if (found) {
+        if (std::optional<SDKPropertyMap> values = ValuesOfPacket(packet, fields, sidecar))
+            return std::move(*values);
+    }
     return ValuesOfMediaFile(mediaPath, fields);
 }
 

@@ -1,5 +1,6 @@
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 
+#include <algorithm>
 #include <functional>
 #include <set>
 
@@ -24,10 +25,14 @@ constexpr const char* kTraceCategory = "CloudSync";
 constexpr const char* kSettingPrefix = "Tessel.CloudSync.";
 constexpr const char* kNameLabel = "$$$/Pelimar/Provider/CloudSync/Column/Name=Name";
 constexpr const char* kPathLabel = "$$$/Pelimar/Provider/CloudSync/Column/Path=Path";
+constexpr const char* kSyncStateLabel =
+    "$$$/Pelimar/Provider/CloudSync/Column/SyncState=Sync State";
 
 struct Service {
     const char* name;
     std::function<std::string(const CloudSyncEnvironment&)> lookup;
+    // Null where the client tells no state (see the header).
+    CloudSyncState (*state)(const CloudSyncEnvironment&) = nullptr;
 };
 
 // In list order. The flag of the Dropbox and OneDrive lookups is set for the personal
@@ -42,7 +47,8 @@ const std::vector<Service>& Services() {
         {"One Drive", [](const CloudSyncEnvironment& e) { return OneDriveSyncDir(true, e); }},
         {"One Drive (Business)",
          [](const CloudSyncEnvironment& e) { return OneDriveSyncDir(false, e); }},
-        {"Framecast", [](const CloudSyncEnvironment& e) { return FramecastSyncDir(e); }},
+        {"Framecast", [](const CloudSyncEnvironment& e) { return FramecastSyncDir(e); },
+         &FramecastSyncState},
     };
     return services;
 }
@@ -321,6 +327,54 @@ std::string FramecastSyncDir(const CloudSyncEnvironment& environment) {
     return InHome(environment, "Framecast");
 }
 
+CloudSyncState FramecastSyncState(const CloudSyncEnvironment& environment) {
+    if (!IsAbsolute(environment.configDirectory))
+        return CloudSyncState::Unknown;
+    const std::string folder =
+        Path::Join(std::string_view(environment.configDirectory), "Framecast");
+    const std::optional<std::string> text =
+        ReadClientFile(Path::Join(std::string_view(folder), "sync-state"));
+    if (!text)
+        return CloudSyncState::Unknown;
+    std::string_view word = *text;
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    while (!word.empty() && isBlank(word.front()))
+        word.remove_prefix(1);
+    word = word.substr(0, std::find_if(word.begin(), word.end(), isBlank) - word.begin());
+    std::string lower(word);
+    for (char& c : lower)
+        c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+    static constexpr std::pair<std::string_view, CloudSyncState> kWords[] = {
+        {"error", CloudSyncState::CouldNotSync},
+        {"synced", CloudSyncState::InSync},
+        {"syncing", CloudSyncState::Syncing},
+        {"waiting", CloudSyncState::WaitingToSync},
+    };
+    for (const auto& [name, state] : kWords) {
+        if (lower == name)
+            return state;
+    }
+    return CloudSyncState::Unknown;
+}
+
+std::u16string CloudSyncStateText(CloudSyncState state) {
+    switch (state) {
+        case CloudSyncState::Unknown:
+            return {};
+        case CloudSyncState::CouldNotSync:
+            return LocalizeUtf16(
+                "$$$/Pelimar/Provider/CloudSync/SyncState/CouldNotSync=Could not sync");
+        case CloudSyncState::InSync:
+            return LocalizeUtf16("$$$/Pelimar/Provider/CloudSync/SyncState/InSync=In sync");
+        case CloudSyncState::Syncing:
+            return LocalizeUtf16("$$$/Pelimar/Provider/CloudSync/SyncState/Syncing=Syncing");
+        case CloudSyncState::WaitingToSync:
+            return LocalizeUtf16(
+                "$$$/Pelimar/Provider/CloudSync/SyncState/WaitingToSync=Waiting to sync");
+    }
+    return {};
+}
+
 std::vector<CloudSyncFolder> ProviderCloudSync::GetCloudSyncPaths() {
     return GetCloudSyncPaths(CloudSyncEnvironment::FromProcess());
 }
@@ -336,15 +390,23 @@ std::vector<CloudSyncFolder> ProviderCloudSync::GetCloudSyncPaths(
                                               : ExpandHome(configured, environment.homeDirectory));
         if (folder.empty() || !Path::DirectoryExists(std::string_view(folder)))
             continue;
-        folders.push_back({service.name, std::move(folder)});
+        folders.push_back({service.name, std::move(folder),
+                           service.state ? service.state(environment) : CloudSyncState::Unknown});
     }
     return folders;
+}
+
+ProviderCloudSync::ProviderCloudSync(CloudSyncEnvironment environment)
+    : mEnvironment(std::move(environment)) {}
+
+std::vector<CloudSyncFolder> ProviderCloudSync::Folders() const {
+    return mEnvironment ? GetCloudSyncPaths(*mEnvironment) : GetCloudSyncPaths();
 }
 
 SDKContentMap ProviderCloudSync::GetContent(const std::string&, const any_regular_t&,
                                             const SDKFieldSet&, ProviderRequest* request) {
     SDKContentMap content;
-    for (const CloudSyncFolder& folder : GetCloudSyncPaths()) {
+    for (const CloudSyncFolder& folder : Folders()) {
         if (IsRequestAborted(request))
             return {};
         auto [it, added] = content.try_emplace(folder.folder);
@@ -352,6 +414,8 @@ SDKContentMap ProviderCloudSync::GetContent(const std::string&, const any_regula
             continue;
         it->second[kSDKNameField] = Utf8ToUtf16(folder.serviceName);
         it->second[kSDKPathField] = Utf8ToUtf16(folder.folder);
+        if (folder.state != CloudSyncState::Unknown)
+            it->second[kSDKSyncStateField] = CloudSyncStateText(folder.state);
     }
     if (IsRequestAborted(request))
         return {};
@@ -359,15 +423,17 @@ SDKContentMap ProviderCloudSync::GetContent(const std::string&, const any_regula
 }
 
 SDKFieldSet ProviderCloudSync::GetFieldList() {
-    return {kSDKNameField, kSDKPathField};
+    return {kSDKNameField, kSDKPathField, kSDKSyncStateField};
 }
 
 std::vector<std::string> ProviderCloudSync::GetDefaultFieldList() {
-    return {kSDKNameField, kSDKPathField};
+    return {kSDKNameField, kSDKPathField, kSDKSyncStateField};
 }
 
 std::map<std::u16string, std::u16string> ProviderCloudSync::GetFieldLabelList() {
-    return {{kNameField, LocalizeUtf16(kNameLabel)}, {kPathField, LocalizeUtf16(kPathLabel)}};
+    return {{kNameField, LocalizeUtf16(kNameLabel)},
+            {kPathField, LocalizeUtf16(kPathLabel)},
+            {Utf8ToUtf16(kSDKSyncStateField), LocalizeUtf16(kSyncStateLabel)}};
 }
 
 int ProviderCloudSync::CanProvideFor(const std::string& path, const any_regular_t&,
@@ -405,7 +471,7 @@ bool ProviderCloudSync::IsCloudStorageType() {
     return true;
 }
 bool ProviderCloudSync::IsUserLoggedIn() {
-    return !GetCloudSyncPaths().empty();
+    return !Folders().empty();
 }
 void ProviderCloudSync::Login() {}
 

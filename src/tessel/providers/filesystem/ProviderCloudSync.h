@@ -40,8 +40,23 @@
 // "Tessel.CloudSync.One Drive (Business)"), when it holds a non-empty text, is the folder
 // of that service instead (a leading "~" is the home folder).
 //
-// Records carry Name (the service name) and Path (the folder). No sync state is written:
-// these clients tell other programs nothing about their progress. The provider is a cloud
+// Records carry Name (the service name), Path (the folder) and, where the service's client
+// tells its state in a form that can be read without talking to the running client,
+// SyncState (one of the four localized texts "Could not sync", "In sync", "Syncing",
+// "Waiting to sync"); an absent SyncState means the state is unknown. Per service:
+// - Framecast: its client writes the state of its folder into the file
+//   Framecast/sync-state of the configuration folder ($XDG_CONFIG_HOME or ~/.config;
+//   %APPDATA% on Windows). Its first word, in any case: "error" (could not sync), "synced",
+//   "syncing" or "waiting"; anything else, or no file, is no state.
+// - Dropbox, Dropbox (Business): the client tells its state only to programs that ask its
+//   running daemon (through its command socket on Linux); a listing does not wait on
+//   another program, so no state.
+// - One Drive, One Drive (Business): the Linux onedrive client keeps its state in its
+//   item database and reports it only when run itself; on Windows the client shows it per
+//   file through the shell's cloud-file properties, not for the folder. No state.
+// - Google Drive, iCloud Drive: no client on Linux writes one (the folders belong to
+//   third-party tools); on Windows, per file through the shell as above. No state.
+// The provider is a cloud
 // storage provider; the user counts as logged in when at least one service has a folder,
 // and Login does nothing (each client has its own sign-in).
 #pragma once
@@ -81,10 +96,19 @@ struct TESSEL_API CloudSyncEnvironment {
     static CloudSyncEnvironment FromProcess();
 };
 
+// The field of a record holding the sync state's text.
+inline constexpr const char* kSDKSyncStateField = "SyncState";
+
+enum class CloudSyncState { Unknown, CouldNotSync, InSync, Syncing, WaitingToSync };
+
+// The localized text of STATE; empty for Unknown.
+TESSEL_API std::u16string CloudSyncStateText(CloudSyncState state);
+
 struct CloudSyncFolder {
     std::string serviceName;
     // UTF-8; on POSIX the bytes of the path as it is on disk, on Windows its long form.
     std::string folder;
+    CloudSyncState state = CloudSyncState::Unknown;
 };
 
 // The client files are read only up to this size; larger ones are not theirs.
@@ -110,10 +134,17 @@ TESSEL_API std::string GoogleDriveSyncDir(const CloudSyncEnvironment& environmen
 TESSEL_API std::string ICloudSyncDir(const CloudSyncEnvironment& environment);
 TESSEL_API std::string OneDriveSyncDir(bool personal, const CloudSyncEnvironment& environment);
 TESSEL_API std::string FramecastSyncDir(const CloudSyncEnvironment& environment);
+// The state the Framecast client wrote, as described above.
+TESSEL_API CloudSyncState FramecastSyncState(const CloudSyncEnvironment& environment);
 
 class TESSEL_API ProviderCloudSync : public Provider, public MenuProviderInterface {
 public:
-    // The services whose folder exists, in list order, settings applied.
+    // Looks for the clients where the running process's user keeps them.
+    ProviderCloudSync() = default;
+    // Looks for them in ENVIRONMENT instead (a host that knows better, or a test).
+    explicit ProviderCloudSync(CloudSyncEnvironment environment);
+
+    // The services whose folder exists, in list order, settings applied, with their states.
     static std::vector<CloudSyncFolder> GetCloudSyncPaths();
     static std::vector<CloudSyncFolder> GetCloudSyncPaths(const CloudSyncEnvironment& environment);
 
@@ -147,6 +178,11 @@ public:
                       const SelectedStates& states) override;
     bool OnMenuItemIDStatus(std::int32_t id, const SelectedPaths& paths,
                             const SelectedStates& states, bool& enabled) override;
+
+private:
+    std::vector<CloudSyncFolder> Folders() const;
+
+    std::optional<CloudSyncEnvironment> mEnvironment;
 };
 
 }  // namespace Tessel
