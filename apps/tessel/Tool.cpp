@@ -181,7 +181,7 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     }
 
     if (generate == "man")
-        out << ManPage(app, TESSEL_VERSION_STRING);
+        out << ManPage(app, kVersionString);
     else if (generate == "bash-completion")
         out << BashCompletion(app);
     else if (generate == "zsh-completion")
