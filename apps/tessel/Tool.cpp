@@ -31,12 +31,14 @@ namespace {
 class HostSession {
 public:
     HostSession() : mOwned(!ProviderHost::IsInitialized()) {
-        if (mOwned) ProviderHost::Initialize();
+        if (mOwned)
+            ProviderHost::Initialize();
         // The favorites are loaded by a task on the main thread; run it before answering.
         MainThread::RunPending();
     }
     ~HostSession() {
-        if (mOwned) ProviderHost::Shutdown();
+        if (mOwned)
+            ProviderHost::Shutdown();
     }
     HostSession(const HostSession&) = delete;
     HostSession& operator=(const HostSession&) = delete;
@@ -95,7 +97,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     def->add_flag("--media-only", options.mediaOnly, "Do not count project-based providers");
     def->add_flag("--json", options.json, "Write JSON");
 
-    auto* browse = app.add_subcommand("browse", "Show ROOT and its folders as the providers see them");
+    auto* browse =
+        app.add_subcommand("browse", "Show ROOT and its folders as the providers see them");
     browse->add_option("root", options.path, "Folder to browse (default: the bundled samples)");
     browse->add_option("--depth", options.depth, "How many folder levels to descend")
         ->check(CLI::Range(0, 64));
@@ -103,15 +106,17 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     auto* thumb = app.add_subcommand(
         "thumb", "Write the thumbnail of PATH as PNG, from its best (or the named) provider");
     thumb->add_option("path", options.paths, "Items to make thumbnails of")->required();
-    thumb->add_option("--extra", options.extraPath,
-                      "The item's second path (its ExtraPath field), if it has one")
+    thumb
+        ->add_option("--extra", options.extraPath,
+                     "The item's second path (its ExtraPath field), if it has one")
         ->type_name("PATH");
     thumb->add_option("--provider", options.provider, "Provider identification to use")
         ->type_name("ID");
     thumb->add_option("--size", options.size, "Box to fit the thumbnail in (default 256x144)")
         ->type_name("WxH");
-    thumb->add_option("-o,--output", options.output,
-                      "PNG file to write; with several items, the folder to write them to")
+    thumb
+        ->add_option("-o,--output", options.output,
+                     "PNG file to write; with several items, the folder to write them to")
         ->type_name("FILE.png")
         ->required();
     thumb->add_flag("--image", options.imageOnly,
@@ -165,10 +170,19 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             return 2;
         }
     }
-    for (const auto& category : traces) Trace::Enable(category);
-    if (!prefsFile.empty()) Preferences::UseFile(prefsFile);
+    for (const auto& category : traces)
+        Trace::Enable(category);
+    if (!prefsFile.empty()) {
+        // A folder or a device named by mistake must not be read, moved or replaced.
+        if (const Status usable = Preferences::CheckFile(prefsFile); !usable.IsOk()) {
+            err << "tessel: --prefs: " << usable.Message() << "\n";
+            return 2;
+        }
+        Preferences::UseFile(prefsFile);
+    }
     if (!prefsFile.empty() || !ProviderHost::IsInitialized()) {
-        if (auto error = Preferences::Load()) err << "tessel: warning: " << *error << "\n";
+        if (const Status loaded = Preferences::Load(); !loaded.IsOk())
+            err << "tessel: warning: " << loaded.Message() << "\n";
     }
 
     if (app.get_subcommands().empty()) {
@@ -176,7 +190,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         return 2;
     }
     // Rendering an image file by itself asks no provider, so it starts no host.
-    if (thumb->parsed() && options.imageOnly) return RunThumbnail(options, out, err);
+    if (thumb->parsed() && options.imageOnly)
+        return RunThumbnail(options, out, err);
     HostSession session;
     if (providers->parsed()) {
         if (!options.all && providers->count("path") == 0) {
@@ -185,15 +200,24 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
         }
         return RunProviders(options, out, err);
     }
-    if (ls->parsed()) return RunList(options, out, err);
-    if (def->parsed()) return RunDefault(options, out, err);
-    if (browse->parsed()) return RunBrowse(options, out, err);
-    if (thumb->parsed()) return RunThumbnail(options, out, err);
-    if (volumes->parsed()) return RunVolumes(fileSystemOptions, out, err);
-    if (networkVolumes->parsed()) return RunNetworkVolumes(fileSystemOptions, out, err);
-    if (cloud->parsed()) return RunCloud(fileSystemOptions, out, err);
-    if (favorites->parsed()) return RunFavorites(fileSystemOptions, out, err);
-    if (watch->parsed()) return RunWatch(fileSystemOptions, out, err);
+    if (ls->parsed())
+        return RunList(options, out, err);
+    if (def->parsed())
+        return RunDefault(options, out, err);
+    if (browse->parsed())
+        return RunBrowse(options, out, err);
+    if (thumb->parsed())
+        return RunThumbnail(options, out, err);
+    if (volumes->parsed())
+        return RunVolumes(fileSystemOptions, out, err);
+    if (networkVolumes->parsed())
+        return RunNetworkVolumes(fileSystemOptions, out, err);
+    if (cloud->parsed())
+        return RunCloud(fileSystemOptions, out, err);
+    if (favorites->parsed())
+        return RunFavorites(fileSystemOptions, out, err);
+    if (watch->parsed())
+        return RunWatch(fileSystemOptions, out, err);
     return 2;
 }
 

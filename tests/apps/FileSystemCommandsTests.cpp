@@ -62,7 +62,7 @@ void RegisterListProviders() {
 struct PrefsFile {
     explicit PrefsFile(const fs::path& file) : path(file.string()) {
         Preferences::UseFile(path);
-        EXPECT_FALSE(Preferences::Load());
+        EXPECT_TRUE(Preferences::Load().IsOk());
     }
     ~PrefsFile() { Preferences::UseFile({}); }
     const std::string path;
@@ -92,10 +92,10 @@ TEST(FileSystemCommands, FavoritesAreListedAddedAndRemoved) {
 
     Result empty = RunTool({"--prefs", prefs.path, "favorites"});
     EXPECT_EQ(empty.status, 0);
-    EXPECT_EQ(empty.out, "");
     EXPECT_EQ(empty.err, "tessel: there are no favorites\n");
 
-    Result added = RunTool({"--prefs", prefs.path, "favorites", "add", b, a + "/"});
+    // Spellings of one folder are one favorite.
+    Result added = RunTool({"--prefs", prefs.path, "favorites", "add", b, a + "/", b + "/../A/."});
     ASSERT_EQ(added.status, 0) << added.err;
     EXPECT_EQ(added.out, Location(a) + "\n" + Location(b) + "\n");
 
@@ -104,46 +104,50 @@ TEST(FileSystemCommands, FavoritesAreListedAddedAndRemoved) {
     EXPECT_EQ(refused.err, "tessel: " + Location(dir.str() + "/missing") +
                                ": not a folder; no favorites were added\n");
 
-    Result removed = RunTool({"favorites", "remove", a, dir.str() + "/never"});
+    Result removed = RunTool({"favorites", "remove", a + "/./", dir.str() + "/never"});
     EXPECT_EQ(removed.status, 0);
     EXPECT_EQ(removed.out, Location(b) + "\n");
     EXPECT_EQ(removed.err,
               "tessel: warning: " + Location(dir.str() + "/never") + " is not a favorite\n");
 
-    Result json = RunTool({"favorites", "list", "--json"});
-    ASSERT_EQ(json.status, 0);
-    EXPECT_EQ(nlohmann::json::parse(json.out),
-              nlohmann::json({{"favorites", nlohmann::json::array({Location(b)})}}));
-
     std::ifstream in(prefs.path);
-    const nlohmann::json onDisk = nlohmann::json::parse(in);
-    EXPECT_EQ(onDisk.at(kFavoritesPreference),
+    EXPECT_EQ(nlohmann::json::parse(in).at(kFavoritesPreference),
               nlohmann::json({{"SerializerWrappedObject", {Location(b)}}}).dump());
-
-    EXPECT_EQ(RunTool({"favorites", "add"}).status, 2);
-    EXPECT_EQ(RunTool({"favorites", "list", a}).status, 2);
-    EXPECT_EQ(RunTool({"favorites", "forget", a}).status, 2);
+    for (const std::vector<std::string>& usage : {std::vector<std::string>{"favorites", "add"},
+                                                  {"favorites", "list", a},
+                                                  {"favorites", "forget", a}})
+        EXPECT_EQ(RunTool(usage).status, 2) << usage[1];
 }
 
-TEST(FileSystemCommands, AMalformedFavoritesValueIsReportedWithWhereItWasKept) {
+TEST(FileSystemCommands, AMalformedFavoritesValueIsKeptAsideWhenTheListChanges) {
     Tessel::Test::TempDir dir;
     const fs::path file = dir.path() / "prefs.json";
-    std::ofstream(file) << R"({"be.prefs.mediabrowser.favorites": "[\"/a\""})";
+    const std::string original = R"({"be.prefs.mediabrowser.favorites": "[\"/a\""})";
+    std::ofstream(file) << original;
     PrefsFile prefs(file);
     Tessel::Test::HostFixture host;
     RegisterListProviders();
 
-    Result result = RunTool({"--prefs", prefs.path, "favorites", "--json"});
-    ASSERT_EQ(result.status, 0) << result.err;
-    const nlohmann::json doc = nlohmann::json::parse(result.out);
+    Result listed = RunTool({"--prefs", prefs.path, "favorites", "--json"});
+    ASSERT_EQ(listed.status, 0) << listed.err;
+    const nlohmann::json doc = nlohmann::json::parse(listed.out);
     EXPECT_TRUE(doc.at("favorites").empty());
     const std::string key = doc.at("problem").at("setAsidePreference");
-    EXPECT_EQ(result.err,
-              "tessel: warning: JSON not well-formed; the stored favorites were kept "
-              "in the preference " +
-                  key + " of " + prefs.path + "\n");
-    std::ifstream in(prefs.path);
-    EXPECT_EQ(nlohmann::json::parse(in).at(key), "[\"/a\"");
+    EXPECT_NE(listed.err.find("stay as they are until the list is changed, and are then kept in "
+                              "the preference " +
+                              key),
+              std::string::npos)
+        << listed.err;
+    std::ifstream before(prefs.path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(before), {}), original);
+
+    Result added = RunTool({"favorites", "add", dir.str()});
+    EXPECT_EQ(added.status, 0) << added.err;
+    EXPECT_NE(added.err.find("were kept in the preference " + key + " of " + prefs.path),
+              std::string::npos)
+        << added.err;
+    std::ifstream after(prefs.path);
+    EXPECT_EQ(nlohmann::json::parse(after).at(key), "[\"/a\"");
 }
 
 TEST(FileSystemCommands, ListsGoThroughTheirProviders) {

@@ -1,20 +1,18 @@
 #include <tessel/foundation/Preferences.h>
 
-#include <atomic>
-#include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <tessel/foundation/Unicode.h>
-
+#include "support/Environment.h"
 #include "support/TempDir.h"
 
 #if !defined(_WIN32)
@@ -23,6 +21,8 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/FileKinds.h"
 #endif
 #if defined(__linux__)
 #include <linux/fs.h>
@@ -45,45 +45,15 @@ std::string ReadBytes(const fs::path& path) {
 
 std::vector<std::string> Names(const fs::path& folder) {
     std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder)) {
+    for (const auto& entry : fs::directory_iterator(folder))
         names.push_back(entry.path().filename().string());
-    }
     std::sort(names.begin(), names.end());
     return names;
 }
 
-// "prefs.json.unreadable-YYYYMMDD-HHMMSS", optionally followed by "-N".
 bool IsSetAsideName(const std::string& name) {
-    const std::string prefix = "prefs.json.unreadable-";
-    const std::string shape = "99999999-999999";
-    if (name.compare(0, prefix.size(), prefix) != 0)
-        return false;
-    std::string rest = name.substr(prefix.size());
-    if (rest.size() < shape.size())
-        return false;
-    for (std::size_t i = 0; i < shape.size(); ++i) {
-        if (shape[i] == '9' ? !std::isdigit(static_cast<unsigned char>(rest[i]))
-                            : rest[i] != shape[i]) {
-            return false;
-        }
-    }
-    rest = rest.substr(shape.size());
-    if (rest.empty())
-        return true;
-    return rest.size() >= 2 && rest[0] == '-' &&
-           rest.find_first_not_of("0123456789", 1) == std::string::npos;
-}
-
-std::string LocalStamp(std::time_t when) {
-    std::tm parts{};
-#if defined(_WIN32)
-    localtime_s(&parts, &when);
-#else
-    localtime_r(&when, &parts);
-#endif
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &parts);
-    return text;
+    static const std::regex shape(R"(prefs\.json\.unreadable-\d{8}-\d{6}(-\d+)?)");
+    return std::regex_match(name, shape);
 }
 
 struct NotSerialisable {
@@ -96,21 +66,24 @@ struct Later {
 
 class PreferencesTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        mFile = mDir.path() / "prefs.json";
-        Preferences::UseFile(mFile.string());
-    }
+    void SetUp() override { Preferences::UseFile(mFile.string()); }
     void TearDown() override { Preferences::UseFile(""); }
 
     // Forgets the values in memory and reads the file again.
-    std::optional<std::string> Reload() {
+    Status Reload() {
         Preferences::UseFile(mFile.string());
         return Preferences::Load();
     }
 
     Tessel::Test::TempDir mDir;
-    fs::path mFile;
+    fs::path mFile = mDir.path() / "prefs.json";
 };
+
+#define EXPECT_OK(expression)                             \
+    do {                                                  \
+        const Status status_ = (expression);              \
+        EXPECT_TRUE(status_.IsOk()) << status_.Message(); \
+    } while (false)
 
 TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
     std::u16string undecodablePath = u"/media/card/clip";
@@ -123,21 +96,25 @@ TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
         {"showHidden", false},
         {"window", dictionary_t{{"x", 10}, {"y", -20}, {"title", u"Media"}}},
         {"lastOpened", DateTime{1'795'250'000'123'456}},
-        {"empty list", array_t{}},
         {"", u"empty key"},
     };
+    // A missing file is an empty store; saving makes the folders it needs.
+    mFile = mDir.path() / "not" / "yet" / "prefs.json";
+    Preferences::UseFile(mFile.string());
+    Preferences::SetValue("stale", 1);
+    EXPECT_OK(Preferences::Load());
+    EXPECT_TRUE(Preferences::Keys().empty());
     for (const auto& [key, value] : values)
         Preferences::SetValue(key, value);
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
+    EXPECT_OK(Preferences::Save());
 
     // One JSON object, readable by any JSON tool, with no temporary files left behind.
     const nlohmann::json document = nlohmann::json::parse(ReadBytes(mFile), nullptr, false);
     ASSERT_TRUE(document.is_object());
-    EXPECT_EQ(document.size(), values.size());
     EXPECT_EQ(document["count"], 12);
-    EXPECT_EQ(Names(mDir.path()), std::vector<std::string>{"prefs.json"});
+    EXPECT_EQ(Names(mFile.parent_path()), std::vector<std::string>{"prefs.json"});
 
-    ASSERT_EQ(Reload(), std::nullopt);
+    EXPECT_OK(Reload());
     std::vector<std::string> expectedKeys;
     for (const auto& [key, value] : values) {
         expectedKeys.push_back(key);
@@ -150,47 +127,30 @@ TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
     // Removing (or setting empty) and saving drops the key from the file.
     Preferences::RemoveValue("count");
     Preferences::SetValue("zoom", any_regular_t());
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
-    ASSERT_EQ(Reload(), std::nullopt);
-    EXPECT_TRUE(Preferences::GetValue("count").empty());
-    EXPECT_TRUE(Preferences::GetValue("zoom").empty());
+    EXPECT_OK(Preferences::Save());
+    EXPECT_OK(Reload());
     EXPECT_EQ(Preferences::Keys().size(), values.size() - 2);
 
-    // A value that cannot be written fails the save and leaves the file as it was.
+    // A value or key that cannot be written fails the save and leaves the file as it was.
     const std::string before = ReadBytes(mFile);
     Preferences::SetValue("odd", NotSerialisable{});
-    EXPECT_TRUE(Preferences::Save().has_value());
-    EXPECT_EQ(ReadBytes(mFile), before);
+    EXPECT_EQ(Preferences::Save().Code(), StatusCode::kUnsupported);
     Preferences::RemoveValue("odd");
     Preferences::SetValue("key \xFF", 1);  // JSON cannot name it
-    EXPECT_TRUE(Preferences::Save().has_value());
+    EXPECT_EQ(Preferences::Save().Code(), StatusCode::kInvalidArgument);
     EXPECT_EQ(ReadBytes(mFile), before);
-    EXPECT_EQ(Names(mDir.path()), std::vector<std::string>{"prefs.json"});
+    EXPECT_EQ(Names(mFile.parent_path()), std::vector<std::string>{"prefs.json"});
 }
 
-TEST_F(PreferencesTest, MissingFileIsAnEmptyStoreAndSavingMakesTheFolders) {
-    mFile = mDir.path() / "not" / "yet" / "prefs.json";
-    Preferences::UseFile(mFile.string());
-    Preferences::SetValue("stale", 1);
-    EXPECT_EQ(Preferences::Load(), std::nullopt);
-    EXPECT_TRUE(Preferences::Keys().empty());
-
-    Preferences::SetValue("fresh", u"value");
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
-    ASSERT_EQ(Reload(), std::nullopt);
-    EXPECT_TRUE(Preferences::GetValue("fresh") == any_regular_t(u"value"));
-}
-
-TEST_F(PreferencesTest, UnusableFilesAreSetAsideAndNeverOverwritten) {
+TEST_F(PreferencesTest, AnUnusableFileIsLeftAloneUntilASaveSetsItAside) {
     // Names the set-aside file may get in the next seconds, taken already: none may be replaced.
-    const std::time_t now = std::time(nullptr);
     std::map<fs::path, std::string> occupied;
-    for (std::time_t t = now; t <= now + 3; ++t) {
-        const fs::path name = mFile.string() + ".unreadable-" + LocalStamp(t);
-        occupied[name] = "occupied " + std::to_string(t);
-        mDir.WriteFile(name.filename().string(), occupied[name]);
+    for (std::time_t t = std::time(nullptr); t <= std::time(nullptr) + 3; ++t) {
+        char stamp[32];
+        std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", std::localtime(&t));
+        const std::string name = "prefs.json.unreadable-" + std::string(stamp);
+        occupied[mDir.WriteFile(name, name)] = name;
     }
-
     const std::string unusable[] = {
         "{\"favorites\": [\"/Volumes/Card",  // cut off mid-write by another program
         "[\"not\", \"an object\"]",         "", std::string("\xFF\xFE{\0}\0", 6),  // UTF-16 text
@@ -200,47 +160,91 @@ TEST_F(PreferencesTest, UnusableFilesAreSetAsideAndNeverOverwritten) {
     for (const std::string& bytes : unusable) {
         SCOPED_TRACE(bytes.substr(0, 30));
         mDir.WriteFile("prefs.json", bytes);
-        Preferences::SetValue("in memory", 1);
-        const std::optional<std::string> error = Preferences::Load();
-        ASSERT_TRUE(error.has_value());
-        const std::string aside = Preferences::GetSetAsidePath();
-        EXPECT_NE(error->find(aside), std::string::npos) << *error;
-        EXPECT_TRUE(IsSetAsideName(fs::path(aside).filename().string())) << aside;
-        EXPECT_EQ(fs::path(aside).parent_path(), mDir.path());
-        EXPECT_FALSE(fs::exists(mFile));
-        EXPECT_EQ(ReadBytes(aside), bytes);
-        EXPECT_TRUE(Preferences::Keys().empty());
-        EXPECT_TRUE(setAside.emplace(aside, bytes).second) << "reused " << aside;
-
-        // The store is usable again right away.
+        // Programs that only read report it each time, start empty and change nothing.
+        for (int run = 0; run < 2; ++run) {
+            Preferences::SetValue("in memory", 1);
+            const Status loaded = Reload();
+            EXPECT_EQ(loaded.Code(), StatusCode::kMalformed);
+            EXPECT_NE(loaded.Message().find(mFile.string()), std::string::npos);
+            EXPECT_TRUE(Preferences::Keys().empty());
+            EXPECT_EQ(ReadBytes(mFile), bytes);
+        }
+        // The first save moves it aside, then writes.
         Preferences::SetValue("after", true);
-        ASSERT_EQ(Preferences::Save(), std::nullopt);
-        ASSERT_EQ(Reload(), std::nullopt);
+        EXPECT_OK(Preferences::Save());
+        const std::string aside = Preferences::GetSetAsidePath();
+        EXPECT_TRUE(IsSetAsideName(fs::path(aside).filename().string())) << aside;
+        EXPECT_EQ(ReadBytes(aside), bytes);
+        EXPECT_TRUE(setAside.emplace(aside, bytes).second) << "reused " << aside;
+        EXPECT_OK(Reload());
         EXPECT_TRUE(Preferences::GetValue("after") == any_regular_t(true));
     }
     for (const auto& [path, bytes] : setAside)
         EXPECT_EQ(ReadBytes(path), bytes) << path;
     for (const auto& [path, bytes] : occupied)
         EXPECT_EQ(ReadBytes(path), bytes) << path;
-
-    // Something that is no file at all is moved aside the same way, contents included.
-    fs::remove(mFile);
-    mDir.WriteFile("prefs.json/inside.txt", "kept");
-    EXPECT_TRUE(Preferences::Load().has_value());
-    EXPECT_EQ(ReadBytes(fs::path(Preferences::GetSetAsidePath()) / "inside.txt"), "kept");
 }
 
-TEST_F(PreferencesTest, StaleTemporaryFilesAreIgnoredAndOldOnesRemoved) {
+TEST_F(PreferencesTest, WhatIsNoRegularFileIsNeverOpenedMovedOrReplaced) {
+    const fs::path folder = mDir.MakeDir("folder.json");
+    mDir.WriteFile("folder.json/inside.txt", "kept");
+    struct Case {
+        fs::path path;
+        std::optional<StatusCode> check;  // none: CheckFile accepts it
+    };
+    std::vector<Case> cases = {
+        {mDir.WriteFile("file.json", "{}"), std::nullopt},
+        {mDir.path() / "new.json", std::nullopt},
+        {"bare-name.json", std::nullopt},  // in the current folder
+        {folder, StatusCode::kInvalidArgument},
+        {mDir.path() / "missing" / "p.json", StatusCode::kNotFound},
+        {mDir.path() / "file.json" / "p.json", StatusCode::kNotFound},
+    };
+#if !defined(_WIN32)
+    ASSERT_TRUE(Tessel::Test::MakeFifo(mDir.path() / "fifo.json"));
+    cases.push_back({mDir.path() / "fifo.json", StatusCode::kInvalidArgument});
+    fs::create_symlink(mDir.path() / "nowhere", mDir.path() / "dangling.json");
+    cases.push_back({mDir.path() / "dangling.json", StatusCode::kInvalidArgument});
+#endif
+    for (const Case& c : cases) {
+        const Status checked = Preferences::CheckFile(c.path.string());
+        EXPECT_EQ(checked.Code(), c.check.value_or(StatusCode::kOk)) << c.path;
+    }
+    EXPECT_FALSE(Preferences::CheckFile("").IsOk());
+
+    // Named anyway (TESSEL_PREFS): reported, and refused on save.
+    for (const char* name : {"folder.json", "fifo.json", "dangling.json"}) {
+        if (!fs::exists(fs::symlink_status(mDir.path() / name)))
+            continue;
+        SCOPED_TRACE(name);
+        Preferences::UseFile((mDir.path() / name).string());
+#if !defined(_WIN32)
+        Tessel::Test::FifoReaderWatch watch(mDir.path() / "fifo.json");
+#endif
+        EXPECT_EQ(Preferences::Load().Code(), StatusCode::kInvalidArgument);
+        Preferences::SetValue("new", 1);
+        EXPECT_EQ(Preferences::Save().Code(), StatusCode::kInvalidArgument);
+#if !defined(_WIN32)
+        EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
+#endif
+    }
+    EXPECT_EQ(ReadBytes(folder / "inside.txt"), "kept");
+    for (const std::string& name : Names(mDir.path()))
+        EXPECT_EQ(name.find("unreadable"), std::string::npos) << name;
+}
+
+TEST_F(PreferencesTest, SavingClearsAwayOldTemporaryFilesOnly) {
     mDir.WriteFile("prefs.json", R"({"k": 1})");
     const fs::path fresh = mDir.WriteFile("prefs.json.tmp-123-4-5", R"({"k": 2)");
     const fs::path old = mDir.WriteFile("prefs.json.tmp-678-9-0", R"({"k": 3})");
-    fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::hours(3));
     const fs::path unrelated = mDir.WriteFile("other.json.tmp-1-2-3", "x");
-    fs::last_write_time(unrelated, fs::file_time_type::clock::now() - std::chrono::hours(3));
+    for (const fs::path& aged : {old, unrelated})
+        fs::last_write_time(aged, fs::file_time_type::clock::now() - std::chrono::hours(3));
 
-    ASSERT_EQ(Preferences::Load(), std::nullopt);
+    EXPECT_OK(Preferences::Load());
     EXPECT_TRUE(Preferences::GetValue("k") == any_regular_t(1));
-    EXPECT_EQ(Preferences::GetSetAsidePath().find(mDir.str()), std::string::npos);
+    EXPECT_TRUE(fs::exists(old)) << "reading changes nothing";
+    EXPECT_OK(Preferences::Save());
     // A recent one may belong to a save still running in another process.
     EXPECT_TRUE(fs::exists(fresh));
     EXPECT_FALSE(fs::exists(old));
@@ -250,15 +254,14 @@ TEST_F(PreferencesTest, StaleTemporaryFilesAreIgnoredAndOldOnesRemoved) {
 TEST_F(PreferencesTest, EntriesOfUnknownTypesSurviveASave) {
     mDir.WriteFile("prefs.json",
                    R"({"plain": 5, "later": {"$type": "test.prefs.later", "value": {"n": 7}}})");
-    ASSERT_EQ(Preferences::Load(), std::nullopt);
+    EXPECT_OK(Preferences::Load());
     EXPECT_EQ(Preferences::Keys(), (std::vector<std::string>{"later", "plain"}));
     EXPECT_TRUE(Preferences::GetValue("later").empty());
 
     Preferences::SetValue("plain", 6);
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
+    EXPECT_OK(Preferences::Save());
     const nlohmann::json document = nlohmann::json::parse(ReadBytes(mFile));
-    EXPECT_EQ(document["later"], nlohmann::json::parse(R"({"$type": "test.prefs.later",
-                                                           "value": {"n": 7}})"));
+    EXPECT_EQ(document["later"]["value"]["n"], 7);
     EXPECT_EQ(document["plain"], 6);
 
     // Once the type is known, the stored entry reads as a value.
@@ -278,8 +281,7 @@ TEST_F(PreferencesTest, EntriesOfUnknownTypesSurviveASave) {
     // A value decoded while the type was known cannot be written once it is forgotten; the
     // save says so and leaves the file as it was.
     UnregisterValueType(typeid(Later));
-    EXPECT_FALSE(IsValueTypeRegistered(typeid(Later)));
-    EXPECT_NE(Preferences::Save(), std::nullopt);
+    EXPECT_FALSE(Preferences::Save().IsOk());
     EXPECT_EQ(nlohmann::json::parse(ReadBytes(mFile))["later"]["value"]["n"], 7);
 }
 
@@ -295,74 +297,70 @@ TEST_F(PreferencesTest, ConcurrentChangesWhileSaving) {
         });
     }
     for (int i = 0; i < 10; ++i)
-        EXPECT_EQ(Preferences::Save(), std::nullopt);
+        EXPECT_OK(Preferences::Save());
     for (std::thread& writer : writers)
         writer.join();
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
-    ASSERT_EQ(Reload(), std::nullopt);
+    EXPECT_OK(Preferences::Save());
+    EXPECT_OK(Reload());
     EXPECT_TRUE(Preferences::GetValue("writer0") == any_regular_t(200));
     EXPECT_TRUE(Preferences::GetValue("writer1") == any_regular_t(200));
 }
 
-#if !defined(_WIN32)
-
-// Restores environment variables at the end of a test.
-class EnvironmentGuard {
-public:
-    explicit EnvironmentGuard(std::vector<std::string> names) {
-        for (std::string& name : names) {
-            const char* value = std::getenv(name.c_str());
-            mSaved.emplace_back(std::move(name),
-                                value ? std::optional<std::string>(value) : std::nullopt);
+// Puts environment variables back at the end of a test (an empty value reads as unset here).
+struct EnvironmentRestorer {
+    explicit EnvironmentRestorer(std::initializer_list<const char*> names) {
+        for (const char* name : names) {
+            const char* value = std::getenv(name);
+            saved.emplace_back(name, value ? value : "");
         }
     }
-    ~EnvironmentGuard() {
-        for (const auto& [name, value] : mSaved) {
-            if (value) {
-                setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                unsetenv(name.c_str());
-            }
-        }
+    ~EnvironmentRestorer() {
+        for (const auto& [name, value] : saved)
+            Tessel::Test::SetEnvironment(name, value);
     }
-
-private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> mSaved;
+    std::vector<std::pair<const char*, std::string>> saved;
 };
 
 TEST_F(PreferencesTest, FileLocationFollowsTheEnvironment) {
-    EnvironmentGuard guard({"TESSEL_PREFS", "XDG_CONFIG_HOME", "HOME"});
+    using Tessel::Test::SetEnvironment;
+    EnvironmentRestorer restorer({"TESSEL_PREFS", "XDG_CONFIG_HOME", "HOME", "APPDATA"});
     Preferences::UseFile("");
-    setenv("HOME", "/home/someone", 1);
-    setenv("XDG_CONFIG_HOME", "/xdg", 1);
-    setenv("TESSEL_PREFS", "/explicit/p.json", 1);
+    SetEnvironment("TESSEL_PREFS", "");
+#if defined(_WIN32)
+    SetEnvironment("APPDATA", mDir.str());
+    EXPECT_EQ(Preferences::GetFilePath(), mDir.str() + "\\Tessel\\preferences.json");
+    const fs::path made = mDir.path() / "Tessel" / "preferences.json";
+#else
+    SetEnvironment("HOME", "/home/someone");
+    for (const char* ignored : {"relative/config", ""}) {
+        SetEnvironment("XDG_CONFIG_HOME", ignored);
+        EXPECT_EQ(Preferences::GetFilePath(), "/home/someone/.config/tessel/preferences.json");
+    }
+    SetEnvironment("XDG_CONFIG_HOME", "/xdg/");
+    EXPECT_EQ(Preferences::GetFilePath(), "/xdg/tessel/preferences.json");
+    SetEnvironment("TESSEL_PREFS", "/explicit/p.json");
     EXPECT_EQ(Preferences::GetFilePath(), "/explicit/p.json");
-    unsetenv("TESSEL_PREFS");
-    EXPECT_EQ(Preferences::GetFilePath(), "/xdg/tessel/preferences.json");
-    setenv("XDG_CONFIG_HOME", "/xdg/", 1);
-    EXPECT_EQ(Preferences::GetFilePath(), "/xdg/tessel/preferences.json");
-    setenv("XDG_CONFIG_HOME", "relative/config", 1);  // not absolute: ignored
-    EXPECT_EQ(Preferences::GetFilePath(), "/home/someone/.config/tessel/preferences.json");
-    setenv("XDG_CONFIG_HOME", "", 1);
-    EXPECT_EQ(Preferences::GetFilePath(), "/home/someone/.config/tessel/preferences.json");
+    SetEnvironment("TESSEL_PREFS", "");
+    SetEnvironment("XDG_CONFIG_HOME", mDir.str());
+    const fs::path made = mDir.path() / "tessel" / "preferences.json";
+#endif
     Preferences::UseFile("/given/prefs.json");
     EXPECT_EQ(Preferences::GetFilePath(), "/given/prefs.json");
-
-    // Saving through the environment's location makes the tessel folder.
+    // Saving through the environment's location makes the folder.
     Preferences::UseFile("");
-    setenv("XDG_CONFIG_HOME", mDir.str().c_str(), 1);
-    Preferences::SetValue("where", u"xdg");
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
-    EXPECT_TRUE(fs::is_regular_file(mDir.path() / "tessel" / "preferences.json"));
+    Preferences::SetValue("where", u"environment");
+    EXPECT_OK(Preferences::Save());
+    EXPECT_TRUE(fs::is_regular_file(made));
 }
+
+#if !defined(_WIN32)
 
 // Makes a folder refuse renames inside it: read-only permissions for ordinary users, the
 // immutable attribute for root (which ignores permissions). Unlocks on destruction.
 class FolderLock {
 public:
     explicit FolderLock(const fs::path& folder) : mFolder(folder) {
-        ::chmod(folder.c_str(), 0555);
-        mChmod = true;
+        mChmod = ::chmod(folder.c_str(), 0555) == 0;
         if (Probe())
             return;
         Unlock();
@@ -382,12 +380,11 @@ public:
     void Unlock() {
         if (mChmod)
             ::chmod(mFolder.c_str(), 0755);
-        mChmod = false;
 #if defined(__linux__)
         if (mImmutable)
             SetImmutable(false);
-        mImmutable = false;
 #endif
+        mChmod = mImmutable = false;
     }
 
 private:
@@ -405,7 +402,6 @@ private:
         return done;
     }
 #endif
-
     // True when the lock holds: creating a file in the folder fails.
     bool Probe() {
         const fs::path probe = mFolder / "probe";
@@ -422,31 +418,24 @@ private:
     bool mImmutable = false;
 };
 
-TEST_F(PreferencesTest, AFileThatCannotBeSetAsideIsNotOverwrittenLater) {
+TEST_F(PreferencesTest, AFileThatCannotBeSetAsideIsNotOverwritten) {
     const fs::path folder = mDir.MakeDir("locked");
     mFile = folder / "prefs.json";
     const std::string original = "{\"favorites\": [\"/Volumes/Ca";
     mDir.WriteFile("locked/prefs.json", original);
-    Preferences::UseFile(mFile.string());
+    EXPECT_EQ(Reload().Code(), StatusCode::kMalformed);
+    Preferences::SetValue("new", 1);
     {
         FolderLock lock(folder);
         if (!lock.locked())
             GTEST_SKIP() << "cannot make a folder refuse renames here";
-        const std::optional<std::string> error = Preferences::Load();
-        ASSERT_TRUE(error.has_value());
-        EXPECT_NE(error->find("not be overwritten"), std::string::npos) << *error;
-        EXPECT_TRUE(Preferences::Keys().empty());
+        const Status saved = Preferences::Save();
+        EXPECT_NE(saved.Message().find("not overwritten"), std::string::npos) << saved.Message();
     }
-    // The folder is writable again, but this store never read the file: it must not replace it.
-    Preferences::SetValue("new", 1);
-    EXPECT_TRUE(Preferences::Save().has_value());
     EXPECT_EQ(ReadBytes(mFile), original);
-
-    // A later load that can set the file aside clears the way.
-    EXPECT_TRUE(Preferences::Load().has_value());
+    // Once the folder is writable again, the next save sets the file aside first.
+    EXPECT_OK(Preferences::Save());
     EXPECT_EQ(ReadBytes(Preferences::GetSetAsidePath()), original);
-    Preferences::SetValue("new", 1);
-    EXPECT_EQ(Preferences::Save(), std::nullopt);
 }
 
 // What a saved file must look like whatever moment a crash picks: generation N comes with the
@@ -461,7 +450,7 @@ std::u16string PayloadOf(std::int64_t generation) {
 TEST_F(PreferencesTest, KillingASaveAtAnyMomentLeavesACompleteFile) {
     Preferences::SetValue("generation", 0);
     Preferences::SetValue("payload", PayloadOf(0));
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
+    EXPECT_OK(Preferences::Save());
 
     std::mt19937 random(std::random_device{}());
     std::int64_t lastGeneration = 0;
@@ -474,7 +463,7 @@ TEST_F(PreferencesTest, KillingASaveAtAnyMomentLeavesACompleteFile) {
             for (std::int64_t generation = lastGeneration + 1;; ++generation) {
                 Preferences::SetValue("generation", generation);
                 Preferences::SetValue("payload", PayloadOf(generation));
-                if (Preferences::Save())
+                if (!Preferences::Save().IsOk())
                     ::_exit(3);
             }
         }
@@ -485,32 +474,19 @@ TEST_F(PreferencesTest, KillingASaveAtAnyMomentLeavesACompleteFile) {
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFSIGNALED(status)) << "the saving child stopped on its own: " << status;
 
-        ASSERT_EQ(Reload(), std::nullopt);
+        EXPECT_OK(Reload());
         const any_regular_t generation = Preferences::GetValue("generation");
-        ASSERT_NE(generation.get_if<std::int64_t>(), nullptr);
-        const std::int64_t g = *generation.get_if<std::int64_t>();
-        EXPECT_GE(g, lastGeneration);
-        EXPECT_TRUE(Preferences::GetValue("payload") == any_regular_t(PayloadOf(g)));
-        lastGeneration = g;
+        const std::int64_t* g = generation.get_if<std::int64_t>();
+        ASSERT_NE(g, nullptr);
+        EXPECT_GE(*g, lastGeneration);
+        EXPECT_TRUE(Preferences::GetValue("payload") == any_regular_t(PayloadOf(*g)));
+        lastGeneration = *g;
     }
-    for (const std::string& name : Names(mDir.path())) {
+    for (const std::string& name : Names(mDir.path()))
         EXPECT_EQ(name.find("unreadable"), std::string::npos) << name;
-    }
 }
 
 #endif  // !_WIN32
-
-#if defined(_WIN32)
-TEST_F(PreferencesTest, FileLocationFollowsTheEnvironment) {
-    Preferences::UseFile("");
-    _putenv_s("TESSEL_PREFS", "");
-    _putenv_s("APPDATA", mDir.str().c_str());
-    EXPECT_EQ(Preferences::GetFilePath(), mDir.str() + "\\Tessel\\preferences.json");
-    Preferences::SetValue("where", u"appdata");
-    ASSERT_EQ(Preferences::Save(), std::nullopt);
-    EXPECT_TRUE(fs::is_regular_file(mDir.path() / "Tessel" / "preferences.json"));
-}
-#endif
 
 }  // namespace
 }  // namespace Tessel

@@ -176,10 +176,10 @@ TEST(ProviderHost, FavoritesAreChangedAnnouncedAndSaved) {
 
     // The saved list comes back after a restart.
     ProviderHost::Shutdown();
-    ASSERT_FALSE(Preferences::Load());
+    ASSERT_TRUE(Preferences::Load().IsOk());
     ProviderHost::Initialize();
     Register(FavoritesProvider());
-    EXPECT_FALSE(ProviderHost::LoadFavorites());
+    EXPECT_TRUE(ProviderHost::LoadFavorites().IsOk());
     EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
     Preferences::UseFile({});
 }

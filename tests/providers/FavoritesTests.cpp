@@ -1,6 +1,6 @@
-// The favorites provider with the host: listing, the remove entry, persistence through the
-// preferences (restarts, malformed values kept aside, interrupted saves) and changes from
-// several threads.
+// The favorites provider with the host: listing, the remove entry, normalised paths,
+// persistence through the preferences (restarts, names that are not Unicode, malformed values
+// kept aside, interrupted saves) and changes from several threads.
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 
 #include <gtest/gtest.h>
@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 
 #include <tessel/foundation/Messaging.h>
+#include <tessel/foundation/Path.h>
 #include <tessel/foundation/Preferences.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/Messages.h>
@@ -32,6 +33,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Favorites = std::list<std::u16string>;
+using Path::PathStyle;
 
 const std::string kSetAsidePrefix = std::string(kFavoritesPreference) + ".unreadable-";
 
@@ -48,9 +50,10 @@ ProviderWrapper& FavoritesWrapper() {
 // starts, as a host application does.
 class FavoritesHost {
 public:
-    explicit FavoritesHost(const std::string& prefsFile) {
-        Preferences::UseFile(prefsFile);
-        EXPECT_FALSE(Preferences::Load());
+    explicit FavoritesHost(const fs::path& prefsFile) {
+        Preferences::UseFile(prefsFile.string());
+        const Status loaded = Preferences::Load();
+        EXPECT_TRUE(loaded.IsOk()) << loaded.Message();
         mHost.emplace();
         FavoritesWrapper();
         mListener = ScopedListener(Messaging::Listen<FavoritesChangedMessage>(
@@ -72,25 +75,37 @@ private:
     ScopedListener mListener;
 };
 
+// PATHS as the favorites keep them, sorted.
+Favorites Normal(const Favorites& paths) {
+    Favorites normal;
+    for (const auto& path : paths)
+        normal.push_back(NormalizeFavoritePath(path));
+    normal.sort();
+    return normal;
+}
+
+// The preferences file on disk.
+nlohmann::json OnDisk(const fs::path& prefs) {
+    std::ifstream in(prefs);
+    return nlohmann::json::parse(in, nullptr, false);
+}
+
 // The favorites value stored in the preferences file on disk, as text.
-std::string StoredFavoritesText() {
-    EXPECT_FALSE(Preferences::Load());
-    const any_regular_t value = Preferences::GetValue(kFavoritesPreference);
-    if (const auto* wide = value.get_if<std::u16string>())
-        return Utf16ToUtf8(*wide);
-    if (const auto* narrow = value.get_if<std::string>())
-        return *narrow;
-    return "<none>";
+std::string StoredFavoritesText(const fs::path& prefs) {
+    const nlohmann::json document = OnDisk(prefs);
+    const auto value = document.find(kFavoritesPreference);
+    return value != document.end() && value->is_string() ? value->get<std::string>() : "<none>";
 }
 
 TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
     Tessel::Test::TempDir dir;
-    FavoritesHost host(dir.str() + "/prefs.json");
-    const std::u16string media = Utf8ToUtf16(dir.str() + "/Media");
-    const std::u16string odd = Utf8ToUtf16(dir.str() + "/caf\xFF");  // not UTF-8
-    ProviderHost::ModifyFavorites({odd, media, media}, FavoriteOperation::Add);
+    FavoritesHost host(dir.path() / "prefs.json");
+    const std::u16string media = Path::Join(dir.longU16(), u"Media");
+    const std::u16string odd = Utf8ToUtf16(Utf16ToUtf8(dir.longU16()) + "/caf\xFF");  // not UTF-8
+    const std::u16string oddNormal = Path::Join(dir.longU16(), Utf8ToUtf16("caf\xFF"));
+    ProviderHost::ModifyFavorites({odd, media, media + Path::kSeparator}, FavoriteOperation::Add);
     EXPECT_EQ(host.announced, 1);
-    EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{media, odd}));
+    EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{media, oddNormal}));
 
     ProviderWrapper& wrapper = FavoritesWrapper();
     DirectoryContents contents(u"");
@@ -101,8 +116,8 @@ TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
         wrapper.GetContent(kFavoritesListPath, any_regular_t(), {kNameField, kPathField}, nullptr);
     ASSERT_EQ(content.size(), 2u);
     EXPECT_EQ(content.at(media).at(kNameField), any_regular_t(std::u16string(u"Media")));
-    EXPECT_EQ(content.at(odd).at(kNameField), any_regular_t(std::u16string(u"caf\uFFFD")));
-    EXPECT_EQ(content.at(odd).at(kPathField), any_regular_t(odd)) << "the bytes round-trip";
+    EXPECT_EQ(content.at(oddNormal).at(kNameField), any_regular_t(std::u16string(u"caf\uFFFD")));
+    EXPECT_EQ(content.at(oddNormal).at(kPathField), any_regular_t(oddNormal));
     auto aborted = ProviderContentRequest::CreateClassRef();
     aborted->Abort();
     EXPECT_TRUE(wrapper.GetContent(kFavoritesListPath, any_regular_t(), {}, aborted.get()).empty());
@@ -110,63 +125,157 @@ TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
     Menu menu;
     wrapper.PostProcessContextMenu(menu, {}, {});
     EXPECT_TRUE(menu.Entries().empty()) << "nothing selected, no entry";
-    const std::string other = dir.str() + "/Other";
+    const std::string other = Utf16ToUtf8(Path::Join(dir.longU16(), u"Other"));
     wrapper.PostProcessContextMenu(menu, {other}, SelectedStates(1));
-    wrapper.PostProcessContextMenu(menu, {other, Utf16ToUtf8(media)}, SelectedStates(2));
+    // Another spelling of a favorite counts as that favorite.
+    wrapper.PostProcessContextMenu(menu, {other, Utf16ToUtf8(media) + "/."}, SelectedStates(2));
     ASSERT_EQ(menu.Entries().size(), 2u);
-    EXPECT_EQ(menu.Entries()[0].id, 31013);
+    EXPECT_EQ(menu.Entries()[0].id, ProviderFavorites::kRemoveFromFavoritesID);
     EXPECT_EQ(menu.Entries()[0].label, u"Remove from Favorites");
     EXPECT_FALSE(menu.Entries()[0].enabled) << "no selected path is a favorite";
     EXPECT_TRUE(menu.Entries()[1].enabled);
 
     EXPECT_FALSE(wrapper.OnMenuItemID(31012, {Utf16ToUtf8(media)}, SelectedStates(1)));
-    EXPECT_TRUE(wrapper.OnMenuItemID(31013, {Utf16ToUtf8(media)}, SelectedStates(1)));
+    EXPECT_TRUE(wrapper.OnMenuItemID(ProviderFavorites::kRemoveFromFavoritesID,
+                                     {Utf16ToUtf8(media)}, SelectedStates(1)));
     EXPECT_EQ(host.announced, 2);
-    EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{odd}));
+    EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{oddNormal}));
 
     // Removing what is no favorite changes nothing, but still announces and saves.
     fs::remove(dir.path() / "prefs.json");
     ProviderHost::ModifyFavorites({u"/not-a-favorite"}, FavoriteOperation::Remove);
     EXPECT_EQ(host.announced, 3);
-    ASSERT_TRUE(fs::exists(dir.path() / "prefs.json"));
-    EXPECT_EQ(nlohmann::json::parse(StoredFavoritesText()).at("SerializerWrappedObject").size(),
+    EXPECT_EQ(nlohmann::json::parse(StoredFavoritesText(dir.path() / "prefs.json"))
+                  .at("SerializerWrappedObject")
+                  .size(),
               1u);
 }
 
-TEST(Favorites, EmptyValuesRestartsAndAnInterruptedSave) {
+TEST(Favorites, PathsAreNormalisedByTheRulesOfEitherPlatform) {
+    struct Case {
+        PathStyle style;
+        std::u16string path;
+        std::u16string expected;
+    };
+    const Case cases[] = {
+        {PathStyle::Posix, u"/a/./b/../b//", u"/a/b"},
+        {PathStyle::Posix, u"/../..", u"/"},
+        {PathStyle::Posix, u"//a", u"/a"},
+        {PathStyle::Posix, u"./a/../a", u"a"},
+        {PathStyle::Posix, u"a/..", u"."},
+        {PathStyle::Posix, u"../x/./", u"../x"},
+        {PathStyle::Posix, u"/a\\b", u"/a\\b"},  // a backslash is a name character here
+        {PathStyle::Posix, u"/caf\xDCE9/.", u"/caf\xDCE9"},
+        {PathStyle::Posix, u"favorites:", u"favorites:"},
+        {PathStyle::Posix, u"CLSource://p/./b/", u"CLSource://p/./b/"},
+        {PathStyle::Posix, u"", u""},
+        {PathStyle::Posix, std::u16string(u"/a\0b", 4), u""},
+        {PathStyle::Windows, u"c:/Media/./x/../y/", u"\\\\?\\C:\\Media\\y"},
+        {PathStyle::Windows, u"\\\\?\\c:\\Media\\..\\..\\Clips\\", u"\\\\?\\C:\\Clips"},
+        {PathStyle::Windows, u"\\\\?\\C:\\", u"\\\\?\\C:\\"},
+        {PathStyle::Windows, u"\\\\server\\share\\a\\..\\..", u"\\\\?\\UNC\\server\\share\\"},
+        {PathStyle::Windows, u"\\\\?\\UNC\\server\\share\\x\\.\\", u"\\\\?\\UNC\\server\\share\\x"},
+        {PathStyle::Windows, u"\\\\?\\UNC\\server\\share", u"\\\\?\\UNC\\server\\share"},
+        {PathStyle::Windows, u".\\a\\..\\a", u"a"},
+        {PathStyle::Windows, u"\\a\\.\\b", u"\\a\\b"},
+        {PathStyle::Windows, u"volumes:", u"volumes:"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(NormalizeFavoritePath(c.style, c.path), c.expected)
+            << Utf16ToUtf8(c.path) << (c.style == PathStyle::Posix ? " (POSIX)" : " (Windows)");
+    }
+
+    // Spellings of one folder are one favorite, and any of them removes it.
+    Tessel::Test::TempDir dir;
+    FavoritesHost host(dir.path() / "prefs.json");
+    const std::u16string a = Path::Join(dir.longU16(), u"a");
+    const std::u16string sep(1, Path::kSeparator);
+    ProviderHost::ModifyFavorites({a, a + sep + u"." + sep, a + sep + u".." + sep + u"a"},
+                                  FavoriteOperation::Add);
+    EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{a}));
+    ProviderHost::ModifyFavorites({a + sep + sep}, FavoriteOperation::Remove);
+    EXPECT_TRUE(ProviderHost::GetFavorites().empty());
+}
+
+TEST(Favorites, EveryPathSurvivesARestart) {
+    Tessel::Test::TempDir dir;
+    const fs::path prefs = dir.path() / "prefs.json";
+    // An older file: valid UTF-8 paths stored as they are, not yet normalised.
+    std::ofstream(prefs) << nlohmann::json{
+        {kFavoritesPreference, R"({"SerializerWrappedObject":["/old/./one","/old/one","/b%25"]})"}};
+    const Favorites added = {
+        Utf8ToUtf16("/media/caf\xE9 100%"),  // a byte that is not UTF-8, and a '%'
+        u"/lone/\xD800-high",                // a lone surrogate of a Windows name
+        u"/emoji/\U0001F600",
+        u"/%uDC80",  // looks like an escape, but is a valid name
+    };
+    {
+        FavoritesHost host(prefs);
+        EXPECT_EQ(ProviderHost::GetFavorites(), Normal({u"/b%25", u"/old/one"}));
+        ProviderHost::ModifyFavorites(added, FavoriteOperation::Add);
+    }
+    // Valid names are stored as they are, the others escaped.
+    const nlohmann::json stored =
+        nlohmann::json::parse(StoredFavoritesText(prefs)).at("SerializerWrappedObject");
+    std::vector<std::string> escaped;
+    for (const auto& entry : stored) {
+        if (const std::string& text = entry.get_ref<const std::string&>(); text.front() == '\0')
+            escaped.push_back(text);
+    }
+    ASSERT_EQ(escaped.size(), 2u) << stored.dump();
+    EXPECT_TRUE(
+        escaped[0].ends_with("lone" + std::string(1, char(Path::kSeparator)) + "%uD800-high"));
+    EXPECT_TRUE(escaped[1].ends_with("caf%uDCE9 100%25"));
+    {
+        FavoritesHost host(prefs);
+        Favorites all = added;
+        all.insert(all.end(), {u"/b%25", u"/old/one"});
+        EXPECT_EQ(ProviderHost::GetFavorites(), Normal(all));
+        EXPECT_FALSE(ProviderHost::GetFavoritesLoadProblem());
+    }
+
+    // Escapes that were not written by a save make the whole value unreadable.
+    FavoritesHost host(dir.path() / "other.json");
+    for (const char* bad : {"/a%", "/a%u12", "/a%uDC8", "/a%u0041", "/a%zz", "/a\xFF"}) {
+        Preferences::SetValue(kFavoritesPreference,
+                              R"({"SerializerWrappedObject":["\u0000)" + std::string(bad) + "\"]}");
+        EXPECT_EQ(ProviderHost::LoadFavorites().Code(), StatusCode::kMalformed) << bad;
+    }
+}
+
+TEST(Favorites, EmptyValuesAndAnInterruptedSave) {
     Tessel::Test::TempDir dir;
     const fs::path prefs = dir.path() / "prefs.json";
     {
-        FavoritesHost host(prefs.string());
+        FavoritesHost host(prefs);
         for (any_regular_t empty :
              {any_regular_t(std::u16string()), any_regular_t(std::string()), any_regular_t()}) {
             Preferences::SetValue(kFavoritesPreference, empty);
-            EXPECT_FALSE(ProviderHost::LoadFavorites());
+            const Status loaded = ProviderHost::LoadFavorites();
+            EXPECT_TRUE(loaded.IsOk()) << loaded.Message();
             EXPECT_TRUE(ProviderHost::GetFavorites().empty());
             EXPECT_FALSE(ProviderHost::GetFavoritesLoadProblem());
         }
         ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
     }
     // A save that died before its rename leaves a partial temporary file beside the old one.
-    const fs::path stale = dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) +
-                                         fs::path("crashed").native());
-    std::ofstream(stale) << R"({"be.prefs.mediabrowser.favorites": "{\"SerializerWr)";
-    fs::last_write_time(stale, fs::file_time_type::clock::now() - std::chrono::hours(2));
-    const fs::path young =
-        dir.path() / (Platform::AtomicTemporaryPrefix(prefs.native()) + fs::path("now").native());
-    std::ofstream(young) << "{";
-    {
-        FavoritesHost host(prefs.string());
-        EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{u"/a", u"/b"}));
-        EXPECT_FALSE(ProviderHost::GetFavoritesLoadProblem());
-        EXPECT_FALSE(fs::exists(stale)) << "an old leftover is cleared away";
-        EXPECT_TRUE(fs::exists(young)) << "a young one may be another process's save";
-        ProviderHost::ModifyFavorites({u"/c"}, FavoriteOperation::Add);
-        EXPECT_EQ(StoredFavoritesText(), R"({"SerializerWrappedObject":["/a","/b","/c"]})");
-    }
+    const auto temporary = [&](const char* suffix) {
+        return dir.path() /
+               (Platform::AtomicTemporaryPrefix(prefs.native()) + fs::path(suffix).native());
+    };
+    std::ofstream(temporary("crashed")) << R"({"be.prefs.mediabrowser.favorites": "{\"Ser)";
+    fs::last_write_time(temporary("crashed"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(2));
+    std::ofstream(temporary("now")) << "{";
+    FavoritesHost host(prefs);
+    EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{u"/a", u"/b"}));
+    ProviderHost::ModifyFavorites({u"/c"}, FavoriteOperation::Add);
+    EXPECT_EQ(StoredFavoritesText(prefs), R"({"SerializerWrappedObject":["/a","/b","/c"]})");
+    EXPECT_FALSE(fs::exists(temporary("crashed"))) << "an old leftover is cleared away";
+    EXPECT_TRUE(fs::exists(temporary("now"))) << "a young one may be another process's save";
 }
 
-TEST(Favorites, AMalformedValueIsReportedKeptAsideAndNeverOverwritten) {
+TEST(Favorites, AMalformedValueIsReportedAndKeptAsideWhenTheListIsSaved) {
     const std::vector<nlohmann::json> malformed{
         "{not json",
         R"(["/a"])",
@@ -181,61 +290,56 @@ TEST(Favorites, AMalformedValueIsReportedKeptAsideAndNeverOverwritten) {
         SCOPED_TRACE(value.dump().substr(0, 60));
         Tessel::Test::TempDir dir;
         const fs::path prefs = dir.path() / "prefs.json";
-        std::ofstream(prefs) << nlohmann::json{{kFavoritesPreference, value}, {"other", 1}}.dump();
-        FavoritesHost host(prefs.string());
+        const nlohmann::json original = {{kFavoritesPreference, value}, {"other", 1}};
+        std::ofstream(prefs) << original.dump();
+        FavoritesHost host(prefs);
 
         EXPECT_TRUE(ProviderHost::GetFavorites().empty());
         const auto problem = ProviderHost::GetFavoritesLoadProblem();
         ASSERT_TRUE(problem);
         EXPECT_EQ(problem->message, "JSON not well-formed");
-        ASSERT_EQ(problem->setAsidePreference.rfind(kSetAsidePrefix, 0), 0u)
+        EXPECT_EQ(problem->setAsidePreference.rfind(kSetAsidePrefix, 0), 0u)
             << problem->setAsidePreference;
+        EXPECT_EQ(OnDisk(prefs), original) << "reading writes nothing";
 
-        // Already on disk before anything else writes, and kept by later saves.
+        // The save that replaces the list keeps the old value under the name reported.
         ProviderHost::ModifyFavorites({u"/new"}, FavoriteOperation::Add);
-        EXPECT_EQ(StoredFavoritesText(), R"({"SerializerWrappedObject":["/new"]})");
-        const any_regular_t kept = Preferences::GetValue(problem->setAsidePreference);
-        EXPECT_EQ(kept.ToJson(),
-                  std::optional<std::string>(any_regular_t::FromJson(value.dump())->ToJson()));
-        EXPECT_EQ(Preferences::GetValue("other"), any_regular_t(1));
+        const nlohmann::json saved = OnDisk(prefs);
+        EXPECT_EQ(saved.at(kFavoritesPreference), R"({"SerializerWrappedObject":["/new"]})");
+        EXPECT_EQ(any_regular_t::FromJson(saved.at(problem->setAsidePreference).dump())->ToJson(),
+                  any_regular_t::FromJson(value.dump())->ToJson());
+        EXPECT_EQ(saved.at("other"), 1);
     }
 
-    // Loading answers the message itself, and a second unreadable value finds a free name.
+    // A second unreadable value finds a free name.
     Tessel::Test::TempDir dir;
-    FavoritesHost host(dir.str() + "/prefs.json");
+    FavoritesHost host(dir.path() / "prefs.json");
     std::vector<std::string> keys;
     for (const char16_t* text : {u"{", u"}"}) {
         Preferences::SetValue(kFavoritesPreference, std::u16string(text));
-        EXPECT_EQ(ProviderHost::LoadFavorites(),
-                  std::optional<std::string>("JSON not well-formed"));
+        EXPECT_EQ(ProviderHost::LoadFavorites().Code(), StatusCode::kMalformed);
         keys.push_back(ProviderHost::GetFavoritesLoadProblem()->setAsidePreference);
+        ProviderHost::ModifyFavorites({}, FavoriteOperation::Add);
         EXPECT_EQ(Preferences::GetValue(keys.back()), any_regular_t(std::u16string(text)));
     }
     EXPECT_NE(keys[0], keys[1]);
-}
 
-TEST(Favorites, AValueOfAnUnknownTypeStaysAndTheListIsNotSaved) {
-    Tessel::Test::TempDir dir;
-    const fs::path prefs = dir.path() / "prefs.json";
+    // A value of a type this build does not know stays, and the list is not saved.
     const nlohmann::json future = {{"$type", "favorites-v9"}, {"value", {"/a"}}};
-    std::ofstream(prefs) << nlohmann::json{{kFavoritesPreference, future}}.dump();
-    FavoritesHost host(prefs.string());
-    EXPECT_TRUE(ProviderHost::GetFavorites().empty());
-    ASSERT_TRUE(ProviderHost::GetFavoritesLoadProblem());
+    std::ofstream(dir.path() / "future.json") << nlohmann::json{{kFavoritesPreference, future}};
+    Preferences::UseFile((dir.path() / "future.json").string());
+    ASSERT_TRUE(Preferences::Load().IsOk());
+    EXPECT_EQ(ProviderHost::LoadFavorites().Code(), StatusCode::kMalformed);
     EXPECT_EQ(ProviderHost::GetFavoritesLoadProblem()->setAsidePreference, "");
-
     ProviderHost::ModifyFavorites({u"/b"}, FavoriteOperation::Add);
-    EXPECT_EQ(host.announced, 1);
     EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{u"/b"})) << "changed for this run";
-    ASSERT_FALSE(Preferences::Save());  // whatever else saves keeps the value as it was
-    std::ifstream in(prefs);
-    const nlohmann::json onDisk = nlohmann::json::parse(in);
-    EXPECT_EQ(onDisk.at(kFavoritesPreference), future);
+    EXPECT_TRUE(Preferences::Save().IsOk());  // whatever else saves keeps the value as it was
+    EXPECT_EQ(OnDisk(dir.path() / "future.json").at(kFavoritesPreference), future);
 }
 
 TEST(Favorites, ChangesFromFourThreadsAreAllKeptAndTheLastSaveHoldsThem) {
     Tessel::Test::TempDir dir;
-    FavoritesHost host(dir.str() + "/prefs.json");
+    FavoritesHost host(dir.path() / "prefs.json");
     constexpr int kThreads = 4;
     constexpr int kPerThread = 20;
     const auto pathOf = [](int t, int i) {
@@ -263,12 +367,12 @@ TEST(Favorites, ChangesFromFourThreadsAreAllKeptAndTheLastSaveHoldsThem) {
     Favorites expected;
     for (int t = 0; t < kThreads; ++t) {
         for (int i = 1; i < kPerThread; i += 2)
-            expected.push_back(pathOf(t, i));
+            expected.push_back(NormalizeFavoritePath(pathOf(t, i)));
     }
     expected.sort();
     EXPECT_EQ(ProviderHost::GetFavorites(), expected);
-
-    const nlohmann::json stored = nlohmann::json::parse(StoredFavoritesText());
+    const nlohmann::json stored =
+        nlohmann::json::parse(StoredFavoritesText(dir.path() / "prefs.json"));
     Favorites saved;
     for (const auto& path : stored.at("SerializerWrappedObject"))
         saved.push_back(Utf8ToUtf16(path.get<std::string>()));

@@ -49,17 +49,21 @@ TEST(ProjectLockFile, ReadWriteAndRemove) {
     EXPECT_EQ(ReadProjectLockFile(project), std::nullopt);
 
     const ProjectLock lock{"Jane", "bay-3", DateTime{1709629622000000}};
-    ASSERT_EQ(WriteProjectLockFile(project, lock), std::nullopt);
+    ASSERT_TRUE(WriteProjectLockFile(project, lock).IsOk());
     EXPECT_EQ(ReadProjectLockFile(project), lock);
-    ASSERT_EQ(WriteProjectLockFile(project, {"Max", "", {}}), std::nullopt);
-    EXPECT_EQ(ReadProjectLockFile(project)->holder, "Max");
-    EXPECT_NE(WriteProjectLockFile(project, {"", "", {}}), std::nullopt);
+    ASSERT_TRUE(WriteProjectLockFile(project, {"Max", "", {}}).IsOk());
+    EXPECT_EQ(WriteProjectLockFile(project, {"", "", {}}).Code(), StatusCode::kInvalidArgument);
     EXPECT_EQ(ReadProjectLockFile(project)->holder, "Max");  // a refused write changes nothing
-    EXPECT_NE(WriteProjectLockFile(dir.str() + "/missing/Cut.plproj", lock), std::nullopt);
+    EXPECT_EQ(WriteProjectLockFile(dir.str() + "/missing/Cut.plproj", lock).Code(),
+              StatusCode::kNotFound);
 
-    EXPECT_EQ(RemoveProjectLockFile(project), std::nullopt);
+    for (int twice = 0; twice < 2; ++twice) {  // nothing to remove is fine
+        const Status removed = RemoveProjectLockFile(project);
+        EXPECT_TRUE(removed.IsOk()) << removed.Message();
+    }
     EXPECT_EQ(ReadProjectLockFile(project), std::nullopt);
-    EXPECT_EQ(RemoveProjectLockFile(project), std::nullopt);  // nothing to remove is fine
+    dir.WriteFile("Busy.plproj.lock/inside");  // a folder with something in it
+    EXPECT_FALSE(RemoveProjectLockFile(dir.str() + "/Busy.plproj").IsOk());
 
     // Lock paths that are no lock files: never opened, never read whole.
     dir.MakeDir("Folder.plproj.lock");

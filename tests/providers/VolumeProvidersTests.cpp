@@ -47,9 +47,10 @@ TEST(VolumeUtils, DriveNamesComeFromTheLabelOrTheLocalizedType) {
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 2, "E:"), "Removable (E:)");
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 9, "F:"), "error (F:)");
 
-    ASSERT_FALSE(Localizer::LoadTable(
-        R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
-            "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})"));
+    ASSERT_TRUE(Localizer::LoadTable(
+                    R"({"$$$/Pelimar/Tessel/WinProvider/DriveType/Fixed": "Disque local",
+            "$$$/Pelimar/Tessel/WinProvider/DriveType/Error": "erreur"})")
+                    .IsOk());
     EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(3), "Disque local");
     EXPECT_EQ(WinVolumeUtils::GetDriveTypeName(9), "erreur");
     EXPECT_EQ(WinVolumeUtils::ComposeDriveName("", 3, "C:"), "Disque local (C:)");

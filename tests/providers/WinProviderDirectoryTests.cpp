@@ -119,9 +119,9 @@ TEST(WinProviderDirectory, PathRulesOfBothPlatforms) {
 
 TEST(WinProviderDirectory, TableScoresNamesAndIcons) {
     WinProviderDirectory provider;
-    ASSERT_EQ(Localizer::LoadTable(
-                  R"({"$$$/Pelimar/Provider/WinDirectory/Column/ReadOnly": "Schreibgeschützt"})"),
-              std::nullopt);
+    ASSERT_TRUE(Localizer::LoadTable(
+                    R"({"$$$/Pelimar/Provider/WinDirectory/Column/ReadOnly": "Schreibgeschützt"})")
+                    .IsOk());
     auto labels = provider.GetFieldLabelList();
     Localizer::ClearTable();
     EXPECT_EQ(labels[u"12"], u"Schreibgeschützt");
@@ -469,8 +469,8 @@ TEST(WinProviderDirectory, AttributeSizeDateAndLockHolderColumns) {
     const std::string base = dir.str() + "/";
     for (const char* name : {"Cut.plproj", "Free.plproj", "Upper.PLPROJ"})
         dir.WriteFile(name);
-    ASSERT_EQ(WriteProjectLockFile(base + "Cut.plproj", {"Jane Doe", "bay-3", {}}), std::nullopt);
-    ASSERT_EQ(WriteProjectLockFile(base + "Upper.PLPROJ", {"Max", "", {}}), std::nullopt);
+    ASSERT_TRUE(WriteProjectLockFile(base + "Cut.plproj", {"Jane Doe", "bay-3", {}}).IsOk());
+    ASSERT_TRUE(WriteProjectLockFile(base + "Upper.PLPROJ", {"Max", "", {}}).IsOk());
 
     WinProviderDirectory provider;
     const SDKContentMap content =
