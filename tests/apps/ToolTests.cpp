@@ -1,21 +1,16 @@
-// The tessel command line, run in process against test providers.
+// The tessel command line, run in process against test providers: usage, the preferences
+// file, aborts and thumbnails. What the commands print is checked by the golden outputs.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
-#include <nlohmann/json.hpp>
-
-#include <tessel/foundation/Path.h>
 #include <tessel/foundation/Preferences.h>
 #include <tessel/foundation/Settings.h>
-#include <tessel/foundation/Unicode.h>
 
-#include "Commands.h"
 #include "Interrupt.h"
 #include "Tool.h"
 #include "support/FileKinds.h"
@@ -39,59 +34,6 @@ Result RunTool(std::vector<std::string> args) {
     std::ostringstream out, err;
     const int status = Tool::Run(args, out, err);
     return {status, out.str(), err.str()};
-}
-
-std::string Id(const char* name) {
-    return std::string(kProviderIDPrefix) + name;
-}
-
-TEST(Tool, ProvidersRankAndListsShowRecords) {
-    Tessel::Test::TempDir dir;
-    dir.WriteFile("b.mov");
-    dir.WriteFile("caf\xC3\xA9.jpg");
-    Tessel::Test::HostFixture host;
-    Register(std::make_shared<TestProvider>("Folder", 30));
-    Register(std::make_shared<TestProvider>("Card", 100));
-    Register(std::make_shared<TestProvider>("Never", 0));
-
-    Result ranked = RunTool({"providers", dir.str(), "--json"});
-    ASSERT_EQ(ranked.status, 0) << ranked.err;
-    const auto doc = nlohmann::json::parse(ranked.out);
-    EXPECT_EQ(doc["path"], dir.longStr());
-    ASSERT_EQ(doc["providers"].size(), 2u);
-    EXPECT_EQ(doc["providers"][0]["id"], Id("Card"));
-    EXPECT_EQ(RunTool({"providers", "", "--json"}).status, 1);
-
-    Result json = RunTool({"ls", dir.str(), "--provider", Id("Folder"), "--json"});
-    ASSERT_EQ(json.status, 0) << json.err;
-    const auto items = nlohmann::json::parse(json.out)["items"];
-    ASSERT_EQ(items.size(), 2u);
-    EXPECT_EQ(items[1]["key"], Path::Join(std::string_view(dir.longStr()), "caf\xC3\xA9.jpg"));
-    EXPECT_EQ(RunTool({"ls", dir.str(), "--provider", "nobody"}).status, 2);
-}
-
-TEST(Tool, LocationsAreNormalised) {
-    for (const char* same : {"volumes:", "CLSource://project/bin", "\\\\?\\C:\\Media", ""})
-        EXPECT_EQ(Tool::NormalizeLocation(same), Utf8ToUtf16(same)) << same;
-#if defined(_WIN32)
-    // Drive and share paths take the long-path form the library works with, in which "." and
-    // ".." mean nothing, so they are resolved first.
-    const std::pair<const char*, std::u16string> longForms[] = {
-        {"C:\\", u"\\\\?\\C:\\"},
-        {"c:/Media/./x/../y/", u"\\\\?\\c:\\Media\\y"},
-        {"C:\\..", u"\\\\?\\C:\\"},
-        {"\\\\server\\share\\..", u"\\\\?\\UNC\\server\\share\\"},
-        {"\\\\server\\share", u"\\\\?\\UNC\\server\\share"}};
-    for (const auto& [argument, expected] : longForms)
-        EXPECT_EQ(Tool::NormalizeLocation(argument), expected) << argument;
-    const std::u16string relative = Tool::NormalizeLocation("some\\where");
-    EXPECT_EQ(relative.substr(0, 4), u"\\\\?\\");
-#else
-    EXPECT_EQ(Tool::NormalizeLocation("/a/b//"), u"/a/b");
-    const std::u16string relative = Tool::NormalizeLocation("some/where");
-    EXPECT_EQ(relative.front(), u'/');
-#endif
-    EXPECT_TRUE(relative.ends_with(Path::Join(u"some", u"where")));
 }
 
 TEST(Tool, ErrorsUsageAndThePreferencesFile) {

@@ -1,6 +1,6 @@
-// The favorites provider with the host: listing, the remove entry, normalised paths,
+// The favorites provider with the host: listing, the remove entry, normalised paths and
 // persistence through the preferences (restarts, names that are not Unicode, malformed values
-// kept aside) and changes from several threads.
+// kept aside). Changes from several threads are the host's tests.
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 
 #include <gtest/gtest.h>
@@ -10,7 +10,6 @@
 #include <list>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -63,8 +62,6 @@ public:
         mHost.reset();
         Preferences::UseFile({});
     }
-    FavoritesHost(const FavoritesHost&) = delete;
-    FavoritesHost& operator=(const FavoritesHost&) = delete;
 
     int announced = 0;
 
@@ -296,47 +293,6 @@ TEST(Favorites, AMalformedValueIsReportedAndKeptAsideWhenTheListIsSaved) {
     EXPECT_EQ(ProviderHost::GetFavorites(), (Favorites{u"b"})) << "changed for this run";
     EXPECT_TRUE(Preferences::Save().IsOk());  // whatever else saves keeps the value as it was
     EXPECT_EQ(OnDisk(dir.path() / "future.json").at(kFavoritesPreference), future);
-}
-
-TEST(Favorites, ChangesFromFourThreadsAreAllKeptAndTheLastSaveHoldsThem) {
-    Tessel::Test::TempDir dir;
-    FavoritesHost host(dir.path() / "prefs.json");
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 20;
-    const auto pathOf = [](int t, int i) {
-        return Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i));
-    };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &pathOf] {
-            for (int i = 0; i < kPerThread; ++i) {
-                const std::u16string path = pathOf(t, i);
-                ProviderHost::ModifyFavorites({path}, FavoriteOperation::Add);
-                // Every other one goes again, while the other threads add theirs.
-                if (i % 2 == 0)
-                    ProviderHost::ModifyFavorites({path}, FavoriteOperation::Remove);
-                if (i == 7)
-                    (void)ProviderHost::GetFavorites();
-            }
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
-    const int calls = kThreads * (kPerThread + kPerThread / 2);
-    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return host.announced == calls; }));
-
-    Favorites expected;
-    for (int t = 0; t < kThreads; ++t) {
-        for (int i = 1; i < kPerThread; i += 2)
-            expected.push_back(NormalizeFavoritePath(pathOf(t, i)));
-    }
-    expected.sort();
-    EXPECT_EQ(ProviderHost::GetFavorites(), expected);
-    // The last save holds them all.
-    Favorites saved;
-    const nlohmann::json stored = StoredList(dir.path() / "prefs.json");
-    for (const auto& path : stored)
-        saved.push_back(Utf8ToUtf16(path.get<std::string>()));
 }
 
 }  // namespace
