@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <random>
 #include <regex>
 #include <thread>
 
@@ -15,10 +14,6 @@
 #include "support/TempDir.h"
 
 #if !defined(_WIN32)
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "support/FileKinds.h"
 #endif
 
@@ -273,54 +268,6 @@ TEST_F(PreferencesTest, FileLocationFollowsTheEnvironment) {
     for (const auto& [name, value] : saved)
         SetEnvironment(name, value);
 }
-
-#if !defined(_WIN32)
-
-// What a saved file must look like whatever moment a crash picks: generation N comes with the
-// payload of generation N, every file larger than the one before.
-std::u16string PayloadOf(std::int64_t generation) {
-    return std::u16string(static_cast<std::size_t>(generation % 400) * 1024 + 1,
-                          static_cast<char16_t>(u'\u00e0' + generation % 26));
-}
-
-TEST_F(PreferencesTest, KillingASaveAtAnyMomentLeavesACompleteFile) {
-    Preferences::SetValue("generation", 0);
-    Preferences::SetValue("payload", PayloadOf(0));
-    EXPECT_OK(Preferences::Save());
-
-    std::mt19937 random(std::random_device{}());
-    std::int64_t lastGeneration = 0;
-    for (int round = 0; round < 12; ++round) {
-        SCOPED_TRACE("round " + std::to_string(round));
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            // Saves as fast as it can until killed, every file larger than the one before.
-            for (std::int64_t generation = lastGeneration + 1;; ++generation) {
-                Preferences::SetValue("generation", generation);
-                Preferences::SetValue("payload", PayloadOf(generation));
-                if (!Preferences::Save().IsOk())
-                    ::_exit(3);
-            }
-        }
-        std::this_thread::sleep_for(
-            std::chrono::milliseconds(std::uniform_int_distribution<int>(1, 40)(random)));
-        ::kill(child, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "the saving child stopped on its own: " << status;
-
-        EXPECT_OK(Reload());
-        const any_regular_t generation = Preferences::GetValue("generation");
-        const std::int64_t* g = generation.get_if<std::int64_t>();
-        ASSERT_NE(g, nullptr);
-        EXPECT_GE(*g, lastGeneration);
-        EXPECT_TRUE(Preferences::GetValue("payload") == any_regular_t(PayloadOf(*g)));
-        lastGeneration = *g;
-    }
-}
-
-#endif  // !_WIN32
 
 }  // namespace
 }  // namespace Tessel

@@ -150,19 +150,6 @@ TEST_F(SettingsTest, AssignmentsFromTheCommandLine) {
     EXPECT_EQ(Settings::ChangeCount(), before);
 }
 
-TEST_F(SettingsTest, FeatureSwitchesLiveInTheSameStore) {
-    DeclareFeature({"test.feature.on", "$$$/Test/On=On", "", true});
-    EXPECT_TRUE(Settings::SetFromAssignment("test.feature.on=false"));
-    EXPECT_FALSE(IsFeatureEnabled("test.feature.on"));
-    // Declaring again replaces the description instead of listing the switch twice.
-    DeclareFeature({"test.feature.on", "$$$/Test/On2=On again", "", true});
-    const auto features = GetDeclaredFeatures();
-    EXPECT_EQ(
-        std::count_if(features.begin(), features.end(),
-                      [](const FeatureDescription& f) { return f.name == "test.feature.on"; }),
-        1);
-}
-
 TEST_F(SettingsTest, ConcurrentWritersAndReaders) {
     constexpr int kChanges = 400;
     const std::uint64_t before = Settings::ChangeCount();
