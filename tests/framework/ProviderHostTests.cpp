@@ -149,14 +149,14 @@ TEST(ProviderHost, FavoritesAreChangedAnnouncedAndSaved) {
     EXPECT_TRUE(ProviderHost::GetFavorites().empty());
 
     Register(FavoritesProvider());
-    ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
+    ProviderHost::ModifyFavorites({u"b", u"a"}, FavoriteOperation::Add);
     EXPECT_EQ(announced, 1);  // on the main thread: delivered at once
-    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/a", u"/b"}));
-    ProviderHost::ModifyFavorites({u"/a"}, static_cast<FavoriteOperation>(7));
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"a", u"b"}));
+    ProviderHost::ModifyFavorites({u"a"}, static_cast<FavoriteOperation>(7));
     EXPECT_EQ(announced, 2);  // an unknown operation changes nothing but still announces
     EXPECT_EQ(ProviderHost::GetFavorites().size(), 2u);
-    ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Remove);
-    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/b"}));
+    ProviderHost::ModifyFavorites({u"a"}, FavoriteOperation::Remove);
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"b"}));
 
     // Changed from other threads, the announcements arrive on the main thread.
     std::vector<std::thread> threads;
