@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             std::abort();
     }
 
-    if (!Tessel::Localizer::LoadTable(text)) {
+    if (Tessel::Localizer::LoadTable(text).IsOk()) {
         (void)Tessel::Localize("$$$/Fuzz/Key=^1 and ^2", {text.substr(0, 16), "x"});
     }
     // The input as a localization key itself: key splitting and marker substitution.

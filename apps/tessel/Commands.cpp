@@ -500,8 +500,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         frame = answer->frame;
     }
 
-    if (auto error = WritePngFile(*frame, output)) {
-        err << "tessel: cannot write " << output << ": " << *error << "\n";
+    if (const Status written = WritePngFile(*frame, output); !written.IsOk()) {
+        err << "tessel: cannot write " << output << ": " << written.Message() << "\n";
         return kExitNotFound;
     }
     out << output << ": " << frame->GetWidth() << "x" << frame->GetHeight();

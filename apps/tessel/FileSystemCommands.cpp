@@ -66,17 +66,22 @@ int ListThroughProvider(const std::u16string& listPath, bool json, std::ostream&
                         fields, wrapper.GetFieldLabelList(), json, out, err);
 }
 
-// The favorites' load problem as one warning line, or nothing.
+// The favorites' load problem as one warning line, or nothing. SAVED: whether this run
+// saves the list (and with it copies the stored value aside).
 void ReportFavoritesProblem(const std::optional<ProviderHost::FavoritesLoadProblem>& problem,
-                            std::ostream& err) {
+                            bool saved, std::ostream& err) {
     if (!problem)
         return;
     err << "tessel: warning: " << problem->message;
-    if (!problem->setAsidePreference.empty()) {
+    if (problem->setAsidePreference.empty()) {
+        err << "; the stored favorites were left as they are, and changes are not saved";
+    } else if (saved) {
         err << "; the stored favorites were kept in the preference " << problem->setAsidePreference
             << " of " << Preferences::GetFilePath();
     } else {
-        err << "; the stored favorites were left as they are, and changes are not saved";
+        err << "; the stored favorites stay as they are until the list is changed, and are then "
+               "kept in the preference "
+            << problem->setAsidePreference << " of " << Preferences::GetFilePath();
     }
     err << "\n";
 }
@@ -103,14 +108,14 @@ void PrintFavorites(const std::list<std::u16string>& favorites,
         err << "tessel: there are no favorites\n";
 }
 
-// The favorite an argument names: the argument itself when it is one as given, else the
-// argument as a location (absolute, without trailing separators).
+// The favorite an argument names: the argument itself when it is one as given (a list or
+// scheme path), else the argument as an absolute location, in the form favorites are kept in.
 std::u16string FavoriteFromArgument(const std::string& argument,
                                     const std::list<std::u16string>& favorites) {
-    std::u16string asGiven = Utf8ToUtf16(argument);
+    std::u16string asGiven = NormalizeFavoritePath(Utf8ToUtf16(argument));
     if (std::find(favorites.begin(), favorites.end(), asGiven) != favorites.end())
         return asGiven;
-    return NormalizeLocation(argument);
+    return NormalizeFavoritePath(NormalizeLocation(argument));
 }
 
 std::string JoinEntries(const std::vector<std::u16string>& entries) {
@@ -154,43 +159,44 @@ int RunFavorites(const FileSystemOptions& options, std::ostream& out, std::ostre
     // Reading the list loads it first, when the host has not done so yet.
     std::list<std::u16string> favorites = ProviderHost::GetFavorites();
     const auto problem = ProviderHost::GetFavoritesLoadProblem();
-    ReportFavoritesProblem(problem, err);
-
-    if (action != "list") {
-        std::list<std::u16string> paths;
-        for (const auto& argument : options.paths) {
-            paths.push_back(FavoriteFromArgument(argument, favorites));
-        }
-        if (action == "add") {
-            for (const auto& path : paths) {
-                if (!Path::DirectoryExists(path)) {
-                    err << "tessel: " << Display(path)
-                        << ": not a folder; no favorites were added\n";
-                    return kExitNotFound;
-                }
-            }
-            ProviderHost::ModifyFavorites(paths, FavoriteOperation::Add);
-        } else {
-            for (const auto& path : paths) {
-                if (std::find(favorites.begin(), favorites.end(), path) == favorites.end()) {
-                    err << "tessel: warning: " << Display(path) << " is not a favorite\n";
-                }
-            }
-            ProviderHost::ModifyFavorites(paths, FavoriteOperation::Remove);
-        }
-        // The host saves as it changes the list but cannot tell anyone that it failed;
-        // saving again (the same text) finds out.
-        if (problem && problem->setAsidePreference.empty()) {
-            err << "tessel: the favorites were changed for this run only, not saved\n";
-            return kExitNotFound;
-        }
-        if (auto error = Preferences::Save()) {
-            err << "tessel: cannot save the favorites: " << *error << "\n";
-            return kExitNotFound;
-        }
-        favorites = ProviderHost::GetFavorites();
+    if (action == "list") {
+        ReportFavoritesProblem(problem, false, err);
+        PrintFavorites(favorites, problem, options.json, out, err);
+        return kExitOk;
     }
-    PrintFavorites(favorites, problem, options.json, out, err);
+
+    std::list<std::u16string> paths;
+    for (const auto& argument : options.paths)
+        paths.push_back(FavoriteFromArgument(argument, favorites));
+    if (action == "add") {
+        for (const auto& path : paths) {
+            if (!Path::DirectoryExists(path)) {
+                ReportFavoritesProblem(problem, false, err);
+                err << "tessel: " << Display(path) << ": not a folder; no favorites were added\n";
+                return kExitNotFound;
+            }
+        }
+        ProviderHost::ModifyFavorites(paths, FavoriteOperation::Add);
+    } else {
+        for (const auto& path : paths) {
+            if (std::find(favorites.begin(), favorites.end(), path) == favorites.end()) {
+                err << "tessel: warning: " << Display(path) << " is not a favorite\n";
+            }
+        }
+        ProviderHost::ModifyFavorites(paths, FavoriteOperation::Remove);
+    }
+    ReportFavoritesProblem(problem, true, err);
+    // The host saves as it changes the list but cannot tell anyone that it failed;
+    // saving again (the same text) finds out.
+    if (problem && problem->setAsidePreference.empty()) {
+        err << "tessel: the favorites were changed for this run only, not saved\n";
+        return kExitNotFound;
+    }
+    if (const Status saved = Preferences::Save(); !saved.IsOk()) {
+        err << "tessel: cannot save the favorites: " << saved.Message() << "\n";
+        return kExitNotFound;
+    }
+    PrintFavorites(ProviderHost::GetFavorites(), problem, options.json, out, err);
     return kExitOk;
 }
 

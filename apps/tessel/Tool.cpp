@@ -197,11 +197,17 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     }
     for (const auto& category : traces)
         Trace::Enable(category);
-    if (!prefsFile.empty())
+    if (!prefsFile.empty()) {
+        // A folder or a device named by mistake must not be read, moved or replaced.
+        if (const Status usable = Preferences::CheckFile(prefsFile); !usable.IsOk()) {
+            err << "tessel: --prefs: " << usable.Message() << "\n";
+            return 2;
+        }
         Preferences::UseFile(prefsFile);
+    }
     if (!prefsFile.empty() || !ProviderHost::IsInitialized()) {
-        if (auto error = Preferences::Load())
-            err << "tessel: warning: " << *error << "\n";
+        if (const Status loaded = Preferences::Load(); !loaded.IsOk())
+            err << "tessel: warning: " << loaded.Message() << "\n";
     }
 
     if (app.get_subcommands().empty()) {

@@ -16,11 +16,9 @@
 int main(int argc, char** argv) {
     Tessel::MainThread::SetCurrent();
     Tessel::Tool::InstallInterruptHandler();
-    if (auto error = Tessel::Settings::LoadFromEnvironment()) {
-        std::cerr << "tessel: warning: " << *error << "\n";
-    }
-    if (auto error = Tessel::Localizer::LoadFromEnvironment()) {
-        std::cerr << "tessel: warning: " << *error << "\n";
+    for (const Tessel::Status& status :
+         {Tessel::Settings::LoadFromEnvironment(), Tessel::Localizer::LoadFromEnvironment()}) {
+        if (!status.IsOk()) std::cerr << "tessel: warning: " << status.Message() << "\n";
     }
     Tessel::Trace::EnableFromEnvironment();
     std::vector<std::string> args(argv + 1, argv + argc);

@@ -1,6 +1,9 @@
 // Registration, ranking, favorites and the host's life cycle.
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Preferences.h>
 #include <tessel/foundation/Settings.h>
@@ -132,7 +135,17 @@ TEST(ProviderHost, LifeCycle) {
     Settings::Reset(kSettingContentLowPriorityThreads);
 }
 
-// Saving, restarts and changes from many threads are the favorites provider's tests.
+// A provider that answers for the favorites list, as the favorites provider does.
+std::shared_ptr<TestProvider> FavoritesProvider() {
+    auto provider = std::make_shared<TestProvider>("Favorites");
+    provider->scoreFunction = [](const std::string& path, DirectoryContents&,
+                                 const AbortPredicate&) {
+        return path == kSDKFavoritesListPath ? 100 : 0;
+    };
+    return provider;
+}
+
+// Changes from any thread are announced on the main thread, saved, and back after a restart.
 TEST(ProviderHost, FavoritesNeedTheirProviderAndEveryChangeIsAnnounced) {
     Tessel::Test::TempDir dir;
     Preferences::UseFile(dir.str() + "/prefs.json");
@@ -143,17 +156,40 @@ TEST(ProviderHost, FavoritesNeedTheirProviderAndEveryChangeIsAnnounced) {
     ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Add);  // no provider yet: nothing
     EXPECT_EQ(announced, 0);
     EXPECT_TRUE(ProviderHost::GetFavorites().empty());
-    auto provider = std::make_shared<TestProvider>("Favorites");
-    provider->scoreFunction = [](const std::string& path, DirectoryContents&,
-                                 const AbortPredicate&) {
-        return path == kSDKFavoritesListPath ? 100 : 0;
-    };
-    Register(provider);
-    ProviderHost::ModifyFavorites({u"/b", u"/a"}, FavoriteOperation::Add);
+
+    Register(FavoritesProvider());
+    ProviderHost::ModifyFavorites({u"b", u"a"}, FavoriteOperation::Add);
     EXPECT_EQ(announced, 1);  // on the main thread: delivered at once
-    ProviderHost::ModifyFavorites({u"/a"}, static_cast<FavoriteOperation>(7));
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"a", u"b"}));
+    ProviderHost::ModifyFavorites({u"a"}, static_cast<FavoriteOperation>(7));
     EXPECT_EQ(announced, 2);  // an unknown operation changes nothing but still announces
-    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"/a", u"/b"}));
+    EXPECT_EQ(ProviderHost::GetFavorites().size(), 2u);
+    ProviderHost::ModifyFavorites({u"a"}, FavoriteOperation::Remove);
+    EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"b"}));
+
+    // Changed from other threads, the announcements arrive on the main thread.
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 10; ++i) {
+                ProviderHost::ModifyFavorites(
+                    {Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i))},
+                    FavoriteOperation::Add);
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return announced == 3 + 40; }));
+    EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
+
+    // The saved list comes back after a restart.
+    ProviderHost::Shutdown();
+    ASSERT_TRUE(Preferences::Load().IsOk());
+    ProviderHost::Initialize();
+    Register(FavoritesProvider());
+    EXPECT_TRUE(ProviderHost::LoadFavorites().IsOk());
+    EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
     Preferences::UseFile({});
 }
 

@@ -127,9 +127,9 @@ TEST(WinProviderDirectory, NeverListsHiddenOrDeviceEntriesButAnyLink) {
 
 TEST(WinProviderDirectory, TableScoresNamesAndIcons) {
     WinProviderDirectory provider;
-    ASSERT_EQ(Localizer::LoadTable(
-                  R"({"$$$/Pelimar/Provider/WinDirectory/Column/ReadOnly": "Schreibgeschützt"})"),
-              std::nullopt);
+    ASSERT_TRUE(Localizer::LoadTable(
+                    R"({"$$$/Pelimar/Provider/WinDirectory/Column/ReadOnly": "Schreibgeschützt"})")
+                    .IsOk());
     auto labels = provider.GetFieldLabelList();
     Localizer::ClearTable();
     EXPECT_EQ(labels[Utf8ToUtf16(W::kReadOnlyField)], u"Schreibgeschützt");
@@ -449,7 +449,7 @@ TEST(WinProviderDirectory, ColumnsOfEveryKindOfEntryButNeverHiddenOnesFifosOrSoc
     const std::string base = dir.str() + "/";
     for (const char* name : {"Cut.plproj", "Upper.PLPROJ"}) {
         dir.WriteFile(name);
-        ASSERT_EQ(WriteProjectLockFile(base + name, {"Jane Doe", "bay-3", {}}), std::nullopt);
+        ASSERT_TRUE(WriteProjectLockFile(base + name, {"Jane Doe", "bay-3", {}}).IsOk());
     }
 
     Tessel::Test::FifoReaderWatch watch(dir.path() / "fifo");

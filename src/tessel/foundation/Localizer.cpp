@@ -83,7 +83,7 @@ std::u16string LocalizeUtf16(std::string_view keyWithDefault) {
     return Utf8ToUtf16(Lookup(keyWithDefault));
 }
 
-std::optional<std::string> Localizer::LoadTable(std::string_view json) {
+Status Localizer::LoadTable(std::string_view json) {
     std::map<std::string, std::string, std::less<>> texts;
     try {
         // The parser and the destructor of nlohmann::json are iterative, so deep nesting in
@@ -91,46 +91,48 @@ std::optional<std::string> Localizer::LoadTable(std::string_view json) {
         const nlohmann::json parsed =
             nlohmann::json::parse(json.begin(), json.end(), nullptr, false);
         if (parsed.is_discarded())
-            return std::string("the translations are not valid JSON");
+            return {StatusCode::kMalformed, "the translations are not valid JSON"};
         if (!parsed.is_object())
-            return std::string("the translations are not a JSON object");
+            return {StatusCode::kMalformed, "the translations are not a JSON object"};
         for (const auto& [key, value] : parsed.items()) {
             if (!value.is_string())
-                return "the translation of " + key + " is not a string";
+                return {StatusCode::kMalformed, "the translation of " + key + " is not a string"};
             // Tables made by copying keys from the code may carry the default text too.
             const std::string_view bareKey = LocalizationKeyOf(key);
             texts.insert_or_assign(bareKey.empty() ? key : std::string(bareKey),
                                    value.get<std::string>());
         }
     } catch (const std::exception& error) {
-        return std::string("cannot read the translations: ") + error.what();
+        return {StatusCode::kMalformed,
+                std::string("cannot read the translations: ") + error.what()};
     }
     Table& table = GetTable();
     std::unique_lock lock(table.mutex);
     table.texts = std::move(texts);
-    return std::nullopt;
+    return Status::Ok();
 }
 
-std::optional<std::string> Localizer::LoadTableFromFile(const std::string& utf8Path) {
+Status Localizer::LoadTableFromFile(const std::string& utf8Path) {
     std::string bytes;
     std::string error;
     switch (Platform::ReadWholeFile(Path::ToNative(std::string_view(utf8Path)), bytes, error)) {
         case Platform::ReadFileStatus::Ok:
             break;
         case Platform::ReadFileStatus::Missing:
-            return "the translation file " + utf8Path + " does not exist";
+            return {StatusCode::kNotFound, "the translation file " + utf8Path + " does not exist"};
         case Platform::ReadFileStatus::Failed:
-            return "cannot read the translation file " + utf8Path + ": " + error;
+            return {StatusCode::kIOError,
+                    "cannot read the translation file " + utf8Path + ": " + error};
     }
-    if (auto problem = LoadTable(bytes))
-        return *problem + " (" + utf8Path + ")";
-    return std::nullopt;
+    if (Status status = LoadTable(bytes); !status.IsOk())
+        return {status.Code(), status.Message() + " (" + utf8Path + ")"};
+    return Status::Ok();
 }
 
-std::optional<std::string> Localizer::LoadFromEnvironment() {
+Status Localizer::LoadFromEnvironment() {
     const char* path = std::getenv("TESSEL_LOCALE_FILE");
     if (!path || !*path)
-        return std::nullopt;
+        return Status::Ok();
     return LoadTableFromFile(path);
 }
 

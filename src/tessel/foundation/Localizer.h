@@ -8,11 +8,11 @@
 #pragma once
 
 #include <initializer_list>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel {
 
@@ -26,10 +26,12 @@ TESSEL_API std::string_view LocalizationKeyOf(std::string_view keyWithDefault);
 
 class TESSEL_API Localizer {
 public:
-    // Replaces the translation table; returns an error message on malformed JSON.
-    static std::optional<std::string> LoadTable(std::string_view json);
-    static std::optional<std::string> LoadTableFromFile(const std::string& utf8Path);
-    static std::optional<std::string> LoadFromEnvironment();
+    // Replaces the translation table. On failure (malformed JSON, a file that cannot be
+    // read) the table in use stays.
+    static Status LoadTable(std::string_view json);
+    static Status LoadTableFromFile(const std::string& utf8Path);
+    // Loads the file named by TESSEL_LOCALE_FILE, if that variable is set (ok when it is not).
+    static Status LoadFromEnvironment();
     static void ClearTable();
 };
 

@@ -37,8 +37,8 @@ struct State {
     // unchanged, so saving never drops what another version stored.
     std::map<std::string, std::string, std::less<>> undecoded;
     std::string setAsidePath;
-    // The file could be neither read nor moved aside: saving would destroy it.
-    bool mustNotOverwrite = false;
+    // The file Load found could not be used: the next save moves it aside before writing.
+    bool setAsideBeforeSaving = false;
 };
 
 State& GetState() {
@@ -133,24 +133,38 @@ std::optional<Contents> Parse(const std::string& bytes, std::string& problem) {
     return contents;
 }
 
-// Moves PATH to a free "PATH.unreadable-YYYYMMDD-HHMMSS[-N]" name; answers that name, or
-// std::nullopt with ERROR set.
-std::optional<std::string> SetAside(const std::string& path, std::string& error) {
+// Moves PATH to a free "PATH.unreadable-YYYYMMDD-HHMMSS[-N]" name, stored in TARGET.
+Status SetAside(const std::string& path, std::string& target) {
     const std::string base = path + ".unreadable-" + LocalTimestamp();
+    std::string error;
     for (int attempt = 1; attempt <= kMaxSetAsideAttempts; ++attempt) {
-        const std::string target = attempt == 1 ? base : base + "-" + std::to_string(attempt);
+        target = attempt == 1 ? base : base + "-" + std::to_string(attempt);
         switch (Platform::RenameWithoutReplacing(Path::ToNative(std::string_view(path)),
                                                  Path::ToNative(std::string_view(target)), error)) {
             case Platform::RenameStatus::Done:
-                return target;
+                return Status::Ok();
             case Platform::RenameStatus::TargetExists:
                 continue;
             case Platform::RenameStatus::Failed:
-                return std::nullopt;
+                return {StatusCode::kIOError, error};
         }
     }
-    error = "no free name to move it to";
-    return std::nullopt;
+    return {StatusCode::kIOError, "no free name to move it to"};
+}
+
+// What is at PATH, links followed; a link to nothing counts as Other, since a file written
+// there would replace the link.
+Platform::PathKind KindOf(const Platform::NativeString& path) {
+    const Platform::PathKind kind = Platform::GetPathKind(path);
+    if (kind == Platform::PathKind::Missing && Platform::PathEntryExists(path))
+        return Platform::PathKind::Other;
+    return kind;
+}
+
+Status NotARegularFile(const std::string& path, Platform::PathKind kind) {
+    return {
+        StatusCode::kInvalidArgument,
+        path + (kind == Platform::PathKind::Directory ? " is a folder" : " is not a regular file")};
 }
 
 }  // namespace
@@ -167,107 +181,149 @@ void Preferences::UseFile(const std::string& utf8Path) {
     state.file = utf8Path.empty() ? std::nullopt : std::optional<std::string>(utf8Path);
     state.values.clear();
     state.undecoded.clear();
-    state.mustNotOverwrite = false;
+    state.setAsideBeforeSaving = false;
 }
 
-std::optional<std::string> Preferences::Load() {
+Status Preferences::CheckFile(const std::string& utf8Path) {
+    if (utf8Path.empty())
+        return {StatusCode::kInvalidArgument, "no preferences file is named"};
+    const Platform::PathKind kind = KindOf(Path::ToNative(std::string_view(utf8Path)));
+    if (kind == Platform::PathKind::File)
+        return Status::Ok();
+    if (kind != Platform::PathKind::Missing)
+        return NotARegularFile(utf8Path, kind);
+    // A bare name lives in the current folder, which exists.
+    const std::string parent = Path::GetParent(std::string_view(utf8Path));
+    if (!parent.empty() && Platform::GetPathKind(Path::ToNative(std::string_view(parent))) !=
+                               Platform::PathKind::Directory) {
+        return {StatusCode::kNotFound, "there is no folder " + parent};
+    }
+    return Status::Ok();
+}
+
+Status Preferences::Load() {
     State& state = GetState();
     std::lock_guard fileLock(state.fileMutex);
     const std::string path = GetFilePath();
 
-    std::optional<Contents> contents;
-    std::string problem;
-    if (path.empty()) {
-        contents.emplace();  // nowhere to read from: an empty store, as for a missing file
-    } else {
-        const Platform::NativeString native = Path::ToNative(std::string_view(path));
-        // Temporary files of a save that crashed are never read; clear away old ones.
-        Platform::RemoveStaleAtomicTemporaries(native, kStaleTemporaryAge);
+    Contents contents;
+    Status status;
+    bool setAsideBeforeSaving = false;
+    const Platform::NativeString native = Path::ToNative(std::string_view(path));
+    // Nowhere to read from, or nothing there: an empty store and no error.
+    const Platform::PathKind kind = path.empty() ? Platform::PathKind::Missing : KindOf(native);
+    if (kind == Platform::PathKind::Directory || kind == Platform::PathKind::Other) {
+        // Never opened (a FIFO would block) and never moved: it is not ours.
+        const Status refused = NotARegularFile(path, kind);
+        status = {refused.Code(), "the preferences file " + refused.Message() +
+                                      "; the preferences start empty and cannot be saved"};
+    } else if (kind == Platform::PathKind::File) {
         std::string bytes;
         std::string error;
+        std::string problem;
+        StatusCode code = StatusCode::kMalformed;
         switch (Platform::ReadWholeFile(native, bytes, error)) {
             case Platform::ReadFileStatus::Missing:
-                contents.emplace();
-                break;
+                break;  // removed since it was looked at
             case Platform::ReadFileStatus::Failed:
+                code = StatusCode::kIOError;
                 problem = "it cannot be read (" + error + ")";
                 break;
             case Platform::ReadFileStatus::Ok:
-                contents = Parse(bytes, problem);
+                if (std::optional<Contents> parsed = Parse(bytes, problem))
+                    contents = std::move(*parsed);
                 break;
         }
-    }
-
-    std::optional<std::string> message;
-    bool mustNotOverwrite = false;
-    if (!contents) {
-        contents.emplace();
-        std::string error;
-        if (std::optional<std::string> aside = SetAside(path, error)) {
-            std::lock_guard lock(state.mutex);
-            state.setAsidePath = *aside;
-            message = "the preferences file " + path + " was not used because " + problem +
-                      "; it was moved to " + *aside + " and the preferences start empty";
-        } else {
-            mustNotOverwrite = true;
-            message = "the preferences file " + path + " was not used because " + problem +
-                      ", and it could not be moved aside (" + error +
-                      "); it will not be overwritten and the preferences start empty";
+        if (!problem.empty()) {
+            setAsideBeforeSaving = true;
+            status = {code, "the preferences file " + path + " was not used because " + problem +
+                                "; the preferences start empty, and the file will be moved to " +
+                                path + ".unreadable-<date>-<time> before anything is saved"};
         }
     }
 
     std::lock_guard lock(state.mutex);
     // UseFile may have pointed the store elsewhere meanwhile; these values belong to the old file.
     if ((state.file ? *state.file : EnvironmentFilePath()) != path)
-        return message;
-    state.values = std::move(contents->values);
-    state.undecoded = std::move(contents->undecoded);
-    state.mustNotOverwrite = mustNotOverwrite;
-    return message;
+        return status;
+    state.values = std::move(contents.values);
+    state.undecoded = std::move(contents.undecoded);
+    state.setAsideBeforeSaving = setAsideBeforeSaving;
+    return status;
 }
 
-std::optional<std::string> Preferences::Save() {
+Status Preferences::Save() {
     State& state = GetState();
     std::lock_guard fileLock(state.fileMutex);
     std::string path;
+    bool setAsideFirst = false;
     Json document = Json::object();
     try {
         std::lock_guard lock(state.mutex);
         path = state.file ? *state.file : EnvironmentFilePath();
         if (path.empty()) {
-            return std::string("there is no place for the preferences file: set TESSEL_PREFS");
+            return {StatusCode::kNotFound,
+                    "there is no place for the preferences file: set TESSEL_PREFS"};
         }
-        if (state.mustNotOverwrite) {
-            return "the preferences file " + path +
-                   " could not be read nor moved aside, so it is not overwritten";
-        }
+        setAsideFirst = state.setAsideBeforeSaving;
         for (const auto& [key, text] : state.undecoded) {
             document[key] = Json::parse(text, nullptr, false);
         }
         for (const auto& [key, value] : state.values) {
             // JSON member names are UTF-8; writing the key any other way would change it.
             if (!IsValidUtf8(key)) {
-                return "the preference key " + ToDisplayUtf8(key) + " is not valid UTF-8";
+                return {StatusCode::kInvalidArgument,
+                        "the preference key " + ToDisplayUtf8(key) + " is not valid UTF-8"};
             }
             std::optional<std::string> text = value.ToJson();
-            if (!text)
-                return "the preference " + key + " has a type that cannot be saved";
+            if (!text) {
+                return {StatusCode::kUnsupported,
+                        "the preference " + key + " has a type that cannot be saved"};
+            }
             document[key] = Json::parse(*text, nullptr, false);
         }
     } catch (const std::exception& error) {
-        return std::string("cannot prepare the preferences: ") + error.what();
+        return {StatusCode::kInternal,
+                std::string("cannot prepare the preferences: ") + error.what()};
+    }
+
+    const Platform::NativeString native = Path::ToNative(std::string_view(path));
+    const Platform::PathKind kind = KindOf(native);
+    if (kind == Platform::PathKind::Directory || kind == Platform::PathKind::Other) {
+        const Status refused = NotARegularFile(path, kind);
+        return {refused.Code(),
+                "the preferences file " + refused.Message() + "; the preferences were not saved"};
+    }
+    // Temporary files of a save that crashed are never read; clear away old ones.
+    Platform::RemoveStaleAtomicTemporaries(native, kStaleTemporaryAge);
+    if (setAsideFirst && kind == Platform::PathKind::File) {
+        std::string target;
+        if (Status moved = SetAside(path, target); !moved.IsOk()) {
+            return {moved.Code(),
+                    "the preferences file " + path +
+                        " could not be read and cannot be moved aside (" + moved.Message() +
+                        "), so it is not overwritten: the preferences were not saved"};
+        }
+        std::lock_guard lock(state.mutex);
+        state.setAsidePath = target;
+    }
+    if (setAsideFirst) {
+        std::lock_guard lock(state.mutex);
+        if ((state.file ? *state.file : EnvironmentFilePath()) == path)
+            state.setAsideBeforeSaving = false;
     }
 
     const std::string parent = Path::GetParent(std::string_view(path));
     if (!parent.empty()) {
-        if (auto error = Platform::CreateDirectories(Path::ToNative(std::string_view(parent)))) {
-            return error;
+        if (Status made = Platform::CreateDirectories(Path::ToNative(std::string_view(parent)));
+            !made.IsOk()) {
+            return made;
         }
     }
     // Indented, because people open this file to recover their settings by hand.
     std::string text = Dump(document, 2);
     text.push_back('\n');
-    return Platform::WriteFileAtomically(Path::ToNative(std::string_view(path)), text);
+    return Platform::WriteFileAtomically(native, text);
 }
 
 any_regular_t Preferences::GetValue(std::string_view key) {

@@ -104,23 +104,25 @@ void Settings::Reset(std::string_view key) {
     Set(key, any_regular_t());
 }
 
-std::optional<std::string> Settings::LoadFile(const std::string& utf8Path) {
+Status Settings::LoadFile(const std::string& utf8Path) {
     std::string bytes;
     std::string error;
     switch (Platform::ReadWholeFile(Path::ToNative(std::string_view(utf8Path)), bytes, error)) {
         case Platform::ReadFileStatus::Ok:
             break;
         case Platform::ReadFileStatus::Missing:
-            return "settings file " + utf8Path + " does not exist";
+            return {StatusCode::kNotFound, "settings file " + utf8Path + " does not exist"};
         case Platform::ReadFileStatus::Failed:
-            return "cannot read settings file " + utf8Path + ": " + error;
+            return {StatusCode::kIOError, "cannot read settings file " + utf8Path + ": " + error};
     }
     std::optional<any_regular_t> parsed = any_regular_t::FromJson(bytes);
     if (!parsed)
-        return "settings file " + utf8Path + " is not valid JSON";
+        return {StatusCode::kMalformed, "settings file " + utf8Path + " is not valid JSON"};
     auto* values = parsed->get_if<any_regular_t::dictionary_t>();
-    if (!values)
-        return "settings file " + utf8Path + " does not hold a JSON object";
+    if (!values) {
+        return {StatusCode::kMalformed,
+                "settings file " + utf8Path + " does not hold a JSON object"};
+    }
 
     Store& store = GetStore();
     std::lock_guard lock(store.mutex);
@@ -131,13 +133,13 @@ std::optional<std::string> Settings::LoadFile(const std::string& utf8Path) {
     }
     if (changed)
         store.changeCount.fetch_add(1);
-    return std::nullopt;
+    return Status::Ok();
 }
 
-std::optional<std::string> Settings::LoadFromEnvironment() {
+Status Settings::LoadFromEnvironment() {
     const char* path = std::getenv("TESSEL_SETTINGS");
     if (!path || !*path)
-        return std::nullopt;
+        return Status::Ok();
     return LoadFile(path);
 }
 

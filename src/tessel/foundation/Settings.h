@@ -9,13 +9,13 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <tessel/foundation/AnyRegular.h>
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel {
 
@@ -41,11 +41,10 @@ public:
     // Removes a value set by Set or a file, so the default shows again.
     static void Reset(std::string_view key);
 
-    // Loads a JSON object of key -> value. Returns an error message on failure, in which
-    // case nothing was changed.
-    static std::optional<std::string> LoadFile(const std::string& utf8Path);
-    // Loads the file named by TESSEL_SETTINGS, if that variable is set.
-    static std::optional<std::string> LoadFromEnvironment();
+    // Loads a JSON object of key -> value. On failure nothing was changed.
+    static Status LoadFile(const std::string& utf8Path);
+    // Loads the file named by TESSEL_SETTINGS, if that variable is set (ok when it is not).
+    static Status LoadFromEnvironment();
 
     // The value under KEY (set, loaded or default), empty when there is none.
     static any_regular_t Get(std::string_view key);

@@ -31,6 +31,9 @@ struct FavoritesState {
     std::mutex mutex;
     std::atomic<bool> loaded{false};
     std::optional<ProviderHost::FavoritesLoadProblem> problem;
+    // The stored value could not be read: the next save copies it to
+    // problem->setAsidePreference before replacing it.
+    bool setAsidePending = false;
     // The stored value could be neither read nor copied aside: saving would destroy it.
     bool mustNotSave = false;
 };
@@ -63,18 +66,106 @@ std::shared_ptr<Executor> MakeExecutor(const char* key) {
 constexpr const char* kFavoritesNotWellFormed = "JSON not well-formed";
 // How many "-N" variants of a set-aside preference name are tried.
 constexpr int kMaxSetAsideAttempts = 1000;
+// Starts a stored favorite that is written escaped; no path holds U+0000.
+constexpr char kEscapedFavoriteMarker = '\0';
 
-// A preference name beside the favorites that nothing holds yet.
-std::optional<std::string> FreeSetAsideKey() {
+bool IsHighSurrogate(char16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool IsLowSurrogate(char16_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+// The favorite as the stored list holds it (see ProviderHost::LoadFavorites): its UTF-8 text,
+// or, when it has lone surrogates that UTF-8 text cannot carry, the escaped form.
+std::string EncodeFavorite(std::u16string_view path) {
+    std::string escaped(1, kEscapedFavoriteMarker);
+    bool needsEscapes = false;
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const char16_t unit = path[i];
+        if (IsHighSurrogate(unit) && i + 1 < path.size() && IsLowSurrogate(path[i + 1])) {
+            escaped += Utf16ToUtf8(path.substr(i, 2));
+            ++i;
+        } else if (IsHighSurrogate(unit) || IsLowSurrogate(unit)) {
+            static constexpr char kHex[] = "0123456789ABCDEF";
+            escaped += "%u";
+            for (int shift = 12; shift >= 0; shift -= 4)
+                escaped.push_back(kHex[(unit >> shift) & 0xF]);
+            needsEscapes = true;
+        } else if (unit == u'%') {
+            escaped += "%25";
+        } else {
+            escaped += Utf16ToUtf8(path.substr(i, 1));
+        }
+    }
+    return needsEscapes ? escaped : Utf16ToUtf8(path);
+}
+
+int HexValue(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    return -1;
+}
+
+// The path a stored favorite names; std::nullopt when it is escaped but not as
+// EncodeFavorite writes.
+std::optional<std::u16string> DecodeFavorite(std::string_view stored) {
+    if (stored.empty() || stored.front() != kEscapedFavoriteMarker)
+        return Utf8ToUtf16(stored);
+    const std::string_view text = stored.substr(1);
+    if (!IsValidUtf8(text))
+        return std::nullopt;
+    std::u16string path;
+    std::size_t literal = 0;  // start of the text not yet copied
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%')
+            continue;
+        path += Utf8ToUtf16(text.substr(literal, i - literal));
+        if (text.substr(i + 1, 2) == "25") {
+            path.push_back(u'%');
+            i += 2;
+        } else if (i + 5 < text.size() && text[i + 1] == 'u') {
+            int unit = 0;
+            for (std::size_t k = i + 2; k < i + 6; ++k) {
+                const int digit = HexValue(text[k]);
+                if (digit < 0)
+                    return std::nullopt;
+                unit = unit * 16 + digit;
+            }
+            // Only what needs an escape is written as one.
+            if (!IsHighSurrogate(char16_t(unit)) && !IsLowSurrogate(char16_t(unit)))
+                return std::nullopt;
+            path.push_back(char16_t(unit));
+            i += 5;
+        } else {
+            return std::nullopt;
+        }
+        literal = i + 1;
+    }
+    path += Utf8ToUtf16(text.substr(literal));
+    return path;
+}
+
+bool IsPreferenceFree(const std::vector<std::string>& keys, const std::string& key) {
+    return std::find(keys.begin(), keys.end(), key) == keys.end();
+}
+
+// Stores in KEY a preference name beside the favorites that nothing holds yet.
+Status FindFreeSetAsideKey(std::string& key) {
     const std::vector<std::string> keys = Preferences::Keys();
     const std::string base =
         std::string(kFavoritesPreference) + ".unreadable-" + Preferences::SetAsideTimestamp();
     for (int attempt = 1; attempt <= kMaxSetAsideAttempts; ++attempt) {
-        std::string key = attempt == 1 ? base : base + "-" + std::to_string(attempt);
-        if (std::find(keys.begin(), keys.end(), key) == keys.end())
-            return key;
+        key = attempt == 1 ? base : base + "-" + std::to_string(attempt);
+        if (IsPreferenceFree(keys, key))
+            return Status::Ok();
     }
-    return std::nullopt;
+    key.clear();
+    return {StatusCode::kIOError, "no free preference name to keep the favorites in"};
 }
 
 // The stored list, or std::nullopt when TEXT is not of the favorites' shape. A list with
@@ -94,15 +185,29 @@ std::optional<std::list<std::u16string>> ParseFavorites(const std::string& text)
     for (const auto& entry : *member) {
         if (!entry.is_string())
             return std::nullopt;
-        paths.push_back(Utf8ToUtf16(entry.get<std::string>()));
+        std::optional<std::u16string> path = DecodeFavorite(entry.get_ref<const std::string&>());
+        if (!path)
+            return std::nullopt;
+        // Entries that can name nothing (an empty path) are dropped.
+        if (std::u16string normal = NormalizeFavoritePath(*path); !normal.empty())
+            paths.push_back(std::move(normal));
     }
     return paths;
 }
 
-// With the favorites mutex held.
-std::optional<std::string> LoadFavoritesLocked(FavoritesState& favorites,
-                                               ProviderWrapper* wrapper) {
+std::list<std::u16string> NormalizeFavorites(const std::list<std::u16string>& paths) {
+    std::list<std::u16string> normal;
+    for (const auto& path : paths) {
+        if (std::u16string one = NormalizeFavoritePath(path); !one.empty())
+            normal.push_back(std::move(one));
+    }
+    return normal;
+}
+
+// With the favorites mutex held. Changes nothing in the preferences (see LoadFavorites).
+Status LoadFavoritesLocked(FavoritesState& favorites, ProviderWrapper* wrapper) {
     favorites.problem.reset();
+    favorites.setAsidePending = false;
     favorites.mustNotSave = false;
     const any_regular_t stored = Preferences::GetValue(kFavoritesPreference);
     std::optional<std::list<std::u16string>> paths;
@@ -110,39 +215,29 @@ std::optional<std::string> LoadFavoritesLocked(FavoritesState& favorites,
         paths = ParseFavorites(Utf16ToUtf8(*wide));
     } else if (const auto* narrow = stored.get_if<std::string>()) {
         paths = ParseFavorites(*narrow);
-    } else if (stored.empty()) {
-        // Absent, unless the key is there with a value of a type this build does not know.
-        const std::vector<std::string> keys = Preferences::Keys();
-        if (std::find(keys.begin(), keys.end(), kFavoritesPreference) == keys.end()) {
-            paths.emplace();
-        }
+    } else if (stored.empty() && IsPreferenceFree(Preferences::Keys(), kFavoritesPreference)) {
+        // Absent (rather than there with a value of a type this build does not know).
+        paths.emplace();
     }
     favorites.loaded = true;
     if (paths) {
         wrapper->AddProviderManagedPaths(*paths);
-        return std::nullopt;
+        return Status::Ok();
     }
 
     ProviderHost::FavoritesLoadProblem problem{kFavoritesNotWellFormed, {}};
-    const std::optional<std::string> setAsideKey =
-        stored.empty() ? std::nullopt : FreeSetAsideKey();
-    if (setAsideKey) {
-        Preferences::SetValue(*setAsideKey, stored);
-        Preferences::RemoveValue(kFavoritesPreference);
-        if (auto error = Preferences::Save()) {
-            Trace::Write("Favorites", "cannot save the unreadable favorites aside: " + *error);
-        }
-        problem.setAsidePreference = *setAsideKey;
+    if (!stored.empty() && FindFreeSetAsideKey(problem.setAsidePreference).IsOk()) {
+        favorites.setAsidePending = true;
         Trace::Write("Favorites", std::string(kFavoritesNotWellFormed) +
-                                      "; the stored value was moved to the preference " +
-                                      *setAsideKey);
+                                      "; the stored value goes to the preference " +
+                                      problem.setAsidePreference + " when the list is saved");
     } else {
         favorites.mustNotSave = true;
         Trace::Write("Favorites", std::string(kFavoritesNotWellFormed) +
                                       "; the stored value stays and the favorites are not saved");
     }
     favorites.problem = std::move(problem);
-    return std::string(kFavoritesNotWellFormed);
+    return {StatusCode::kMalformed, kFavoritesNotWellFormed};
 }
 
 // Loads the stored list once since Initialize, when a favorites provider is registered.
@@ -151,19 +246,62 @@ void EnsureFavoritesLoaded(FavoritesState& favorites, ProviderWrapper* wrapper) 
         return;
     std::lock_guard lock(favorites.mutex);
     if (!favorites.loaded)
-        LoadFavoritesLocked(favorites, wrapper);
+        LoadFavoritesLocked(favorites, wrapper).Ignore();  // kept in favorites.problem
+}
+
+// With the favorites mutex held: copies a stored value that could not be read to its
+// set-aside preference, so that the save about to replace it keeps it.
+void KeepUnreadableFavoritesAside(FavoritesState& favorites) {
+    if (!favorites.setAsidePending || !favorites.problem)
+        return;
+    std::string& key = favorites.problem->setAsidePreference;
+    if (!IsPreferenceFree(Preferences::Keys(), key) && !FindFreeSetAsideKey(key).IsOk()) {
+        favorites.mustNotSave = true;
+        return;
+    }
+    Preferences::SetValue(key, Preferences::GetValue(kFavoritesPreference));
+    favorites.setAsidePending = false;
 }
 
 void SaveFavorites(const std::list<std::u16string>& favorites) {
     nlohmann::json paths = nlohmann::json::array();
     for (const auto& path : favorites)
-        paths.push_back(Utf16ToUtf8(path));
+        paths.push_back(EncodeFavorite(path));
     nlohmann::json wrapped = {{kFavoritesWrapperKey, paths}};
-    Preferences::SetValue(
-        kFavoritesPreference,
-        Utf8ToUtf16(wrapped.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)));
-    if (auto error = Preferences::Save())
-        Trace::Write("Favorites", "cannot save: " + *error);
+    // Every string is valid UTF-8 by now, so nothing is replaced.
+    Preferences::SetValue(kFavoritesPreference, Utf8ToUtf16(wrapped.dump()));
+    if (Status saved = Preferences::Save(); !saved.IsOk())
+        Trace::Write("Favorites", "cannot save: " + saved.Message());
+}
+
+// "." and ".." resolved in the components after a root of ROOTLENGTH units.
+std::u16string ResolveComponents(std::u16string_view path, std::size_t rootLength,
+                                 char16_t separator) {
+    std::vector<std::u16string_view> kept;
+    std::size_t start = rootLength;
+    while (start <= path.size()) {
+        std::size_t end = path.find(separator, start);
+        if (end == std::u16string_view::npos)
+            end = path.size();
+        const std::u16string_view component = path.substr(start, end - start);
+        if (component == u"..") {
+            if (!kept.empty() && kept.back() != u"..") {
+                kept.pop_back();
+            } else if (rootLength == 0) {
+                kept.push_back(component);  // a relative path may climb; a root never does
+            }
+        } else if (!component.empty() && component != u".") {
+            kept.push_back(component);
+        }
+        start = end + 1;
+    }
+    std::u16string out(path.substr(0, rootLength));
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        if (i != 0)
+            out.push_back(separator);
+        out.append(kept[i]);
+    }
+    return out.empty() ? u"." : out;
 }
 
 }  // namespace
@@ -189,6 +327,7 @@ void ProviderHost::Initialize() {
         std::lock_guard lock(state.favorites.mutex);
         state.favorites.loaded = false;
         state.favorites.problem.reset();
+        state.favorites.setAsidePending = false;
         state.favorites.mustNotSave = false;
     }
     MainThread::Post([] {
@@ -364,21 +503,23 @@ void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
     ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath);
     if (!wrapper)
         return;
+    const std::list<std::u16string> normal = NormalizeFavorites(paths);
     FavoritesState& state = State().favorites;
     {
         std::lock_guard lock(state.mutex);
         if (!state.loaded)
-            LoadFavoritesLocked(state, wrapper);
+            LoadFavoritesLocked(state, wrapper).Ignore();  // kept in state.problem
         if (operation == FavoriteOperation::Add) {
-            wrapper->AddProviderManagedPaths(paths);
+            wrapper->AddProviderManagedPaths(normal);
         } else if (operation == FavoriteOperation::Remove) {
-            wrapper->RemoveProviderManagedPaths(paths);
+            wrapper->RemoveProviderManagedPaths(normal);
         }
     }
     // Not under the lock: on the main thread the listeners run now and may read the list.
     SendToHostStation<FavoritesChangedMessage>();
     // The list is read and stored under the lock, so the last save holds the latest list.
     std::lock_guard lock(state.mutex);
+    KeepUnreadableFavoritesAside(state);
     if (state.mustNotSave) {
         Trace::Write("Favorites", "not saved: the stored favorites could not be kept aside");
         return;
@@ -388,10 +529,10 @@ void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
     SaveFavorites(favorites);
 }
 
-std::optional<std::string> ProviderHost::LoadFavorites() {
+Status ProviderHost::LoadFavorites() {
     ProviderWrapper* wrapper = FirstProviderFor(kFavoritesListPath);
     if (!wrapper)
-        return std::nullopt;
+        return Status::Ok();
     FavoritesState& state = State().favorites;
     std::lock_guard lock(state.mutex);
     return LoadFavoritesLocked(state, wrapper);
@@ -441,6 +582,37 @@ ClassRef<HasPossibleDirectoryContentRequest> ProviderHost::RequestHasPossibleDir
     request->SetRequestParams(std::move(data));
     request->Start();
     return request;
+}
+
+std::u16string NormalizeFavoritePath(Path::PathStyle style, std::u16string_view path) {
+    if (path.empty() || path.find(u'\0') != std::u16string_view::npos)
+        return {};
+    if (path.find(u"://") != std::u16string_view::npos)
+        return std::u16string(path);
+    if (style == Path::PathStyle::Posix)
+        return ResolveComponents(path, Path::RootLength(style, path), u'/');
+
+    std::u16string text(path);
+    std::replace(text.begin(), text.end(), u'/', u'\\');
+    text = Path::ToLongPath(style, text);
+    std::size_t rootLength = Path::RootLength(style, std::u16string_view(text));
+    if (rootLength == 0 && text.size() >= 2 && text[0] == u'\\' && text[1] == u'\\') {
+        // A share or long path without its root's separator ("\\server\share", "\\?\C:").
+        return Path::StripTrailingSeparator(style, std::u16string_view(text));
+    }
+    if (rootLength == 0 && !text.empty() && text[0] == u'\\')
+        rootLength = 1;  // "\x" starts at the current drive's root
+    // Drive letters name the same drive in either case.
+    const std::size_t drive = text.starts_with(u"\\\\?\\") ? 4 : 0;
+    if (text.size() > drive + 1 && text[drive + 1] == u':' && text[drive] >= u'a' &&
+        text[drive] <= u'z') {
+        text[drive] = char16_t(text[drive] - u'a' + u'A');
+    }
+    return ResolveComponents(text, rootLength, u'\\');
+}
+
+std::u16string NormalizeFavoritePath(std::u16string_view path) {
+    return NormalizeFavoritePath(Path::kNativePathStyle, path);
 }
 
 void RequestForceUpdate() {

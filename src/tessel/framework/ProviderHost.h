@@ -18,9 +18,11 @@
 #include <tessel/foundation/Directory.h>
 #include <tessel/foundation/Executor.h>
 #include <tessel/foundation/ImmutableString.h>
+#include <tessel/foundation/PathStyle.h>
 #include <tessel/framework/ProviderRequests.h>
 #include <tessel/framework/ProviderWrapper.h>
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel {
 
@@ -51,12 +53,9 @@ public:
                                                          const any_regular_t& state);
     // Provider selection: GetProviderList with a running request (whose abort stops the
     // pass with an empty list) and an optional stop at the first match.
-    static std::vector<ProviderWrapper*> SelectProviders(const std::u16string& path,
-                                                         const any_regular_t& state,
-                                                         ProviderRequest* request,
-                                                         const AbortPredicate& abort,
-                                                         bool firstMatchOnly,
-                                                         std::vector<int>* scores = nullptr);
+    static std::vector<ProviderWrapper*> SelectProviders(
+        const std::u16string& path, const any_regular_t& state, ProviderRequest* request,
+        const AbortPredicate& abort, bool firstMatchOnly, std::vector<int>* scores = nullptr);
     // True when any provider answers a non-zero score (negative ones included).
     static bool HasProvider(const std::u16string& path, const any_regular_t& state,
                             bool excludeProjectBased);
@@ -70,24 +69,38 @@ public:
 
     // The favorites may be read and changed from any thread. Both load the stored list
     // first when that has not happened since Initialize, so that an early change cannot
-    // replace the stored list with a shorter one.
+    // replace the stored list with a shorter one. ModifyFavorites normalises the paths
+    // (NormalizeFavoritePath) before it adds or removes them, so that two spellings of one
+    // folder are one favorite; paths that cannot be favorites are ignored.
     static std::list<std::u16string> GetFavorites();
     static void ModifyFavorites(const std::list<std::u16string>& paths,
                                 FavoriteOperation operation);
     // Reads the favorites preference (kFavoritesPreference) into the favorites provider.
-    // The stored text is compact JSON, {"SerializerWrappedObject": ["path", ...]}, paths in
-    // UTF-8 in list order; an absent or empty value is an empty list. A value of any other
-    // shape adds nothing and answers "JSON not well-formed"; it is then moved to the
-    // preference kFavoritesPreference + ".unreadable-YYYYMMDD-HHMMSS" and the preferences
-    // are saved at once, before anything else can write, so that no later save of the list
-    // overwrites what the user had. A value that cannot even be copied (a type this build
-    // does not know) stays where it is, and the favorites are not saved until the next
+    // The stored text is compact JSON, {"SerializerWrappedObject": ["path", ...]}, in list
+    // order; an absent or empty value is an empty list. A path is stored as its UTF-8 text
+    // when it is valid Unicode. A path that is not (a POSIX name with bytes that are not
+    // UTF-8, carried as lone surrogates U+DC80..U+DCFF; any lone surrogate of a Windows
+    // name) cannot be written as JSON text, so it is stored escaped instead: U+0000 (which
+    // no path holds) followed by the path in UTF-8 with each lone surrogate written as "%u"
+    // and four upper-case hex digits and each '%' as "%25". "/media/caf" followed by the
+    // byte 0xE9 is stored as U+0000 followed by "/media/caf%uDCE9". Loaded paths are normalised as
+    // ModifyFavorites does.
+    //
+    // A value of any other shape adds nothing and answers kMalformed "JSON not well-formed".
+    // Nothing is written then: the value stays in the preferences until the favorites are
+    // next saved, and that save first copies it to a free preference
+    // kFavoritesPreference + ".unreadable-YYYYMMDD-HHMMSS" (named when loading), so that what
+    // the user had is never lost. A value that cannot even be copied (a type this build does
+    // not know) stays where it is, and the favorites are not saved until the next
     // Initialize. The host loads once after Initialize, as a task on the main thread.
-    static std::optional<std::string> LoadFavorites();
+    static Status LoadFavorites();
 
     struct FavoritesLoadProblem {
-        std::string message;             // "JSON not well-formed"
-        std::string setAsidePreference;  // where the stored value went; empty when it stayed
+        std::string message;  // "JSON not well-formed"
+        // The preference the stored value is copied to when the favorites are saved (and
+        // was, once they have been); empty when it cannot be copied and the favorites are
+        // not saved.
+        std::string setAsidePreference;
     };
     // The problem of the last load since Initialize; none when the stored list was used.
     static std::optional<FavoritesLoadProblem> GetFavoritesLoadProblem();
@@ -107,6 +120,16 @@ public:
 private:
     static ProviderWrapper* FirstProviderFor(const std::u16string& path);
 };
+
+// The form in which favorites are kept and compared: "." and ".." components resolved (never
+// above a root), repeated and trailing separators dropped (a root keeps its own); on Windows
+// '/' turned into '\', drive and share paths in the long-path form ("\\?\C:\...",
+// "\\?\UNC\server\share\...") and the drive letter upper-cased. Paths with a scheme
+// ("CLSource://...") stay as they are. Empty for what cannot be a favorite: an empty path,
+// or one holding U+0000. Purely textual: nothing is looked up on disk.
+TESSEL_API std::u16string NormalizeFavoritePath(Path::PathStyle style, std::u16string_view path);
+// By the rules of the platform this runs on.
+TESSEL_API std::u16string NormalizeFavoritePath(std::u16string_view path);
 
 // Asks every view to refresh: sends RequestForceUpdateMessage to the host station.
 TESSEL_API void RequestForceUpdate();

@@ -27,7 +27,8 @@ void FlushNothing(png_structp) {}
 // setjmp and the end of this function: the rows are prepared by the caller.
 bool EncodeRows(const PngPicture& picture, png_bytepp rows, std::vector<std::uint8_t>& out) {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    if (!png) return false;
+    if (!png)
+        return false;
     png_infop info = png_create_info_struct(png);
     if (!info) {
         png_destroy_write_struct(&png, nullptr);
@@ -52,21 +53,24 @@ bool EncodeRows(const PngPicture& picture, png_bytepp rows, std::vector<std::uin
 
 std::vector<std::uint8_t> Encode(const PngPicture& picture) {
     std::vector<std::uint8_t> out;
-    if (!picture.pixels || picture.width == 0 || picture.height == 0) return out;
+    if (!picture.pixels || picture.width == 0 || picture.height == 0)
+        return out;
     std::vector<png_bytep> rows(picture.height);
     for (std::uint32_t y = 0; y < picture.height; ++y) {
         // The top row of the picture is the last one stored.
-        rows[y] = const_cast<png_bytep>(picture.pixels +
-                                        (picture.height - 1 - y) * picture.rowBytes);
+        rows[y] =
+            const_cast<png_bytep>(picture.pixels + (picture.height - 1 - y) * picture.rowBytes);
     }
-    if (!EncodeRows(picture, rows.data(), out)) out.clear();
+    if (!EncodeRows(picture, rows.data(), out))
+        out.clear();
     return out;
 }
 
 }  // namespace
 
 std::vector<std::uint8_t> EncodePng(PelPixHandle handle) {
-    if (!handle || !*handle) return {};
+    if (!handle || !*handle)
+        return {};
     PelPixLock lock(handle);
     return Encode({pelpixGetWidth(handle), pelpixGetHeight(handle), pelpixGetRowbytes(handle),
                    pelpixGetPixels(handle)});
@@ -76,9 +80,10 @@ std::vector<std::uint8_t> EncodePng(const MF::IVideoFrame& frame) {
     return Encode({frame.GetWidth(), frame.GetHeight(), frame.GetRowBytes(), frame.GetPixels()});
 }
 
-std::optional<std::string> WritePngFile(const MF::IVideoFrame& frame, const std::string& path) {
+Status WritePngFile(const MF::IVideoFrame& frame, const std::string& path) {
     const std::vector<std::uint8_t> bytes = EncodePng(frame);
-    if (bytes.empty()) return std::string("the picture has no pixels to write");
+    if (bytes.empty())
+        return {StatusCode::kInvalidArgument, "the picture has no pixels to write"};
     return Platform::WriteFileAtomically(
         Path::ToNative(std::string_view(path)),
         std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),

@@ -3,13 +3,13 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <tessel/media/PelPix.h>
 #include <tessel/media/VideoFrame.h>
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel {
 
@@ -17,9 +17,8 @@ namespace Tessel {
 TESSEL_API std::vector<std::uint8_t> EncodePng(PelPixHandle handle);
 TESSEL_API std::vector<std::uint8_t> EncodePng(const MF::IVideoFrame& frame);
 
-// Writes FRAME to PATH (UTF-8) as PNG, replacing the file atomically. Returns an error
-// message on failure, in which case PATH is untouched.
-TESSEL_API std::optional<std::string> WritePngFile(const MF::IVideoFrame& frame,
-                                                   const std::string& path);
+// Writes FRAME to PATH (UTF-8) as PNG, replacing the file atomically. On failure PATH is
+// untouched.
+TESSEL_API Status WritePngFile(const MF::IVideoFrame& frame, const std::string& path);
 
 }  // namespace Tessel

@@ -4,12 +4,12 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include <tessel/platform/Export.h>
 #include <tessel/platform/FileSystem.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel::Platform {
 
@@ -28,15 +28,14 @@ TESSEL_API ReadFileStatus ReadWholeFile(const NativeString& path, std::string& o
 // new one, complete: CONTENT goes to a uniquely named temporary file in the same folder
 // (PATH + ".tmp-" + something unique), is flushed to the disk, and is renamed over PATH;
 // on POSIX the folder is flushed too, so the rename itself survives a power cut. The folder
-// must exist. Returns an error message on failure, in which case PATH is untouched.
+// must exist. On failure PATH is untouched.
 // How much a replacement must survive. Durable files (preferences) are flushed to the disk,
 // with their folder, before and after the rename; replaceable output (a thumbnail written
 // for a person) is only renamed into place whole, which is much quicker.
 enum class Durability { Durable, Replaceable };
 
-TESSEL_API std::optional<std::string> WriteFileAtomically(
-    const NativeString& path, std::string_view content,
-    Durability durability = Durability::Durable);
+TESSEL_API Status WriteFileAtomically(const NativeString& path, std::string_view content,
+                                      Durability durability = Durability::Durable);
 
 // The prefix of the temporary files WriteFileAtomically makes for PATH (leaf name only).
 TESSEL_API NativeString AtomicTemporaryPrefix(const NativeString& path);
@@ -53,7 +52,7 @@ enum class RenameStatus { Done, TargetExists, Failed };
 TESSEL_API RenameStatus RenameWithoutReplacing(const NativeString& from, const NativeString& to,
                                                std::string& error);
 
-// Creates DIRECTORY and its missing parents. Returns an error message on failure.
-TESSEL_API std::optional<std::string> CreateDirectories(const NativeString& directory);
+// Creates DIRECTORY and its missing parents.
+TESSEL_API Status CreateDirectories(const NativeString& directory);
 
 }  // namespace Tessel::Platform

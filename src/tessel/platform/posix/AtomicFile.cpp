@@ -166,13 +166,13 @@ NativeString AtomicTemporaryPrefix(const NativeString& path) {
     return leaf + ".tmp-";
 }
 
-std::optional<std::string> WriteFileAtomically(const NativeString& path, std::string_view content,
-                                               Durability durability) {
+Status WriteFileAtomically(const NativeString& path, std::string_view content,
+                           Durability durability) {
     const bool durable = durability == Durability::Durable;
     std::string folder, leaf;
     SplitPath(path, folder, leaf);
     if (leaf.empty())
-        return "no file name in " + path;
+        return {StatusCode::kInvalidArgument, "no file name in " + path};
 
     std::string temporary;
     int fd = -1;
@@ -180,18 +180,18 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
         temporary = path + ".tmp-" + UniqueSuffix();
         fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno != EEXIST && errno != EINTR) {
-            return "cannot create " + temporary + ": " + ErrorText(errno);
+            return Status::FromErrno(errno, "cannot create " + temporary);
         }
     }
     if (fd < 0)
-        return "cannot create a temporary file beside " + path;
+        return {StatusCode::kIOError, "cannot create a temporary file beside " + path};
     FileDescriptor file(fd);
 
-    auto fail = [&](const std::string& what, int error) -> std::optional<std::string> {
+    auto fail = [&](const std::string& what, int error) {
         if (file.get() >= 0)
             file.Close();
         ::unlink(temporary.c_str());
-        return what + " " + temporary + ": " + ErrorText(error);
+        return Status::FromErrno(error, what + " " + temporary);
     };
 
     // The new file keeps the old one's permissions, so a user who made it private keeps it so.
@@ -212,13 +212,13 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
     // Make the rename itself durable. Some file systems refuse fsync on folders; the file is
     // in place by now either way, so that is not an error.
     if (!durable)
-        return std::nullopt;
+        return Status::Ok();
     int folderFd = ::open(folder.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY);
     if (folderFd >= 0) {
         FileDescriptor folderFile(folderFd);
         SyncToDisk(folderFd);
     }
-    return std::nullopt;
+    return Status::Ok();
 }
 
 void RemoveStaleAtomicTemporaries(const NativeString& path, std::chrono::seconds minimumAge) {
@@ -269,25 +269,25 @@ RenameStatus RenameWithoutReplacing(const NativeString& from, const NativeString
     return RenameStatus::Done;
 }
 
-std::optional<std::string> CreateDirectories(const NativeString& directory) {
+Status CreateDirectories(const NativeString& directory) {
     if (directory.empty())
-        return std::nullopt;
+        return Status::Ok();
     struct stat info;
     if (::stat(directory.c_str(), &info) == 0) {
         if (S_ISDIR(info.st_mode))
-            return std::nullopt;
-        return directory + " exists and is not a folder";
+            return Status::Ok();
+        return {StatusCode::kInvalidArgument, directory + " exists and is not a folder"};
     }
     std::string parent, leaf;
     SplitPath(directory, parent, leaf);
     if (parent != directory && parent != ".") {
-        if (auto error = CreateDirectories(parent))
-            return error;
+        if (Status status = CreateDirectories(parent); !status.IsOk())
+            return status;
     }
     if (::mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST) {
-        return "cannot create folder " + directory + ": " + ErrorText(errno);
+        return Status::FromErrno(errno, "cannot create folder " + directory);
     }
-    return std::nullopt;
+    return Status::Ok();
 }
 
 }  // namespace Tessel::Platform

@@ -41,6 +41,28 @@ std::string ErrorText(DWORD error) {
     return out.empty() ? "Windows error " + std::to_string(error) : out;
 }
 
+// A Win32 error code as a Status: "WHAT: system text".
+Status FromWin32(DWORD code, const std::string& what) {
+    StatusCode status = StatusCode::kIOError;
+    switch (code) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            status = StatusCode::kNotFound;
+            break;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_SHARING_VIOLATION:
+            status = StatusCode::kPermissionDenied;
+            break;
+        case ERROR_INVALID_NAME:
+        case ERROR_FILENAME_EXCED_RANGE:
+            status = StatusCode::kInvalidArgument;
+            break;
+        default:
+            break;
+    }
+    return {status, what + ": " + ErrorText(code)};
+}
+
 void SplitPath(const std::wstring& path, std::wstring& folder, std::wstring& leaf) {
     const std::size_t separator = path.find_last_of(L"\\/");
     if (separator == std::wstring::npos) {
@@ -131,8 +153,8 @@ NativeString AtomicTemporaryPrefix(const NativeString& path) {
     return leaf + L".tmp-";
 }
 
-std::optional<std::string> WriteFileAtomically(const NativeString& path, std::string_view content,
-                                               Durability durability) {
+Status WriteFileAtomically(const NativeString& path, std::string_view content,
+                           Durability durability) {
     const bool durable = durability == Durability::Durable;
     std::wstring temporary;
     HANDLE created = INVALID_HANDLE_VALUE;
@@ -143,19 +165,19 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
         if (created == INVALID_HANDLE_VALUE) {
             const DWORD code = GetLastError();
             if (code != ERROR_FILE_EXISTS) {
-                return "cannot create " + Narrow(temporary) + ": " + ErrorText(code);
+                return FromWin32(code, "cannot create " + Narrow(temporary));
             }
         }
     }
     if (created == INVALID_HANDLE_VALUE)
-        return "cannot create a temporary file beside " + Narrow(path);
+        return {StatusCode::kIOError, "cannot create a temporary file beside " + Narrow(path)};
     Handle file(created);
 
-    auto fail = [&](const char* what, DWORD code) -> std::optional<std::string> {
+    auto fail = [&](const char* what, DWORD code) {
         if (file.get() != INVALID_HANDLE_VALUE)
             file.Close();
         DeleteFileW(temporary.c_str());
-        return std::string(what) + " " + Narrow(temporary) + ": " + ErrorText(code);
+        return FromWin32(code, std::string(what) + " " + Narrow(temporary));
     };
 
     const char* data = content.data();
@@ -177,7 +199,7 @@ std::optional<std::string> WriteFileAtomically(const NativeString& path, std::st
                      MOVEFILE_REPLACE_EXISTING | (durable ? MOVEFILE_WRITE_THROUGH : DWORD{0}))) {
         return fail("cannot rename", GetLastError());
     }
-    return std::nullopt;
+    return Status::Ok();
 }
 
 void RemoveStaleAtomicTemporaries(const NativeString& path, std::chrono::seconds minimumAge) {
@@ -220,27 +242,29 @@ RenameStatus RenameWithoutReplacing(const NativeString& from, const NativeString
     return RenameStatus::Failed;
 }
 
-std::optional<std::string> CreateDirectories(const NativeString& directory) {
+Status CreateDirectories(const NativeString& directory) {
     if (directory.empty())
-        return std::nullopt;
+        return Status::Ok();
     const DWORD attributes = GetFileAttributesW(directory.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES) {
         if (attributes & FILE_ATTRIBUTE_DIRECTORY)
-            return std::nullopt;
-        return Narrow(directory) + " exists and is not a folder";
+            return Status::Ok();
+        return {StatusCode::kInvalidArgument, Narrow(directory) + " exists and is not a folder"};
     }
     std::wstring parent, leaf;
     SplitPath(directory, parent, leaf);
     // Stop at roots ("C:", "\\?\C:", "\\server\share"), which cannot be created.
     if (!parent.empty() && parent != L"." && parent != directory && parent.back() != L':' &&
         GetFileAttributesW(parent.c_str()) == INVALID_FILE_ATTRIBUTES) {
-        if (auto error = CreateDirectories(parent))
-            return error;
+        if (Status status = CreateDirectories(parent); !status.IsOk())
+            return status;
     }
-    if (!CreateDirectoryW(directory.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
-        return "cannot create folder " + Narrow(directory) + ": " + ErrorText(GetLastError());
+    if (!CreateDirectoryW(directory.c_str(), nullptr)) {
+        const DWORD code = GetLastError();
+        if (code != ERROR_ALREADY_EXISTS)
+            return FromWin32(code, "cannot create folder " + Narrow(directory));
     }
-    return std::nullopt;
+    return Status::Ok();
 }
 
 }  // namespace Tessel::Platform

@@ -142,24 +142,28 @@ std::optional<ProjectLock> ReadProjectLockFile(std::string_view projectPath) {
     return ParseProjectLock(text);
 }
 
-std::optional<std::string> WriteProjectLockFile(std::string_view projectPath,
-                                                const ProjectLock& lock) {
+Status WriteProjectLockFile(std::string_view projectPath, const ProjectLock& lock) {
     const std::optional<std::string> text = FormatProjectLock(lock);
     if (!text) {
-        return std::string(
-            "cannot write a project lock without a holder, with control characters in its "
-            "holder or machine, or with a time outside the years 1 to 9999");
+        return {StatusCode::kInvalidArgument,
+                "cannot write a project lock without a holder, with control characters in its "
+                "holder or machine, or with a time outside the years 1 to 9999"};
     }
     return Platform::WriteFileAtomically(Path::ToNative(ProjectLockFilePath(projectPath)), *text);
 }
 
-std::optional<std::string> RemoveProjectLockFile(std::string_view projectPath) {
+Status RemoveProjectLockFile(std::string_view projectPath) {
     const std::string lockPath = ProjectLockFilePath(projectPath);
     std::error_code error;
     std::filesystem::remove(std::filesystem::path(Path::ToNative(lockPath)), error);
-    if (error)
-        return "cannot remove " + lockPath + ": " + error.message();
-    return std::nullopt;
+    if (error) {
+        // Windows reports its own error codes; their portable condition is an errno value.
+        const std::error_condition condition = error.default_error_condition();
+        if (condition.category() == std::generic_category())
+            return Status::FromErrno(condition.value(), "cannot remove " + lockPath);
+        return {StatusCode::kIOError, "cannot remove " + lockPath + ": " + error.message()};
+    }
+    return Status::Ok();
 }
 
 }  // namespace Tessel

@@ -23,6 +23,7 @@
 
 #include <tessel/foundation/DateTime.h>
 #include <tessel/platform/Export.h>
+#include <tessel/platform/Status.h>
 
 namespace Tessel {
 
@@ -51,12 +52,11 @@ TESSEL_API std::optional<std::string> FormatProjectLock(const ProjectLock& lock)
 // file cannot be read or is not usable. Never opens anything but a regular file.
 TESSEL_API std::optional<ProjectLock> ReadProjectLockFile(std::string_view projectPath);
 // Writes the lock file of the project at PROJECTPATH, replacing any earlier one atomically
-// (a reader sees the old lock or the new one, complete). Returns an error message on
-// failure, in which case nothing changed.
-TESSEL_API std::optional<std::string> WriteProjectLockFile(std::string_view projectPath,
-                                                           const ProjectLock& lock);
+// (a reader sees the old lock or the new one, complete). On failure nothing changed; a lock
+// that FormatProjectLock cannot write is kInvalidArgument.
+TESSEL_API Status WriteProjectLockFile(std::string_view projectPath, const ProjectLock& lock);
 // Removes the lock file of the project at PROJECTPATH. A project without one is not an
-// error. Returns an error message on failure.
-TESSEL_API std::optional<std::string> RemoveProjectLockFile(std::string_view projectPath);
+// error.
+TESSEL_API Status RemoveProjectLockFile(std::string_view projectPath);
 
 }  // namespace Tessel

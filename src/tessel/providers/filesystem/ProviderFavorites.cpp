@@ -17,10 +17,11 @@ constexpr const char* kPathLabel = "$$$/Pelimar/Provider/Favorites/Column/Path=P
 constexpr const char* kRemoveLabel =
     "$$$/Provider/Favorites/RemoveFromFavorites=Remove from Favorites";
 
-std::list<std::u16string> ToWide(const SelectedPaths& paths) {
+// The selected paths in the form favorites are kept in, so they compare equal to them.
+std::list<std::u16string> ToFavorites(const SelectedPaths& paths) {
     std::list<std::u16string> wide;
     for (const auto& path : paths)
-        wide.push_back(Utf8ToUtf16(path));
+        wide.push_back(NormalizeFavoritePath(Utf8ToUtf16(path)));
     return wide;
 }
 
@@ -98,7 +99,7 @@ bool ProviderFavorites::OnMenuItemID(std::int32_t id, const SelectedPaths& paths
                                      const SelectedStates&) {
     if (id != kRemoveFromFavoritesID)
         return false;
-    ProviderHost::ModifyFavorites(ToWide(paths), FavoriteOperation::Remove);
+    ProviderHost::ModifyFavorites(ToFavorites(paths), FavoriteOperation::Remove);
     return true;
 }
 
@@ -109,7 +110,7 @@ bool ProviderFavorites::OnMenuItemIDStatus(std::int32_t id, const SelectedPaths&
     std::list<std::u16string> favorites;
     GetProviderManagedPaths(favorites);
     enabled = false;
-    for (const auto& path : ToWide(paths)) {
+    for (const auto& path : ToFavorites(paths)) {
         if (std::find(favorites.begin(), favorites.end(), path) != favorites.end()) {
             enabled = true;
             break;

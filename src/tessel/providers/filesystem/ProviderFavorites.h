@@ -8,8 +8,9 @@
 // is compact JSON text holding one object whose member "SerializerWrappedObject" is the
 // array of the favorite paths as UTF-8 strings, in list order:
 //     {"SerializerWrappedObject":["/home/me/Media","/media/card"]}
-// A stored value of another shape is reported as "JSON not well-formed" and moved aside,
-// never overwritten (see ProviderHost::LoadFavorites).
+// Paths that are not valid Unicode are stored escaped, and a stored value of another shape
+// is reported as "JSON not well-formed" and kept aside, never overwritten (both in
+// ProviderHost::LoadFavorites). Favorites are kept normalised (NormalizeFavoritePath).
 #pragma once
 
 #include <cstdint>
