@@ -24,10 +24,12 @@ template <class Msg, class Request>
 bool AwaitWith(const ClassRef<Request>& request, bool started,
                const std::function<bool(const Msg&)>& matches,
                const std::function<void(const Msg&)>& handle) {
-    if (!started) return false;
+    if (!started)
+        return false;
     bool answered = false;
     ScopedListener listener(Messaging::Listen<Msg>(ToolStation(), [&](const Msg& message) {
-        if (answered || !matches(message)) return;
+        if (answered || !matches(message))
+            return;
         answered = true;
         handle(message);
     }));
@@ -88,9 +90,8 @@ std::optional<GetDefaultContentMessage> RunDefaultContent(
 std::optional<GetThumbnailMessage> RunThumbnail(
     ProviderWrapper& wrapper, std::shared_ptr<ProviderThumbnailRequestData> data) {
     auto request = wrapper.RequestThumbnail(data, ToolStation());
-    return Await<GetThumbnailMessage>(
-        request, ProviderHost::GetProviderExecutor() != nullptr,
-        [&](const GetThumbnailMessage& m) { return m.data == data; });
+    return Await<GetThumbnailMessage>(request, ProviderHost::GetProviderExecutor() != nullptr,
+                                      [&](const GetThumbnailMessage& m) { return m.data == data; });
 }
 
 }  // namespace Tessel::Tool

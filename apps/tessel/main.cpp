@@ -18,7 +18,8 @@ int main(int argc, char** argv) {
     Tessel::Tool::InstallInterruptHandler();
     for (const Tessel::Status& status :
          {Tessel::Settings::LoadFromEnvironment(), Tessel::Localizer::LoadFromEnvironment()}) {
-        if (!status.IsOk()) std::cerr << "tessel: warning: " << status.Message() << "\n";
+        if (!status.IsOk())
+            std::cerr << "tessel: warning: " << status.Message() << "\n";
     }
     Tessel::Trace::EnableFromEnvironment();
     std::vector<std::string> args(argv + 1, argv + argc);

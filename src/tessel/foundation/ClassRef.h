@@ -25,7 +25,8 @@ public:
 // The interface named by To::kClassName of OBJECT, or null when it has none.
 template <class To, class From>
 ClassRef<To> QueryClassRef(const ClassRef<From>& object) {
-    if (!object || !object->QueryMap(To::kClassName)) return nullptr;
+    if (!object || !object->QueryMap(To::kClassName))
+        return nullptr;
     return std::dynamic_pointer_cast<To>(object);
 }
 

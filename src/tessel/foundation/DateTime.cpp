@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
 #include <chrono>
 #include <cstdio>
+#include <limits>
 
 namespace Tessel {
 
@@ -35,16 +35,19 @@ void CivilFromDays(std::int64_t z, std::int64_t& y, unsigned& m, unsigned& d) {
 
 std::int64_t FloorDiv(std::int64_t a, std::int64_t b) {
     std::int64_t q = a / b;
-    if ((a % b != 0) && ((a < 0) != (b < 0))) --q;
+    if ((a % b != 0) && ((a < 0) != (b < 0)))
+        --q;
     return q;
 }
 
 bool ReadNumber(std::string_view text, std::size_t& pos, std::size_t digits, std::int64_t& out) {
-    if (pos + digits > text.size()) return false;
+    if (pos + digits > text.size())
+        return false;
     out = 0;
     for (std::size_t i = 0; i < digits; ++i) {
         const char c = text[pos + i];
-        if (c < '0' || c > '9') return false;
+        if (c < '0' || c > '9')
+            return false;
         out = out * 10 + (c - '0');
     }
     pos += digits;
@@ -52,7 +55,8 @@ bool ReadNumber(std::string_view text, std::size_t& pos, std::size_t digits, std
 }
 
 bool Expect(std::string_view text, std::size_t& pos, char c) {
-    if (pos >= text.size() || text[pos] != c) return false;
+    if (pos >= text.size() || text[pos] != c)
+        return false;
     ++pos;
     return true;
 }
@@ -74,7 +78,8 @@ DateTime DateTime::Now() {
 std::string DateTime::ToIso8601() const {
     // The remainder is taken directly: seconds * 1000000 can overflow near the type's limits.
     std::int64_t micros = microsecondsSinceEpoch % 1000000;
-    if (micros < 0) micros += 1000000;
+    if (micros < 0)
+        micros += 1000000;
     const std::int64_t seconds = FloorDiv(microsecondsSinceEpoch, 1000000);
     const std::int64_t days = FloorDiv(seconds, 86400);
     const std::int64_t secondOfDay = seconds - days * 86400;
@@ -104,18 +109,22 @@ std::optional<DateTime> DateTime::FromIso8601(std::string_view text) {
         !Expect(text, pos, ':') || !ReadNumber(text, pos, 2, s)) {
         return std::nullopt;
     }
-    if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || s > 60) return std::nullopt;
+    if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || s > 60)
+        return std::nullopt;
     std::int64_t micros = 0;
     if (pos < text.size() && text[pos] == '.') {
         ++pos;
         std::size_t digits = 0;
         while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
-            if (digits < 6) micros = micros * 10 + (text[pos] - '0');
+            if (digits < 6)
+                micros = micros * 10 + (text[pos] - '0');
             ++digits;
             ++pos;
         }
-        if (digits == 0) return std::nullopt;
-        for (std::size_t i = digits; i < 6; ++i) micros *= 10;
+        if (digits == 0)
+            return std::nullopt;
+        for (std::size_t i = digits; i < 6; ++i)
+            micros *= 10;
     }
     std::int64_t offsetSeconds = 0;
     if (pos < text.size() && text[pos] == 'Z') {
@@ -124,13 +133,15 @@ std::optional<DateTime> DateTime::FromIso8601(std::string_view text) {
         const int sign = text[pos] == '-' ? -1 : 1;
         ++pos;
         std::int64_t oh, om;
-        if (!ReadNumber(text, pos, 2, oh) || !Expect(text, pos, ':') || !ReadNumber(text, pos, 2, om))
+        if (!ReadNumber(text, pos, 2, oh) || !Expect(text, pos, ':') ||
+            !ReadNumber(text, pos, 2, om))
             return std::nullopt;
         offsetSeconds = sign * (oh * 3600 + om * 60);
     } else {
         return std::nullopt;
     }
-    if (pos != text.size()) return std::nullopt;
+    if (pos != text.size())
+        return std::nullopt;
     const std::int64_t days = DaysFromCivil(y, static_cast<unsigned>(mo), static_cast<unsigned>(d));
     const std::int64_t seconds = days * 86400 + h * 3600 + mi * 60 + s - offsetSeconds;
     return DateTime{seconds * 1000000 + micros};

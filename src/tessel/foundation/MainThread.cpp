@@ -39,32 +39,40 @@ bool MainThread::IsCurrent() {
     return Queue().ownerSet.load() && Queue().owner.load() == std::this_thread::get_id();
 }
 
-bool MainThread::IsSet() { return Queue().ownerSet.load(); }
+bool MainThread::IsSet() {
+    return Queue().ownerSet.load();
+}
 
 void MainThread::Post(std::function<void()> task) {
     Queue().queued.fetch_add(1);
     asio::post(Queue().context, [task = std::move(task)] {
         Queue().queued.fetch_sub(1);
-        if (task) task();
+        if (task)
+            task();
     });
 }
 
 std::size_t MainThread::RunPending() {
-    if (!IsCurrent()) return 0;
+    if (!IsCurrent())
+        return 0;
     // Tasks posted meanwhile wait for the next pump: a task that posts itself again must
     // not keep the host from getting back to its own event loop.
     const std::size_t ready = Queue().queued.load();
     std::size_t ran = 0;
-    while (ran < ready && Queue().context.poll_one() > 0) ++ran;
+    while (ran < ready && Queue().context.poll_one() > 0)
+        ++ran;
     return ran;
 }
 
 bool MainThread::RunOne(std::chrono::milliseconds timeout) {
-    if (!IsCurrent()) return false;
+    if (!IsCurrent())
+        return false;
     // run_one_for does not look at the queue once its time is up, so a host polling with
     // no time-out would never run anything without this first look.
-    if (Queue().context.poll_one() > 0) return true;
-    if (timeout <= std::chrono::milliseconds::zero()) return false;
+    if (Queue().context.poll_one() > 0)
+        return true;
+    if (timeout <= std::chrono::milliseconds::zero())
+        return false;
     return Queue().context.run_one_for(timeout) > 0;
 }
 
@@ -72,15 +80,15 @@ bool MainThread::RunUntil(const std::function<bool()>& done, std::chrono::millis
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!done()) {
         const auto now = std::chrono::steady_clock::now();
-        if (now >= deadline) return done();
+        if (now >= deadline)
+            return done();
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now);
         RunOne(std::min(left, std::chrono::milliseconds(50)));
     }
     return true;
 }
 
-bool CallOnMainThreadAndWait(const std::function<void()>& task,
-                             std::chrono::milliseconds timeout) {
+bool CallOnMainThreadAndWait(const std::function<void()>& task, std::chrono::milliseconds timeout) {
     if (MainThread::IsCurrent()) {
         task();
         return true;
@@ -100,7 +108,8 @@ bool CallOnMainThreadAndWait(const std::function<void()>& task,
     MainThread::Post([gate] {
         {
             std::lock_guard lock(gate->mutex);
-            if (gate->cancelled) return;
+            if (gate->cancelled)
+                return;
             gate->started = true;
         }
         gate->task();
@@ -109,7 +118,8 @@ bool CallOnMainThreadAndWait(const std::function<void()>& task,
         gate->done.notify_all();
     });
     std::unique_lock lock(gate->mutex);
-    if (gate->done.wait_for(lock, timeout, [&] { return gate->finished; })) return true;
+    if (gate->done.wait_for(lock, timeout, [&] { return gate->finished; }))
+        return true;
     if (!gate->started) {
         gate->cancelled = true;
         return false;

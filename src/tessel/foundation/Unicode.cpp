@@ -11,9 +11,15 @@ namespace {
 constexpr char16_t kReplacement = 0xFFFD;
 constexpr char16_t kEscapeFirst = 0xDC80;  // lone surrogates U+DC80..U+DCFF carry bytes 0x80..0xFF
 
-bool IsHighSurrogate(char16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool IsLowSurrogate(char16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
-bool IsEscapedByte(char16_t u) { return u >= kEscapeFirst && u <= 0xDCFF; }
+bool IsHighSurrogate(char16_t u) {
+    return u >= 0xD800 && u <= 0xDBFF;
+}
+bool IsLowSurrogate(char16_t u) {
+    return u >= 0xDC00 && u <= 0xDFFF;
+}
+bool IsEscapedByte(char16_t u) {
+    return u >= kEscapeFirst && u <= 0xDCFF;
+}
 
 void AppendCodePoint(std::string& out, char32_t cp) {
     utf8::append(static_cast<utf8::uint32_t>(cp), std::back_inserter(out));
@@ -24,9 +30,11 @@ void AppendCodePoint(std::string& out, char32_t cp) {
 std::u16string Utf8ToUtf16(std::string_view utf8) {
     // Most names and paths are ASCII: widened byte by byte, without validation.
     std::size_t ascii = 0;
-    while (ascii < utf8.size() && static_cast<unsigned char>(utf8[ascii]) < 0x80) ++ascii;
+    while (ascii < utf8.size() && static_cast<unsigned char>(utf8[ascii]) < 0x80)
+        ++ascii;
     std::u16string out(utf8.begin(), utf8.begin() + static_cast<std::ptrdiff_t>(ascii));
-    if (ascii == utf8.size()) return out;
+    if (ascii == utf8.size())
+        return out;
     out.reserve(utf8.size());
     auto it = utf8.begin() + static_cast<std::ptrdiff_t>(ascii);
     const auto end = utf8.end();
@@ -36,7 +44,8 @@ std::u16string Utf8ToUtf16(std::string_view utf8) {
             utf8::unchecked::utf8to16(it, invalid, std::back_inserter(out));
             it = invalid;
         }
-        if (it == end) break;
+        if (it == end)
+            break;
         // One byte that starts no valid sequence: keep it as an escape so it converts back.
         out.push_back(static_cast<char16_t>(kEscapeFirst - 0x80 + static_cast<unsigned char>(*it)));
         ++it;
@@ -80,14 +89,18 @@ std::u16string ToDisplayUtf16(std::u16string_view utf16) {
 }
 
 std::string ToDisplayUtf8(std::string_view utf8) {
-    if (IsValidUtf8(utf8)) return std::string(utf8);
+    if (IsValidUtf8(utf8))
+        return std::string(utf8);
     return Utf16ToUtf8(ToDisplayUtf16(Utf8ToUtf16(utf8)));
 }
 
-bool IsValidUtf8(std::string_view utf8) { return utf8::is_valid(utf8.begin(), utf8.end()); }
+bool IsValidUtf8(std::string_view utf8) {
+    return utf8::is_valid(utf8.begin(), utf8.end());
+}
 
 char16_t UpperCaseCodeUnit(char16_t unit) {
-    if (unit < 0x80) return (unit >= u'a' && unit <= u'z') ? static_cast<char16_t>(unit - 32) : unit;
+    if (unit < 0x80)
+        return (unit >= u'a' && unit <= u'z') ? static_cast<char16_t>(unit - 32) : unit;
     return Platform::UpperCaseCodeUnit(unit);
 }
 
@@ -96,9 +109,11 @@ int CompareNtfsOrder(std::u16string_view a, std::u16string_view b) {
     for (std::size_t i = 0; i < n; ++i) {
         const char16_t x = UpperCaseCodeUnit(a[i]);
         const char16_t y = UpperCaseCodeUnit(b[i]);
-        if (x != y) return x < y ? -1 : 1;
+        if (x != y)
+            return x < y ? -1 : 1;
     }
-    if (a.size() == b.size()) return 0;
+    if (a.size() == b.size())
+        return 0;
     return a.size() < b.size() ? -1 : 1;
 }
 
@@ -109,7 +124,8 @@ bool EqualsIgnoringCase(std::u16string_view a, std::u16string_view b) {
 std::string AsciiLower(std::string_view text) {
     std::string out(text);
     for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c + 32);
     }
     return out;
 }
@@ -117,7 +133,8 @@ std::string AsciiLower(std::string_view text) {
 std::u16string AsciiLower(std::u16string_view text) {
     std::u16string out(text);
     for (char16_t& c : out) {
-        if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c + 32);
+        if (c >= u'A' && c <= u'Z')
+            c = static_cast<char16_t>(c + 32);
     }
     return out;
 }

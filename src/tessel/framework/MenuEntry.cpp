@@ -35,8 +35,10 @@ namespace {
 
 const MenuEntry* Find(const std::vector<MenuEntry>& entries, std::int32_t id) {
     for (const MenuEntry& e : entries) {
-        if (e.kind == MenuEntryKind::Command && e.id == id) return &e;
-        if (const MenuEntry* inner = Find(e.children, id)) return inner;
+        if (e.kind == MenuEntryKind::Command && e.id == id)
+            return &e;
+        if (const MenuEntry* inner = Find(e.children, id))
+            return inner;
     }
     return nullptr;
 }
@@ -47,15 +49,20 @@ bool Remove(std::vector<MenuEntry>& entries, std::int32_t id) {
             entries.erase(it);
             return true;
         }
-        if (Remove(it->children, id)) return true;
+        if (Remove(it->children, id))
+            return true;
     }
     return false;
 }
 
 }  // namespace
 
-const MenuEntry* Menu::FindCommand(std::int32_t id) const { return Find(mEntries, id); }
+const MenuEntry* Menu::FindCommand(std::int32_t id) const {
+    return Find(mEntries, id);
+}
 
-bool Menu::RemoveCommand(std::int32_t id) { return Remove(mEntries, id); }
+bool Menu::RemoveCommand(std::int32_t id) {
+    return Remove(mEntries, id);
+}
 
 }  // namespace Tessel

@@ -15,8 +15,8 @@ enum class MenuEntryKind { Command, Separator, SubMenu };
 
 struct TESSEL_API MenuEntry {
     MenuEntryKind kind = MenuEntryKind::Command;
-    std::int32_t id = 0;     // command ID; 0 for separators and sub-menus
-    std::u16string label;    // localized text
+    std::int32_t id = 0;   // command ID; 0 for separators and sub-menus
+    std::u16string label;  // localized text
     bool enabled = true;
     bool checked = false;
     std::vector<MenuEntry> children;  // entries of a sub-menu

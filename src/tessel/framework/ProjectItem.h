@@ -16,10 +16,10 @@ namespace Tessel {
 enum class ProjectItemKind { Clip, Sequence, Composition, Bin, Still, Audio, Other };
 
 struct TESSEL_API ProjectItem {
-    std::string itemPath;     // "CLSource://..." path of the item (UTF-8)
-    std::string name;         // display name
+    std::string itemPath;  // "CLSource://..." path of the item (UTF-8)
+    std::string name;      // display name
     ProjectItemKind kind = ProjectItemKind::Other;
-    std::string projectPath;  // the project file that holds the item
+    std::string projectPath;              // the project file that holds the item
     std::vector<std::string> mediaPaths;  // media files the item refers to
     std::int64_t durationFrames = -1;     // -1 when unknown
     std::string frameRate;                // "25", "30000/1001"; empty when unknown

@@ -16,7 +16,9 @@ public:
     DefaultContentRequestData() = default;
     DefaultContentRequestData(std::u16string path, any_regular_t state, std::u16string providerID,
                               bool restrictProvidersToMedia)
-        : mPath(std::move(path)), mState(std::move(state)), mProviderID(std::move(providerID)),
+        : mPath(std::move(path)),
+          mState(std::move(state)),
+          mProviderID(std::move(providerID)),
           mRestrictProvidersToMedia(restrictProvidersToMedia) {}
     DefaultContentRequestData(const DefaultContentRequestData&) = default;
     DefaultContentRequestData& operator=(const DefaultContentRequestData&) = default;
@@ -57,8 +59,11 @@ public:
     ProviderThumbnailRequestData() = default;
     ProviderThumbnailRequestData(std::u16string itemPath, std::u16string extraPath,
                                  any_regular_t state, std::int32_t width, std::int32_t height)
-        : mItemPath(std::move(itemPath)), mExtraPath(std::move(extraPath)),
-          mState(std::move(state)), mWidth(width), mHeight(height) {}
+        : mItemPath(std::move(itemPath)),
+          mExtraPath(std::move(extraPath)),
+          mState(std::move(state)),
+          mWidth(width),
+          mHeight(height) {}
     ProviderThumbnailRequestData(const ProviderThumbnailRequestData&) = default;
     ProviderThumbnailRequestData& operator=(const ProviderThumbnailRequestData&) = default;
     virtual ~ProviderThumbnailRequestData();

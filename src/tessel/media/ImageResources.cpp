@@ -48,7 +48,8 @@ std::optional<ImageResource> ImageResources::Find(std::string_view type, std::st
         return std::nullopt;
     std::lock_guard lock(Tables().mutex);
     for (const ImageResource& r : Tables().active) {
-        if (r.type == type && r.name == name) return r;
+        if (r.type == type && r.name == name)
+            return r;
     }
     return std::nullopt;
 }
@@ -56,7 +57,8 @@ std::optional<ImageResource> ImageResources::Find(std::string_view type, std::st
 std::optional<ImageResource> ImageResources::FindById(int id) {
     std::lock_guard lock(Tables().mutex);
     for (const ImageResource& r : Tables().active) {
-        if (r.id == id && id != 0) return r;
+        if (r.id == id && id != 0)
+            return r;
     }
     return std::nullopt;
 }

@@ -20,14 +20,18 @@ namespace {
 constexpr std::uint32_t kMaximumSide = 32768;
 std::atomic<std::int64_t> gLive{0};
 
-PelPix* BufferOf(PelPixHandle handle) { return handle ? *handle : nullptr; }
+PelPix* BufferOf(PelPixHandle handle) {
+    return handle ? *handle : nullptr;
+}
 
 }  // namespace
 
 PelPixHandle pelpixNew(std::uint32_t width, std::uint32_t height) {
-    if (width == 0 || height == 0 || width > kMaximumSide || height > kMaximumSide) return nullptr;
+    if (width == 0 || height == 0 || width > kMaximumSide || height > kMaximumSide)
+        return nullptr;
     auto* buffer = new (std::nothrow) PelPix();
-    if (!buffer) return nullptr;
+    if (!buffer)
+        return nullptr;
     buffer->width = width;
     buffer->height = height;
     buffer->rowbytes = (static_cast<std::size_t>(width) * kPelPixBytesPerPixel + 15) / 16 * 16;
@@ -47,7 +51,8 @@ PelPixHandle pelpixNew(std::uint32_t width, std::uint32_t height) {
 }
 
 void pelpixDispose(PelPixHandle handle) {
-    if (!handle) return;
+    if (!handle)
+        return;
     if (*handle) {
         delete *handle;
         gLive.fetch_sub(1);
@@ -71,7 +76,8 @@ std::size_t pelpixGetRowbytes(PelPixHandle handle) {
 }
 
 void pelpixLockPixels(PelPixHandle handle) {
-    if (PelPix* p = BufferOf(handle)) ++p->locks;
+    if (PelPix* p = BufferOf(handle))
+        ++p->locks;
 }
 
 std::uint8_t* pelpixGetPixels(PelPixHandle handle) {
@@ -81,7 +87,8 @@ std::uint8_t* pelpixGetPixels(PelPixHandle handle) {
 
 void pelpixUnlockPixels(PelPixHandle handle) {
     PelPix* p = BufferOf(handle);
-    if (p && p->locks > 0) --p->locks;
+    if (p && p->locks > 0)
+        --p->locks;
 }
 
 bool pelpixIsLocked(PelPixHandle handle) {
@@ -95,9 +102,12 @@ double pelpixGetPixelAspectRatio(PelPixHandle handle) {
 }
 
 void pelpixSetPixelAspectRatio(PelPixHandle handle, double ratio) {
-    if (PelPix* p = BufferOf(handle); p && ratio > 0) p->pixelAspectRatio = ratio;
+    if (PelPix* p = BufferOf(handle); p && ratio > 0)
+        p->pixelAspectRatio = ratio;
 }
 
-std::int64_t pelpixLiveCount() { return gLive.load(); }
+std::int64_t pelpixLiveCount() {
+    return gLive.load();
+}
 
 }  // namespace Tessel

@@ -53,7 +53,8 @@ constexpr std::array kExtensions = {
 
 constexpr bool IsSorted() {
     for (std::size_t i = 1; i < kExtensions.size(); ++i) {
-        if (!(kExtensions[i - 1].extension < kExtensions[i].extension)) return false;
+        if (!(kExtensions[i - 1].extension < kExtensions[i].extension))
+            return false;
     }
     return true;
 }
@@ -67,15 +68,18 @@ FileIconKind FileIconKindForName(std::string_view utf8Name) {
     if (dot == std::string_view::npos || dot == 0 || dot + 1 == utf8Name.size())
         return FileIconKind::File;
     const std::string_view extension = utf8Name.substr(dot + 1);
-    if (extension.size() > 8) return FileIconKind::File;
+    if (extension.size() > 8)
+        return FileIconKind::File;
     std::string lower(extension);
     for (char& c : lower) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
     }
     const auto found = std::lower_bound(
         kExtensions.begin(), kExtensions.end(), lower,
         [](const ExtensionKind& entry, const std::string& key) { return entry.extension < key; });
-    if (found != kExtensions.end() && found->extension == lower) return found->kind;
+    if (found != kExtensions.end() && found->extension == lower)
+        return found->kind;
     return FileIconKind::File;
 }
 

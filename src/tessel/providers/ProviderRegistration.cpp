@@ -58,10 +58,13 @@ const ProviderRow kProviderTable[] = {
 void RegisterBuiltInProviders() {
     (void)kXAVCFeatureDeclared;
     // A host (or a test) that brings only providers of its own turns the library's off.
-    if (!Settings::GetBool(kSettingRegisterBuiltInProviders, true)) return;
+    if (!Settings::GetBool(kSettingRegisterBuiltInProviders, true))
+        return;
     for (const ProviderRow& row : kProviderTable) {
-        if (!row.create) continue;
-        if (row.requiredFeature && !IsFeatureEnabled(row.requiredFeature)) continue;
+        if (!row.create)
+            continue;
+        if (row.requiredFeature && !IsFeatureEnabled(row.requiredFeature))
+            continue;
         ProviderHost::RegisterProvider(std::make_unique<ProviderWrapper>(row.create()));
     }
 }

@@ -8,11 +8,14 @@ namespace Tessel::Artwork {
 extern const EmbeddedFile kEmbeddedFiles[];
 extern const std::size_t kEmbeddedFileCount;
 
-std::span<const EmbeddedFile> AllFiles() { return {kEmbeddedFiles, kEmbeddedFileCount}; }
+std::span<const EmbeddedFile> AllFiles() {
+    return {kEmbeddedFiles, kEmbeddedFileCount};
+}
 
 std::optional<std::span<const std::uint8_t>> Find(std::string_view name) {
     for (const EmbeddedFile& file : AllFiles()) {
-        if (file.name == name) return file.bytes;
+        if (file.name == name)
+            return file.bytes;
     }
     return std::nullopt;
 }
@@ -24,16 +27,15 @@ ImageResource Resource(const char* type, const char* name, int id, const char* f
 }
 
 // The generated arrays are constant-initialised, so they are complete before these run.
-const ImageResourceRegistrar kContainsVideo(
-    Resource("PNG", "ContainsVideoThumb.png", 0, "ContainsVideoThumb.png"));
+const ImageResourceRegistrar kContainsVideo(Resource("PNG", "ContainsVideoThumb.png", 0,
+                                                     "ContainsVideoThumb.png"));
 const ImageResourceRegistrar kCinemaDNG(Resource("PNG", "CinemaDNGThumb.png", 0,
                                                  "CinemaDNGThumb.png"));
 const ImageResourceRegistrar kArri(Resource("PNG", "ArriThumb.png", 0, "ArriThumb.png"));
 const ImageResourceRegistrar kRED(Resource("PNG", "REDVideoThumb.png", 0, "REDVideoThumb.png"));
 const ImageResourceRegistrar kCameraCard(Resource("PNG", "", kCameraCardResourceId,
                                                   "CameraCardThumb.png"));
-const ImageResourceRegistrar kVideoColored(Resource("SVG", "VideoColored", 0,
-                                                    "VideoColored.svg"));
+const ImageResourceRegistrar kVideoColored(Resource("SVG", "VideoColored", 0, "VideoColored.svg"));
 
 }  // namespace
 

@@ -4,6 +4,8 @@
 
 namespace Tessel::Platform {
 
-bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+bool StandardErrorIsTerminal() {
+    return isatty(STDERR_FILENO) == 1;
+}
 
 }  // namespace Tessel::Platform

@@ -5,6 +5,8 @@
 
 namespace Tessel::Platform {
 
-bool StandardErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
+bool StandardErrorIsTerminal() {
+    return _isatty(_fileno(stderr)) != 0;
+}
 
 }  // namespace Tessel::Platform
