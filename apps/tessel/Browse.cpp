@@ -22,8 +22,9 @@ namespace Tessel::Tool {
 
 namespace {
 
+// Names as a terminal may show them: control characters quoted, never sent as they are.
 std::string Display(const std::u16string& text) {
-    return Utf16ToUtf8(ToDisplayUtf16(text));
+    return QuoteControlCharacters(Utf16ToUtf8(ToDisplayUtf16(text)));
 }
 
 struct BrowseState {
@@ -99,7 +100,7 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
     for (const auto& [key, record] : listing->content) {
         std::string name;
         if (auto it = record.find(kNameField); it != record.end())
-            name = ValueToText(it->second);
+            name = QuoteControlCharacters(ValueToText(it->second));
         if (name.empty())
             name = Display(Path::LeafDisplayString(key));
         bool isFolder = false;
