@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <mutex>
 
 #include <nlohmann/json.hpp>
@@ -50,10 +51,21 @@ bool IsFileSystemLocation(const std::u16string& path) {
 
 // Explains why nothing can show PATH.
 int ReportNoProvider(const std::u16string& path, std::ostream& err) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    // A status only: a FIFO or a device is never opened.
+    const fs::file_type kind = IsFileSystemLocation(path)
+                                   ? fs::status(fs::path(Path::ToNative(path)), error).type()
+                                   : fs::file_type::unknown;
     if (path.empty()) {
         err << "tessel: an empty path names no location\n";
-    } else if (IsFileSystemLocation(path) && !Path::FileOrDirectoryExists(path)) {
+    } else if (kind == fs::file_type::not_found) {
         err << "tessel: " << Display(path) << ": no such file or folder\n";
+    } else if (kind == fs::file_type::regular) {
+        err << "tessel: " << Display(path) << " is a file, not a folder\n";
+    } else if (kind == fs::file_type::fifo || kind == fs::file_type::socket ||
+               kind == fs::file_type::block || kind == fs::file_type::character) {
+        err << "tessel: " << Display(path) << " is a device, FIFO or socket, not a folder\n";
     } else {
         err << "tessel: no provider can show " << Display(path) << "\n";
     }
@@ -75,13 +87,14 @@ int ReportUnreadable(const Status& why, std::ostream& err) {
 // reason printed, when there is none.
 ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& id,
                                 std::ostream& err, int& status) {
+    ProviderWrapper* named = nullptr;
     if (!id.empty()) {
-        ProviderWrapper* wrapper = ProviderHost::FindProvider(Utf8ToUtf16(id));
-        if (!wrapper) {
+        named = ProviderHost::FindProvider(Utf8ToUtf16(id));
+        if (!named) {
             err << "tessel: no provider is called '" << id << "' (see 'tessel providers --all')\n";
             status = kExitUsage;
+            return nullptr;
         }
-        return wrapper;
     }
     std::optional<GetProviderListMessage> answer;
     if (!path.empty())
@@ -94,7 +107,17 @@ ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& i
         status = ReportNoProvider(path, err);
         return nullptr;
     }
-    return answer->providers.front();
+    if (!named)
+        return answer->providers.front();
+    // A host asks only a provider that claims the path; so does the tool.
+    const auto& ranked = answer->providers;
+    if (std::find(ranked.begin(), ranked.end(), named) == ranked.end()) {
+        err << "tessel: " << id << " cannot show " << Display(path) << " (see 'tessel providers "
+            << Display(path) << "')\n";
+        status = kExitNotFound;
+        return nullptr;
+    }
+    return named;
 }
 
 std::vector<std::string> SplitFields(const std::string& list) {
@@ -412,6 +435,11 @@ int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& e
     const std::u16string path = NormalizeLocation(options.path);
     if (path.empty())
         return ReportNoProvider(path, err);
+    if (!options.provider.empty()) {
+        int status = kExitOk;
+        if (!ChooseProvider(path, options.provider, err, status))
+            return status;
+    }
     auto data = std::make_shared<DefaultContentRequestData>(
         path, any_regular_t(), Utf8ToUtf16(options.provider), options.mediaOnly);
     std::optional<GetDefaultContentMessage> answer = RunDefaultContent(data);
@@ -463,8 +491,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
     // A file item is shown as a host shows it: an image by its picture, anything else by
     // what the provider of its folder draws for it. --image asks for the picture only, and
     // --provider for that provider's answer only.
-    const bool isFile = options.provider.empty() && Path::FileExists(path);
-    if (options.imageOnly || isFile) {
+    const bool isFile = Path::FileExists(path);
+    if (options.imageOnly || (isFile && options.provider.empty())) {
         OwnedPelPix buffer(RenderThumbnail(Utf16ToUtf8(path), size.first, size.second));
         frame = MF::CreateVideoFrameFromPelPix(buffer.get());
         if (!frame && options.imageOnly) {
