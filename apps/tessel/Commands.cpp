@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
+#include <set>
 
 #include <nlohmann/json.hpp>
 
@@ -528,6 +529,16 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         frame = answer->frame;
     }
 
+    if (output == "-") {  // the picture itself is the standard output
+        const std::vector<std::uint8_t> png = EncodePng(*frame);
+        if (png.empty()) {
+            err << "tessel: cannot encode the thumbnail of " << Display(path) << "\n";
+            return kExitNotFound;
+        }
+        out.write(reinterpret_cast<const char*>(png.data()),
+                  static_cast<std::streamsize>(png.size()));
+        return kExitOk;
+    }
     if (const Status written = WritePngFile(*frame, output); !written.IsOk()) {
         err << "tessel: cannot write " << output << ": " << written.Message() << "\n";
         return kExitNotFound;
@@ -549,21 +560,43 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
             << options.size << "'\n";
         return kExitUsage;
     }
-    if (options.paths.size() == 1) {
+    const bool toFolder = Path::DirectoryExists(Utf8ToUtf16(options.output));
+    const bool toStandardOutput = options.output == "-";
+    if (!toFolder && !toStandardOutput) {
+        const std::string extension =
+            Utf16ToUtf8(Path::GetExtensionLower(Utf8ToUtf16(options.output)));
+        if (extension != ".png") {
+            err << "tessel: -o names a PNG file (NAME.png), an existing folder or - (standard "
+                   "output), not '"
+                << options.output << "'\n";
+            return kExitUsage;
+        }
+    }
+    if (options.paths.size() == 1 && !toFolder) {
         return WriteThumbnail(options.paths.front(), options.output, *size, options, out, err);
     }
-    // Several items: -o names a folder, and each picture is named after its item.
-    if (!Path::DirectoryExists(Utf8ToUtf16(options.output))) {
+    // Into a folder: each picture is named after its item; items whose names collide get
+    // "-2", "-3", ... so that none replaces another, and the line written says so.
+    if (!toFolder) {
         err << "tessel: with several items, -o must name an existing folder, not '"
             << options.output << "'\n";
         return kExitUsage;
     }
+    std::set<std::string> taken;
     int status = kExitOk;
     for (const std::string& argument : options.paths) {
         if (InterruptRequested())
             return ReportInterrupted(err);
-        const std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
-        const std::string output = options.output + "/" + (leaf.empty() ? "item" : leaf) + ".png";
+        std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
+        if (leaf.empty())
+            leaf = "item";
+        std::string name = leaf + ".png";
+        for (int n = 2; !taken.insert(Lowercase(name)).second; ++n)
+            name = leaf + "-" + std::to_string(n) + ".png";
+        if (name != leaf + ".png")
+            out << argument << ": " << leaf << ".png is taken by an earlier item, written as "
+                << name << "\n";
+        const std::string output = options.output + "/" + name;
         const int one = WriteThumbnail(argument, output, *size, options, out, err);
         if (one == kExitInterrupted || one == kExitUsage)
             return one;
