@@ -529,6 +529,9 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         frame = answer->frame;
     }
 
+    // Ctrl-C while the picture was drawn (drawing itself cannot be stopped): nothing is written.
+    if (InterruptRequested())
+        return ReportInterrupted(err);
     if (output == "-") {  // the picture itself is the standard output
         const std::vector<std::uint8_t> png = EncodePng(*frame);
         if (png.empty()) {
