@@ -493,18 +493,21 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
     // what the provider of its folder draws for it. --image asks for the picture only, and
     // --provider for that provider's answer only.
     const bool isFile = Path::FileExists(path);
-    if (options.imageOnly || (isFile && options.provider.empty())) {
-        OwnedPelPix buffer(RenderThumbnail(Utf16ToUtf8(path), size.first, size.second));
-        frame = MF::CreateVideoFrameFromPelPix(buffer.get());
-        if (!frame && options.imageOnly) {
-            if (!Path::FileOrDirectoryExists(path))
-                return ReportNoProvider(path, err);
-            err << "tessel: " << Display(path)
-                << ": not an image that can be read (JPEG, PNG, BMP, GIF or TGA)\n";
-            return kExitNotFound;
+    const auto draw = [&](std::uint32_t width, std::uint32_t height) -> int {
+        frame = nullptr;
+        if (options.imageOnly || (isFile && options.provider.empty())) {
+            OwnedPelPix buffer(RenderThumbnail(Utf16ToUtf8(path), width, height));
+            frame = MF::CreateVideoFrameFromPelPix(buffer.get());
+            if (!frame && options.imageOnly) {
+                if (!Path::FileOrDirectoryExists(path))
+                    return ReportNoProvider(path, err);
+                err << "tessel: " << Display(path)
+                    << ": not an image that can be read (JPEG, PNG, BMP, GIF or TGA)\n";
+                return kExitNotFound;
+            }
         }
-    }
-    if (!frame) {
+        if (frame)
+            return kExitOk;
         int status = kExitOk;
         ProviderWrapper* wrapper =
             ChooseProvider(isFile ? Path::GetParent(path) : path, options.provider, err, status);
@@ -514,8 +517,7 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         auto data = std::make_shared<ProviderThumbnailRequestData>(
             path,
             options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
-            any_regular_t(), static_cast<std::int32_t>(size.first),
-            static_cast<std::int32_t>(size.second));
+            any_regular_t(), static_cast<std::int32_t>(width), static_cast<std::int32_t>(height));
         std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
         if (answer && answer->result == kResultAborted)
             return ReportInterrupted(err);
@@ -527,7 +529,25 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
             return kExitNotFound;
         }
         frame = answer->frame;
+        return kExitOk;
+    };
+    // WIDTHx0 or 0xHEIGHT: the other side keeps the picture's proportions, so the picture is
+    // drawn once at its own size to learn them. (0 alone, in the library, means the picture's
+    // own size on that side.)
+    if ((size.first == 0) != (size.second == 0)) {
+        if (const int status = draw(0, 0); status != kExitOk)
+            return status;
+        const std::uint64_t naturalWidth = std::max<std::uint32_t>(1, frame->GetWidth());
+        const std::uint64_t naturalHeight = std::max<std::uint32_t>(1, frame->GetHeight());
+        if (size.second == 0)
+            size.second = static_cast<std::uint32_t>(std::max<std::uint64_t>(
+                1, (size.first * naturalHeight + naturalWidth / 2) / naturalWidth));
+        else
+            size.first = static_cast<std::uint32_t>(std::max<std::uint64_t>(
+                1, (size.second * naturalWidth + naturalHeight / 2) / naturalHeight));
     }
+    if (const int status = draw(size.first, size.second); status != kExitOk)
+        return status;
 
     // Ctrl-C while the picture was drawn (drawing itself cannot be stopped): nothing is written.
     if (InterruptRequested())
@@ -558,8 +578,8 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
 int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const auto size = ParseThumbnailSize(options.size);
     if (!size) {
-        err << "tessel: --size expects WIDTHxHEIGHT (each 0 to 16384, 0 keeps the image's own), "
-               "not '"
+        err << "tessel: --size expects WIDTHxHEIGHT (each 0 to 16384; Wx0 or 0xH keeps the "
+               "proportions), not '"
             << options.size << "'\n";
         return kExitUsage;
     }
