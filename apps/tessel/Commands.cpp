@@ -35,17 +35,6 @@ std::string Display(const std::u16string& text) {
     return Utf16ToUtf8(ToDisplayUtf16(text));
 }
 
-std::string HexBytes(const std::string& bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    hex.reserve(bytes.size() * 2);
-    for (unsigned char byte : bytes) {
-        hex.push_back(kDigits[byte >> 4]);
-        hex.push_back(kDigits[byte & 0xF]);
-    }
-    return hex;
-}
-
 bool IsFileSystemLocation(const std::u16string& path) {
     return !path.empty() && path.back() != u':' && path.find(u"://") == std::u16string::npos;
 }
@@ -140,14 +129,6 @@ std::vector<std::string> SplitFields(const std::string& list) {
     return fields;
 }
 
-std::string Lowercase(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
 // The label the tool shows for FIELD (its key when the provider gives none).
 std::string FieldLabel(const std::map<std::u16string, std::u16string>& labels,
                        const std::u16string& field) {
@@ -181,13 +162,13 @@ std::optional<std::vector<std::u16string>> ChooseFields(const ProviderWrapper& w
             all.push_back(field);
     }
     const auto find = [&](const std::string& name) -> std::optional<std::u16string> {
-        const std::string wanted = Lowercase(name);
+        const std::string wanted = AsciiLower(name);
         for (const auto& field : all) {
-            if (Lowercase(FieldLabel(labels, field)) == wanted)
+            if (AsciiLower(FieldLabel(labels, field)) == wanted)
                 return field;
         }
         for (const auto& field : all) {
-            if (Lowercase(Display(field)) == wanted)
+            if (AsciiLower(Display(field)) == wanted)
                 return field;
         }
         return std::nullopt;
@@ -305,7 +286,7 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
             // A path that is no valid text also comes as its bytes, so it can be opened.
             const std::string bytes = Utf16ToUtf8(key);
             if (bytes != item["key"].get_ref<const std::string&>())
-                item["key_bytes"] = HexBytes(bytes);
+                item["key_bytes"] = BytesToHex(bytes);
             nlohmann::ordered_json values = nlohmann::ordered_json::object();
             for (const auto& field : fields) {
                 auto it = record.find(field);
@@ -614,7 +595,7 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
         if (leaf.empty())
             leaf = "item";
         std::string name = leaf + ".png";
-        for (int n = 2; !taken.insert(Lowercase(name)).second; ++n)
+        for (int n = 2; !taken.insert(AsciiLower(name)).second; ++n)
             name = leaf + "-" + std::to_string(n) + ".png";
         if (name != leaf + ".png")
             out << argument << ": " << leaf << ".png is taken by an earlier item, written as "

@@ -90,17 +90,6 @@ std::string Dump(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string ToHex(std::string_view bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    hex.reserve(bytes.size() * 2);
-    for (unsigned char byte : bytes) {
-        hex.push_back(kDigits[byte >> 4]);
-        hex.push_back(kDigits[byte & 0xF]);
-    }
-    return hex;
-}
-
 int HexDigitValue(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';
@@ -153,7 +142,7 @@ bool WriteDictionary(const any_regular_t::dictionary_t& dictionary, std::size_t 
     } else {
         Json entries = Json::array();
         for (const auto& [key, item] : dictionary) {
-            Json entry = Json::array({ToHex(key), nullptr});
+            Json entry = Json::array({BytesToHex(key), nullptr});
             if (!Write(item, depth + 1, entry[1]))
                 return false;
             entries.push_back(std::move(entry));
@@ -238,7 +227,7 @@ bool Write(const any_regular_t& value, std::size_t depth, Json& out) {
         }
     } else if (const std::string* utf8 = value.get_if<std::string>()) {
         out = IsValidUtf8(*utf8) ? Tagged(kTagUtf8, "value", *utf8)
-                                 : Tagged(kTagUtf8, "hex", ToHex(*utf8));
+                                 : Tagged(kTagUtf8, "hex", BytesToHex(*utf8));
     } else if (const auto* array = value.get_if<any_regular_t::array_t>()) {
         if (depth + 1 > detail::kMaxValueDepth)
             return false;

@@ -139,4 +139,15 @@ std::u16string AsciiLower(std::u16string_view text) {
     return out;
 }
 
+std::string BytesToHex(std::string_view bytes) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    hex.reserve(bytes.size() * 2);
+    for (unsigned char byte : bytes) {
+        hex.push_back(kDigits[byte >> 4]);
+        hex.push_back(kDigits[byte & 0xF]);
+    }
+    return hex;
+}
+
 }  // namespace Tessel

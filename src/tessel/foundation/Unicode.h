@@ -37,4 +37,8 @@ TESSEL_API bool EqualsIgnoringCase(std::u16string_view a, std::u16string_view b)
 TESSEL_API std::string AsciiLower(std::string_view text);
 TESSEL_API std::u16string AsciiLower(std::u16string_view text);
 
+// BYTES as lower-case hexadecimal, two digits a byte ("2f61" for "/a"): the form in which
+// bytes that are no valid text are written into JSON.
+TESSEL_API std::string BytesToHex(std::string_view bytes);
+
 }  // namespace Tessel
