@@ -11,6 +11,8 @@
 #endif
 #include <windows.h>
 
+#include "Win32Status.h"
+
 #include <atomic>
 #include <random>
 
@@ -41,26 +43,8 @@ std::string ErrorText(DWORD error) {
     return out.empty() ? "Windows error " + std::to_string(error) : out;
 }
 
-// A Win32 error code as a Status: "WHAT: system text".
 Status FromWin32(DWORD code, const std::string& what) {
-    StatusCode status = StatusCode::kIOError;
-    switch (code) {
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_PATH_NOT_FOUND:
-            status = StatusCode::kNotFound;
-            break;
-        case ERROR_ACCESS_DENIED:
-        case ERROR_SHARING_VIOLATION:
-            status = StatusCode::kPermissionDenied;
-            break;
-        case ERROR_INVALID_NAME:
-        case ERROR_FILENAME_EXCED_RANGE:
-            status = StatusCode::kInvalidArgument;
-            break;
-        default:
-            break;
-    }
-    return {status, what + ": " + ErrorText(code)};
+    return Win32::StatusFromError(code, what);
 }
 
 void SplitPath(const std::wstring& path, std::wstring& folder, std::wstring& leaf) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "FindFiles.h"
+#include "Win32Status.h"
 
 namespace Tessel::Platform {
 
@@ -74,23 +75,7 @@ std::string Utf8Of(const std::wstring& text) {
 }  // namespace
 
 Status Win32::ReadFailure(DWORD error, const NativeString& directory) {
-    const std::string what = "cannot read " + Utf8Of(directory);
-    switch (error) {
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_PATH_NOT_FOUND:
-        case ERROR_INVALID_NAME:
-        case ERROR_BAD_NETPATH:
-        case ERROR_NOT_READY:  // a card reader without a card
-            return Status::FromErrno(ENOENT, what);
-        case ERROR_DIRECTORY:
-            return Status::FromErrno(ENOTDIR, what);
-        case ERROR_ACCESS_DENIED:
-        case ERROR_SHARING_VIOLATION:
-            return Status::FromErrno(EACCES, what);
-        default:
-            return {StatusCode::kIOError,
-                    what + ": input/output error (Windows error " + std::to_string(error) + ")"};
-    }
+    return StatusFromError(error, "cannot read " + Utf8Of(directory));
 }
 
 Status Win32::FindFiles(const NativeString& directory, const std::function<bool()>& abort,
