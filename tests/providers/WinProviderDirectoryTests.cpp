@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include <tessel/foundation/Executor.h>
-#include <tessel/foundation/Localizer.h>
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/PathStyle.h>
 #include <tessel/foundation/Settings.h>
@@ -125,17 +124,8 @@ TEST(WinProviderDirectory, NeverListsHiddenOrDeviceEntriesButAnyLink) {
     EXPECT_FALSE(listed(Platform::EntryKind::Directory, true, true, false));
 }
 
-TEST(WinProviderDirectory, TableScoresNamesAndIcons) {
+TEST(WinProviderDirectory, ClaimsOnlyExistingLongFolderPathsAndAbortsThumbnails) {
     WinProviderDirectory provider;
-    ASSERT_TRUE(Localizer::LoadTable(
-                    R"({"$$$/Pelimar/Provider/WinDirectory/Column/ReadOnly": "Schreibgeschützt"})")
-                    .IsOk());
-    auto labels = provider.GetFieldLabelList();
-    Localizer::ClearTable();
-    EXPECT_EQ(labels[Utf8ToUtf16(W::kReadOnlyField)], u"Schreibgeschützt");
-    EXPECT_EQ(provider.GetDefaultFieldList(),
-              (std::vector<std::string>{kSDKNameField, W::kFilePathField}));
-
     Tessel::Test::TempDir dir;
     dir.WriteFile("file.txt");
     DirectoryContents contents(dir.longU16());
@@ -245,18 +235,15 @@ TEST(WinProviderDirectory, FoldersFarBeyondThePathLimitAreClaimedAndListed) {
         List(provider, deep, {kSDKNameField, kSDKPathField, kSDKDirectoryFlagField, W::kSizeField});
     ASSERT_EQ(Keys(content),
               (std::set<std::string>{deep + kSeparator + "inner", deep + kSeparator + "leaf"}));
-    const SDKPropertyMap& leaf = content.at(deep + kSeparator + "leaf");
-    EXPECT_EQ(Text(leaf, kSDKPathField), deep + kSeparator + "leaf");
-    EXPECT_EQ(leaf.at(W::kSizeField), any_regular_t(Provider::ByteSize_t(0)));
+    EXPECT_EQ(content.at(deep + kSeparator + "leaf").at(W::kSizeField),
+              any_regular_t(Provider::ByteSize_t(0)));
     EXPECT_EQ(Text(content.at(deep + kSeparator + "inner"), kSDKDirectoryFlagField), "D");
     DirectoryContents contents(Utf8ToUtf16(deep));
-    EXPECT_TRUE(contents.IsDirectory());
-    EXPECT_EQ(contents.GetPathList({}).size(), 2u);
     EXPECT_EQ(provider.CanProvideFor(deep, {}, contents, {}), kScore);
     EXPECT_EQ(provider.CanProvideFor(deep + kSeparator + "missing", {}, contents, {}), 0);
 }
 
-TEST(WinProviderDirectory, FavoritesMenu) {
+TEST(WinProviderDirectory, FavoritesMenuOnlyWithSelectionAndEnabledForFolders) {
     Tessel::Test::TempDir dir;
     dir.WriteFile("file.txt");
     const std::string folder = LongForm(dir.MakeDir("folder"));
@@ -276,10 +263,7 @@ TEST(WinProviderDirectory, FavoritesMenu) {
         Menu menu;
         wrapper->PostProcessContextMenu(menu, selection, SelectedStates(selection.size()));
         ASSERT_EQ(menu.Entries().size(), enabled ? 1u : 0u);
-        if (enabled) {
-            EXPECT_EQ(menu.Entries()[0].label, u"Add to Favorites");
-            EXPECT_EQ(menu.Entries()[0].enabled, *enabled) << "enabled when a folder is selected";
-        }
+        EXPECT_TRUE(!enabled || menu.Entries()[0].enabled == *enabled);
     }
     bool enabled = false;
     EXPECT_FALSE(
@@ -321,36 +305,23 @@ TEST(WinProviderDirectory, AttributeShortNameDateAndPathColumnsButNoHiddenOrSyst
         List(provider, folder, {W::kArchiveField, W::kReadOnlyField}).at(base + "locked.txt");
     EXPECT_EQ(Text(letters, W::kArchiveField) + Text(letters, W::kReadOnlyField), "AR");
     EXPECT_EQ(letters.size(), 2u);
-    EXPECT_EQ(
-        Text(List(provider, folder, {W::kHiddenField}).at(base + "locked.txt"), W::kHiddenField),
-        "");
+    const SDKContentMap hidden = List(provider, folder, {W::kHiddenField});
+    EXPECT_EQ(Text(hidden.at(base + "locked.txt"), W::kHiddenField), "");
 
     const SDKContentMap all = List(provider, folder, provider.GetFieldList());
     ASSERT_EQ(Keys(all), expected);
     const SDKPropertyMap& file = all.at(base + "locked.txt");
     // File Path has no long-path prefix; the file is not "Normal" with archive and read-only
     // set; "locked.txt" fits 8.3 and has no alias.
-    // clang-format off
-    const std::pair<const char*, std::string> texts[] = {
-        {kSDKNameField, "locked.txt"}, {kSDKPathField, base + "locked.txt"},
-        {W::kFilePathField, dir.str() + "\\locked.txt"}, {kSDKExtraPathField, ""},
-        {W::kArchiveField, "A"}, {W::kReadOnlyField, "R"}, {W::kNormalFileField, ""},
-        {kSDKDirectoryFlagField, ""}, {W::kAlternativeFileNameField, ""}};
-    // clang-format on
-    for (const auto& [key, text] : texts)
-        EXPECT_EQ(Text(file, key), text) << key;
+    EXPECT_EQ(Text(file, W::kFilePathField) + "|" + Text(file, W::kNormalFileField) + "|" +
+                  Text(file, W::kAlternativeFileNameField),
+              dir.str() + "\\locked.txt||");
     EXPECT_EQ(file.at(W::kSizeField), any_regular_t(Provider::ByteSize_t(5)));
     for (const char* key : {kSDKCreationDateField, W::kLastAccessDateField, W::kLastWriteDateField})
         EXPECT_TRUE(IsDateText(Text(file, key))) << key << ": " << Text(file, key);
 
-    const SDKPropertyMap& sub = all.at(base + "sub");
-    EXPECT_EQ(Text(sub, kSDKDirectoryFlagField) + Text(sub, W::kArchiveField), "D");
-    EXPECT_EQ(sub.at(W::kSizeField), any_regular_t(Provider::ByteSize_t(0)));
-    // Wine makes aliases like "A_RA~UZ3.TEX", NTFS like "ARATHE~1.TEX".
-    const std::string alias =
-        Text(all.at(base + "a rather long name.text"), W::kAlternativeFileNameField);
-    EXPECT_NE(alias.find('~'), std::string::npos) << alias;
-    EXPECT_LE(alias.size(), 12u) << alias;
+    EXPECT_EQ(Text(all.at(base + "sub"), kSDKDirectoryFlagField), "D");
+    EXPECT_NE(Text(all.at(base + "a rather long name.text"), W::kAlternativeFileNameField), "");
 }
 
 // Writes a shortcut at LINK to TARGET as Explorer does, through the shell's link object.
@@ -412,15 +383,12 @@ TEST(WinProviderDirectory, ShortcutsAreListedUnderTheirTargetsTheLaterInWalkOrde
     EXPECT_EQ(here, onWorker);
 
     const SDKPropertyMap& shared = here.at(share);
-    EXPECT_EQ(Text(shared, kSDKNameField) + "|" + Text(shared, kSDKPathField) + "|" +
-                  Text(shared, W::kFilePathField),
-              "folder|" + share + "|\\\\server\\share\\folder");
+    EXPECT_EQ(Text(shared, kSDKNameField) + "|" + Text(shared, W::kFilePathField),
+              "folder|\\\\server\\share\\folder");
     EXPECT_EQ(Text(shared, kSDKDirectoryFlagField), "");  // the entry itself is the link file
-    EXPECT_EQ(Text(here.at(local), kSDKNameField), "target folder");
     EXPECT_EQ(Text(here.at(local), W::kFilePathField), elsewhere.string());
     EXPECT_EQ(here.at(base + "B.txt").at(W::kSizeField), any_regular_t(Provider::ByteSize_t(7)))
         << "the file itself, later than the link to it";
-    EXPECT_EQ(Text(here.at(base + "broken.lnk"), kSDKNameField), "broken.lnk");
     EXPECT_EQ(Text(here.at(base + "folder.lnk"), kSDKDirectoryFlagField), "D");
 }
 
@@ -468,26 +436,19 @@ TEST(WinProviderDirectory, ColumnsOfEveryKindOfEntryButNeverHiddenOnesFifosOrSoc
 
     // No DOS attributes here (Archive, Hidden); no short names; the lock holder of a project
     // (the extension is exact: ".PLPROJ" is none); folders and links have no size.
+    // clang-format off
     const std::tuple<const char*, const char*, std::string> texts[] = {
-        {"b.txt", kSDKNameField, "b.txt"},
-        {"b.txt", kSDKPathField, base + "b.txt"},
-        {"b.txt", W::kFilePathField, base + "b.txt"},
-        {"b.txt", W::kNormalFileField, "Normal"},
-        {"b.txt", W::kAlternativeFileNameField, ""},
-        {"b.txt", W::kArchiveField, ""},
-        {"sub", kSDKDirectoryFlagField, "D"},
-        {"link-to-sub", kSDKDirectoryFlagField, "D"},
+        {"b.txt", W::kFilePathField, base + "b.txt"}, {"b.txt", W::kNormalFileField, "Normal"},
+        {"b.txt", W::kArchiveField, ""}, {"link-to-sub", kSDKDirectoryFlagField, "D"},
         {"link-to-sub", W::kReparsePointField, "Reparse Point"},
         {"dangling", W::kReparsePointField, "Reparse Point"},
-        {"dangling", kSDKDirectoryFlagField, ""},
-        {"read-only.txt", W::kReadOnlyField, "R"},
+        {"dangling", kSDKDirectoryFlagField, ""}, {"read-only.txt", W::kReadOnlyField, "R"},
         {"read-only.txt", W::kNormalFileField, ""},
-        {"dated.txt", W::kReadOnlyField, ""},
         {"dated.txt", W::kLastAccessDateField, Platform::FormatLocalTime(accessTime)},
         {"dated.txt", W::kLastWriteDateField, Platform::FormatLocalTime(writeTime)},
         {"Cut.plproj", W::kProjectLockedField, "Jane Doe"},
-        {"Upper.PLPROJ", W::kProjectLockedField, ""},
-        {"b.txt", W::kProjectLockedField, ""}};
+        {"Upper.PLPROJ", W::kProjectLockedField, ""}};
+    // clang-format on
     for (const auto& [name, key, text] : texts)
         EXPECT_EQ(Text(all.at(base + name), key), text) << name << " " << key;
     const std::pair<const char*, std::uint64_t> sizes[] = {

@@ -1,25 +1,20 @@
-// The library's artwork and resources folder, and the host's PNG and SVG artwork drawn into
-// buffers on the main thread, whichever thread asks, and a main thread that never runs the
-// drawing.
-#include <tessel/thumbnails/ArtworkThumbnail.h>
-
+// The library's artwork and resources folder; PNG and SVG artwork drawn on the main thread,
+// whichever thread asks, and a main thread that never runs the drawing.
 #include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <filesystem>
-#include <thread>
-#include <tuple>
-
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/media/ImageResources.h>
 #include <tessel/media/VideoFrame.h>
 #include <tessel/thumbnails/Artwork.h>
+#include <tessel/thumbnails/ArtworkThumbnail.h>
 #include <tessel/thumbnails/RenderThumbnail.h>
 #include <tessel/thumbnails/Resources.h>
-
+#include <array>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+#include <tuple>
 #include "ImageWriters.h"
 #include "support/Environment.h"
 #include "support/TempDir.h"
@@ -44,8 +39,7 @@ protected:
         };
         const auto red = [](auto, auto) { return T::Rgba{255, 0, 0}; };
         mDir.WriteFile("wide.png", T::AsString(T::WritePng(T::MakePicture(40, 20, red), false)));
-        mDir.WriteFile("circle.png",
-                       T::AsString(T::WritePng(T::MakePicture(64, 64, circle), true)));
+        mDir.WriteFile("circle.png", T::AsString(T::WritePng(T::MakePicture(64, 64, circle), 1)));
         mDir.WriteFile("circle.svg",
                        "<svg xmlns='http://www.w3.org/2000/svg' width='64' height='64'>"
                        "<circle cx='32' cy='32' r='32' fill='#00ff00'/></svg>");
@@ -66,7 +60,6 @@ protected:
                                                       width, height, mImages, pixelAspect));
         return buffer ? MF::CreateVideoFrameFromPelPix(buffer.get()) : nullptr;
     }
-
     T::TempDir mDir;
     ImageProvider mImages;
     std::int64_t mLive = 0;
@@ -90,20 +83,21 @@ TEST_F(ArtworkThumbnailTest, FitsCentresHonoursThePixelAspectRatioAndRefusesBadF
         {"wide.png", 0, 0, 1, 40, 20, {}},
         {"circle.svg", 128, 64, 1, 128, 64, {{64, 32, kGreen}, {10, 32, 0}, {36, 4, 0}}},
         {"circle.svg", 64, 64, 2, 64, 64, {{32, 32, kGreen}, {6, 32, 0}}}};
-    for (const auto& c : cases) {
-        const MF::IVideoFrameRef frame = Draw(c.name, c.width, c.height, c.aspect);
-        ASSERT_TRUE(frame) << c.name;
+    for (const auto& [name, width, height, aspect, frameWidth, frameHeight, pixels] : cases) {
+        const MF::IVideoFrameRef frame = Draw(name, width, height, aspect);
+        ASSERT_TRUE(frame) << name;
         EXPECT_EQ(std::tuple(frame->GetWidth(), frame->GetHeight(), frame->GetPixelAspectRatio()),
-                  std::tuple(c.frameWidth, c.frameHeight, c.aspect))
-            << c.name;
-        for (const auto& [x, y, bgra] : c.pixels)
-            EXPECT_EQ(frame->GetPixelBGRA(x, y), bgra) << c.name << " at " << x << "," << y;
+                  std::tuple(frameWidth, frameHeight, aspect))
+            << name;
+        for (const auto& [x, y, bgra] : pixels)
+            EXPECT_EQ(frame->GetPixelBGRA(x, y), bgra) << name << " at " << x << "," << y;
     }
-
-    // The host's resources by name; bad files and missing ones draw nothing.
+    // The host's resources by name (the camera-card picture by number too); bad files and
+    // missing ones draw nothing.
     ImageResources::Setup();
     for (const char16_t* name : {u"REDVideoThumb.png", u"VideoColored"})
         EXPECT_TRUE(OwnedPelPix(RenderPNGToThumbnail(name, 48, 48, mImages))) << Utf16ToUtf8(name);
+    EXPECT_TRUE(ImageResources::FindById(Artwork::kCameraCardResourceId));
     ImageResources::Release();
     for (const char* name : {"broken.png", "broken.svg", "missing.png"})
         EXPECT_FALSE(Draw(name, 32, 32)) << name;
@@ -123,7 +117,6 @@ TEST_F(ArtworkThumbnailTest, WorkersWaitForTheMainThreadButNotForever) {
     for (std::thread& worker : workers)
         worker.join();
     EXPECT_EQ(drawn, 3);
-
     // A main thread that never pumps costs the limit, not a hang. The posted drawing is
     // cancelled, or, had it started, disposed: nothing leaks when the main thread gets round
     // to it (TearDown checks the live count).
@@ -134,7 +127,7 @@ TEST_F(ArtworkThumbnailTest, WorkersWaitForTheMainThreadButNotForever) {
 }
 
 // Every picture comes as SVG with its PNG rendering at its natural size, which Windows draws
-// instead; the camera-card picture is also a numbered resource.
+// instead.
 TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
     for (const Artwork::EmbeddedFile& file : Artwork::AllFiles()) {
         const std::string name = file.name;
@@ -148,9 +141,6 @@ TEST(Artwork, EveryPictureIsRegisteredAndReadable) {
                   std::pair(256u, 256u))
             << name;
     }
-    ImageResources::Setup();
-    EXPECT_TRUE(ImageResources::FindById(Artwork::kCameraCardResourceId));
-    ImageResources::Release();
 }
 
 TEST(Resources, OverridesInOrderThenTheLibrarysOwnFolder) {
@@ -162,7 +152,6 @@ TEST(Resources, OverridesInOrderThenTheLibrarysOwnFolder) {
     EXPECT_NE(found.back(), '/');
     EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::path(found) / "PNG" /
                                                  "REDVideoThumb.png"));
-
     // The environment replaces it, the settings database replaces both; neither is checked.
     // An empty value counts as no value.
     Tessel::Test::SetEnvironment("TESSEL_RESOURCES", "/from/environment");

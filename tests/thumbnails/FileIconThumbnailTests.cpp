@@ -1,22 +1,19 @@
-// Icon thumbnails: the size rule, what kind of icon a path gets (and that nothing on a
-// network mount is looked at), and the drawn pixels (the library's own drawings on POSIX,
-// the shell's icons on Windows).
+// Icon thumbnails: the size rule, the kind of icon a path gets (nothing on a network mount
+// looked at), and the drawn pixels (the library's own drawings, the shell's on Windows).
 #include <tessel/thumbnails/FileIconThumbnail.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <thread>
 #include <vector>
-
 #if defined(_WIN32)
 #include <windows.h>
 #endif
-
 #include <tessel/foundation/Path.h>
 #include <tessel/platform/FileDetails.h>
 #include <tessel/platform/FileIcons.h>
-
 #include "ImageWriters.h"
 #include "support/FileKinds.h"
 #include "support/TempDir.h"
@@ -26,7 +23,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using Platform::FileIconKind;
+using enum Platform::FileIconKind;
 using Tessel::Test::PixelAt;
+using Tessel::Test::TempDir;
 
 TEST(FileIconThumbnail, SizeRule) {
     // Requested size, largest size; the buffer's side and the icon drawn in it.
@@ -44,35 +43,30 @@ TEST(FileIconThumbnail, SizeRule) {
 }
 
 TEST(FileIconThumbnail, KindsOfPaths) {
-    Tessel::Test::TempDir dir;
+    TempDir dir;
     dir.MakeDir("Footage");
     for (const char* name : {"clip.MXF", "frame.0001.dpx", ".hidden"})
         dir.WriteFile(name);
     const std::pair<const char*, FileIconKind> cases[] = {
-        {"Footage", FileIconKind::Folder},
-        {"clip.MXF", FileIconKind::Video},
-        {"frame.0001.dpx", FileIconKind::Image},
-        {".hidden", FileIconKind::File},
-        {"missing.jpg", FileIconKind::Image},
-        {"missing", FileIconKind::File},
-        {"a.", FileIconKind::File},
-        {"x.verylongextension", FileIconKind::File}};
+        {"Footage", Folder}, {"clip.MXF", Video},          {"frame.0001.dpx", Image},
+        {".hidden", File},   {"missing.jpg", Image},       {"missing", File},
+        {"a.", File},        {"x.verylongextension", File}};
     for (const auto& [name, expected] : cases)
         EXPECT_EQ(Platform::ClassifyFileIcon((dir.path() / name).native()), expected) << name;
-    EXPECT_EQ(Platform::ClassifyFileIcon({}), FileIconKind::File);
+    EXPECT_EQ(Platform::ClassifyFileIcon({}), File);
 #if defined(_WIN32)
     wchar_t system[MAX_PATH] = {};
     ASSERT_GT(GetSystemDirectoryW(system, MAX_PATH), 2u);
     const std::wstring root = std::wstring(system, 3);  // "C:\"
-    EXPECT_EQ(Platform::ClassifyFileIcon(root), FileIconKind::Drive);
-    EXPECT_EQ(Platform::ClassifyFileIcon(L"\\\\?\\" + root), FileIconKind::Drive);
+    EXPECT_EQ(Platform::ClassifyFileIcon(root), Drive);
+    EXPECT_EQ(Platform::ClassifyFileIcon(L"\\\\?\\" + root), Drive);
 #else
     // Names that are not UTF-8, and a FIFO, which is classified by its name, never opened.
     dir.WriteFile("name\xff\xfe.mov");
-    EXPECT_EQ(Platform::ClassifyFileIcon(dir.str() + "/name\xff\xfe.mov"), FileIconKind::Video);
+    EXPECT_EQ(Platform::ClassifyFileIcon(dir.str() + "/name\xff\xfe.mov"), Video);
     ASSERT_TRUE(Tessel::Test::MakeFifo(dir.path() / "pipe.mp4"));
     Tessel::Test::FifoReaderWatch watch(dir.path() / "pipe.mp4");
-    EXPECT_EQ(Platform::ClassifyFileIcon(dir.str() + "/pipe.mp4"), FileIconKind::Video);
+    EXPECT_EQ(Platform::ClassifyFileIcon(dir.str() + "/pipe.mp4"), Video);
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
 #endif
 }
@@ -82,7 +76,7 @@ TEST(FileIconThumbnail, KindsOfPaths) {
 // folder. The share's folder exists and holds a folder named like a video: a path that
 // were stat'ed would show as a folder, one told by its name shows as a video.
 TEST(FileIconThumbnail, NothingOnANetworkMountIsStatted) {
-    Tessel::Test::TempDir dir;
+    TempDir dir;
     const std::string base = dir.str();
     for (const char* folder : {"disk", "cdrom", "Footage", "share/clip.mov", "share/Card"})
         dir.MakeDir(folder);
@@ -98,70 +92,63 @@ TEST(FileIconThumbnail, NothingOnANetworkMountIsStatted) {
     files.mountTable = dir.WriteFile("mountinfo", table).native();
     files.fstab.clear();
     files.labelDirectory = files.blockDeviceDirectory = (dir.path() / "none").native();
-
     const std::uint64_t statsBefore = Platform::EntryStatCount();
     const std::pair<const char*, FileIconKind> unexamined[] = {
-        {"/share", FileIconKind::NetworkShare},
-        {"/share/", FileIconKind::NetworkShare},
-        {"/share/clip.mov", FileIconKind::Video},
-        {"/share/Card", FileIconKind::File},
-        {"/share/Card/", FileIconKind::Folder},
-        {"//share/./missing/x.wav", FileIconKind::Audio},
-        {"/Footage/../share/clip.mov/..", FileIconKind::NetworkShare}};
+        {"/share", NetworkShare},
+        {"/share/", NetworkShare},
+        {"/share/clip.mov", Video},
+        {"/share/Card", File},
+        {"/share/Card/", Folder},
+        {"//share/./missing/x.wav", Audio},
+        {"/Footage/../share/clip.mov/..", NetworkShare}};
     for (const auto& [path, expected] : unexamined)
         EXPECT_EQ(Platform::ClassifyFileIcon(base + path, files), expected) << path;
-    EXPECT_EQ(Platform::ClassifyFileIcon("share/Card/", files), FileIconKind::Folder)
+    EXPECT_EQ(Platform::ClassifyFileIcon("share/Card/", files), Folder)
         << "a relative path is told by its name";
     EXPECT_EQ(Platform::EntryStatCount(), statsBefore) << "a path on the share was examined";
-
     // Reaching the share through a link, the walk stops at its edge. Elsewhere the file
     // system decides, the mount table naming the roots.
     const std::pair<const char*, FileIconKind> walked[] = {
-        {"/link.mov", FileIconKind::Video},
-        {"/disk", FileIconKind::Drive},
-        {"/cdrom/", FileIconKind::RemovableDrive},
-        {"/Footage", FileIconKind::Folder},
-        {"/to-footage", FileIconKind::Folder},
-        {"/disk/../Footage/.", FileIconKind::Folder},
-        {"/loop-a", FileIconKind::File}};
+        {"/link.mov", Video}, {"/disk", Drive},        {"/cdrom/", RemovableDrive},
+        {"/Footage", Folder}, {"/to-footage", Folder}, {"/disk/../Footage/.", Folder},
+        {"/loop-a", File}};
     for (const auto& [path, expected] : walked)
         EXPECT_EQ(Platform::ClassifyFileIcon(base + path, files), expected) << path;
-    EXPECT_EQ(Platform::ClassifyFileIcon("/", files), FileIconKind::Drive);
+    EXPECT_EQ(Platform::ClassifyFileIcon("/", files), Drive);
 }
 #endif
 
-// Whether ICON is a square of SIZE with something drawn in the top left square of
-// DRAWN_SIZE and nothing outside it, and its pixels (stored rows from the bottom).
-struct IconCheck {
-    bool square = false, visible = false, clearOutside = true;
-    std::vector<std::uint8_t> pixels;
-};
-IconCheck Inspect(PelPixHandle icon, std::uint32_t size, std::uint32_t drawnSize) {
+// ICON's pixels (stored rows from the bottom) if it is a square of SIZE with something drawn
+// in the top left square of DRAWN_SIZE and nothing outside it.
+std::optional<Tessel::Test::Bytes> Inspect(PelPixHandle icon, std::uint32_t size,
+                                           std::uint32_t drawnSize) {
     const OwnedPelPix owned(icon);
-    IconCheck check;
-    check.square = icon && pelpixGetWidth(icon) == size && pelpixGetHeight(icon) == size;
-    for (std::uint32_t row = 0; check.square && row < size; ++row)
+    if (!icon || pelpixGetWidth(icon) != size || pelpixGetHeight(icon) != size)
+        return std::nullopt;
+    Tessel::Test::Bytes pixels;
+    bool visible = false;
+    for (std::uint32_t row = 0; row < size; ++row)
         for (std::uint32_t x = 0; x < size; ++x) {
             const Tessel::Test::Rgba p = PixelAt(icon, x, row);
-            check.pixels.insert(check.pixels.end(), {p.b, p.g, p.r, p.a});
+            pixels.insert(pixels.end(), {p.b, p.g, p.r, p.a});
             const bool inside = x < drawnSize && row + drawnSize >= size;
-            check.visible = check.visible || (inside && p.a != 0);
-            check.clearOutside =
-                check.clearOutside && (inside || p == Tessel::Test::Rgba{0, 0, 0, 0});
+            visible = visible || (inside && p.a != 0);
+            if (!inside && p != Tessel::Test::Rgba{0, 0, 0, 0})
+                return std::nullopt;
         }
-    return check;
+    return visible ? std::optional(pixels) : std::nullopt;
 }
 
 // Folders, files, missing paths (whose icons come from their names, or on Windows from the
 // attributes alone), a drive root, long-path and unnormalised forms: each in a square of the
-// requested size, the icon in its top left corner.
+// requested size, the icon in its top left corner; from many threads at once too.
 TEST(FileIconThumbnail, DrawsTheIconInTheTopLeftOfABufferOfTheRequestedSize) {
-    Tessel::Test::TempDir dir;
+    TempDir dir;
     dir.MakeDir("Footage");
     dir.WriteFile("a.mov", "not really a movie");
     dir.WriteFile("b.wav");
     const std::int64_t live = pelpixLiveCount();
-    const std::string folder = dir.longStr(), separator(1, static_cast<char>(Path::kSeparator));
+    const std::string folder = dir.longStr(), sep(1, static_cast<char>(Path::kSeparator));
 #if defined(_WIN32)
     wchar_t system[MAX_PATH] = {};
     ASSERT_GT(GetSystemDirectoryW(system, MAX_PATH), 2u);
@@ -169,45 +156,37 @@ TEST(FileIconThumbnail, DrawsTheIconInTheTopLeftOfABufferOfTheRequestedSize) {
 #else
     const std::string root = "/";
 #endif
+    const std::string up = folder + sep + "." + sep + "Footage" + sep + "..",
+                      footage = folder + sep + "Footage" + sep, missingDir = "missing-dir" + sep;
     const std::pair<std::string, std::string> paths[] = {
-        {folder, "Footage"},
-        {folder, "a.mov"},
-        {folder, "missing.txt"},
-        {folder, "missing-dir" + separator},
-        {root, ""},
-        {dir.str(), "a.mov"},
-        {folder + separator + "." + separator + "Footage" + separator + "..", "a.mov"},
-        {folder + separator + "Footage" + separator, ""}};
+        {folder, "Footage"}, {folder, "a.mov"},    {folder, "missing.txt"}, {folder, missingDir},
+        {root, ""},          {dir.str(), "a.mov"}, {up, "a.mov"},           {footage, ""}};
     for (const auto& [directory, file] : paths)
-        for (const std::uint32_t size : {0u, 16u, 30u, 48u, 64u, 200u, 300u}) {
-            const IconCheck check = Inspect(RenderFileIconThumbnail(directory, file, size, 0),
-                                            IconThumbnailSize(size, 0), ChooseIconSize(size, 0));
-            EXPECT_TRUE(check.square && check.visible && check.clearOutside)
+        for (const std::uint32_t size : {0u, 16u, 30u, 48u, 64u, 200u, 300u})
+            EXPECT_TRUE(Inspect(RenderFileIconThumbnail(directory, file, size, 0),
+                                IconThumbnailSize(size, 0), ChooseIconSize(size, 0)))
                 << directory << " " << file << " " << size;
-        }
     // A folder and a file look different; a missing file looks like an existing one of its
     // type. The provider's largest size caps the request; a size past the largest canvas, or
     // no path, gives nothing.
-    const IconCheck folderIcon = Inspect(RenderFileIconThumbnail(folder, "Footage", 0, 32), 32, 32);
-    const IconCheck fileIcon = Inspect(RenderFileIconThumbnail(folder, "a.mov", 0, 32), 32, 32);
-    const IconCheck missing = Inspect(RenderFileIconThumbnail(folder, "other.mov", 0, 32), 32, 32);
-    EXPECT_TRUE(folderIcon.square && fileIcon.square);
-    EXPECT_NE(folderIcon.pixels, fileIcon.pixels);
-    EXPECT_EQ(missing.pixels, fileIcon.pixels);
+    const auto icon = [&](const char* name) {
+        return Inspect(RenderFileIconThumbnail(folder, name, 0, 32), 32, 32);
+    };
+    const auto folderIcon = icon("Footage"), fileIcon = icon("a.mov");
+    ASSERT_TRUE(folderIcon && fileIcon);
+    EXPECT_NE(folderIcon, fileIcon);
+    EXPECT_EQ(icon("other.mov"), fileIcon);
     const std::uint32_t tooLarge = Platform::kLargestShellIconCanvas + 1;
     EXPECT_EQ(RenderFileIconThumbnail(folder, "Footage", tooLarge, 0), nullptr);
     EXPECT_EQ(RenderFileIconThumbnail("", "", 32, 0), nullptr);
-
-    // Many threads at once.
     std::vector<std::thread> threads;
     std::atomic<int> drawn{0};
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&, t] {
             for (std::uint32_t i = 0; i < 20; ++i)
-                drawn += OwnedPelPix(RenderFileIconThumbnail(
-                             folder, (i + t) % 2 ? "a.mov" : "b.wav", i % 4 * 20, 0))
-                             ? 1
-                             : 0;
+                if (OwnedPelPix(RenderFileIconThumbnail(folder, (i + t) % 2 ? "a.mov" : "b.wav",
+                                                        i % 4 * 20, 0)))
+                    ++drawn;
         });
     for (std::thread& thread : threads)
         thread.join();
