@@ -1,9 +1,10 @@
 #include <tessel/foundation/Trace.h>
 
+#include <cctype>
 #include <cstdio>
 #include <iostream>
-#include <regex>
 #include <sstream>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -24,13 +25,21 @@ std::vector<std::string> TraceLines(Act&& act) {
     Tessel::Test::StandardErrorFile file(dir.path() / "stderr.txt");
     act();
     std::istringstream lines(file.Finish());
-    const std::regex shape(R"(\[\d\d:\d\d:\d\d\.\d\d\d\] \[([^\]]+)\] (.*?)\r?)");
     std::vector<std::string> seen;
-    std::smatch match;
-    for (std::string line; std::getline(lines, line);) {  // Windows ends lines with CR LF
-        EXPECT_TRUE(std::regex_match(line, match, shape)) << line;
-        if (!match.empty())
-            seen.push_back(match.str(1) + ": " + match.str(2));
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();  // Windows ends lines with CR LF
+        // "[HH:MM:SS.mmm] [": digits where the pattern has 9 (no std::regex: g++ 12 warns
+        // falsely about it in the sanitizer build).
+        const std::string_view shape = "[99:99:99.999] [";
+        bool shaped = line.size() > shape.size();
+        for (std::size_t i = 0; shaped && i < shape.size(); ++i)
+            shaped = shape[i] == '9' ? std::isdigit(static_cast<unsigned char>(line[i])) != 0
+                                     : line[i] == shape[i];
+        const std::size_t close = line.find("] ", shape.size());
+        EXPECT_TRUE(shaped && close != std::string::npos) << line;
+        if (shaped && close != std::string::npos)
+            seen.push_back(line.substr(16, close - 16) + ": " + line.substr(close + 2));
     }
     return seen;
 }

@@ -92,8 +92,9 @@ inline Bytes WritePng(std::uint32_t width, std::uint32_t height, std::uint8_t bi
 inline Bytes WritePng(const Picture& picture, bool alpha) {
     Bytes rows;
     for (const Rgba& p : picture.pixels) {
-        rows.insert(rows.end(), {p.r, p.g, p.b, p.a});
-        rows.resize(rows.size() - (alpha ? 0 : 1));
+        rows.insert(rows.end(), {p.r, p.g, p.b});
+        if (alpha)
+            rows.push_back(p.a);
     }
     return WritePng(picture.width, picture.height, 8, alpha ? 6 : 2, rows);
 }
@@ -103,8 +104,8 @@ inline Bytes Stored(const Picture& picture, int bits, bool topDown) {
     for (std::uint32_t row = 0; row < picture.height; ++row)
         for (std::uint32_t x = 0; x < picture.width; ++x) {
             const Rgba& p = picture.at(x, topDown ? row : picture.height - 1 - row);
-            out.insert(out.end(), {p.b, p.g, p.r, p.a});
-            out.resize(out.size() - 4 + bits / 8);
+            const std::uint8_t channels[] = {p.b, p.g, p.r, p.a};
+            out.insert(out.end(), channels, channels + bits / 8);
         }
     return out;
 }
@@ -224,8 +225,8 @@ inline Bytes WriteJpeg(const Picture& picture, int quality, JpegKind kind = Jpeg
                   kSampling[] = {TJSAMP_420, TJSAMP_420, TJSAMP_GRAY, TJSAMP_444};
     Bytes pixels;
     for (const Rgba& p : picture.pixels) {
-        pixels.insert(pixels.end(), {p.r, p.g, p.b, p.a});
-        pixels.resize(pixels.size() - 4 + kChannels[k]);
+        const std::uint8_t channels[] = {p.r, p.g, p.b, p.a};
+        pixels.insert(pixels.end(), channels, channels + kChannels[k]);
     }
     tjhandle handle = tjInitCompress();
     unsigned char* jpeg = nullptr;
