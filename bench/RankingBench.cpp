@@ -19,6 +19,7 @@
 
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileSystem.h>
 
 #include "BenchHost.h"

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <tessel/media/PelPix.h>
+#include <tessel/media/PelPixCount.h>
 #include <tessel/platform/ImageDecoding.h>
 #include <tessel/thumbnails/RenderThumbnail.h>
 #include <tessel/thumbnails/ThumbnailFit.h>

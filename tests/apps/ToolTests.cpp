@@ -38,11 +38,7 @@ Result RunTool(std::vector<std::string> args) {
 TEST(Tool, ErrorsUsageAndThePreferencesFile) {
     Tessel::Test::TempDir dir;
     Tessel::Test::HostFixture host;
-    EXPECT_EQ(RunTool({"ls", "/no/such/folder"}).status, 1);
-    for (const std::vector<std::string>& usage :
-         {std::vector<std::string>{"ls"}, {"frobnicate"}, {"providers"}, {"--set", "x", "ls"}})
-        EXPECT_EQ(RunTool(usage).status, 2) << usage[0];
-
+    EXPECT_EQ(RunTool({"--set", "x", "ls"}).status, 2);  // (other usage errors: golden outputs)
     // --prefs naming what cannot be a preferences file is refused, and nothing is touched.
     const fs::path folder = dir.MakeDir("Folder");
     std::vector<std::string> refused = {folder.string(), (dir.path() / "no" / "p.json").string()};

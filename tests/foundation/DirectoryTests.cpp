@@ -12,6 +12,7 @@
 
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileSystem.h>
 
 #include "support/DeepTree.h"

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <tessel/foundation/Unicode.h>
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileSystem.h>
 
 #include "support/FileKinds.h"

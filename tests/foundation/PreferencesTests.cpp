@@ -41,7 +41,6 @@ protected:
     void SetUp() override { Preferences::UseFile(mFile.string()); }
     void TearDown() override { Preferences::UseFile(""); }
 
-    // Forgets the values in memory and reads the file again.
     Status Reload() {
         Preferences::UseFile(mFile.string());
         return Preferences::Load();
@@ -51,11 +50,7 @@ protected:
     fs::path mFile = mDir.path() / "prefs.json";
 };
 
-#define EXPECT_OK(expression)                             \
-    do {                                                  \
-        const Status status_ = (expression);              \
-        EXPECT_TRUE(status_.IsOk()) << status_.Message(); \
-    } while (false)
+#define EXPECT_OK(expression) EXPECT_EQ((expression).Code(), StatusCode::kOk)
 
 TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
     std::u16string undecodablePath = u"/media/card/clip";
@@ -82,14 +77,11 @@ TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
     EXPECT_EQ(EntriesIn(mFile.parent_path()), 1u);
 
     EXPECT_OK(Reload());
-    std::vector<std::string> expectedKeys;
+    EXPECT_EQ(Preferences::Keys().size(), values.size());
     for (const auto& [key, value] : values) {
-        expectedKeys.push_back(key);
-        const any_regular_t loaded = Preferences::GetValue(key);
-        EXPECT_EQ(loaded.type(), value.type()) << key;
-        EXPECT_TRUE(loaded == value) << key;
+        EXPECT_EQ(Preferences::GetValue(key).type(), value.type()) << key;
+        EXPECT_TRUE(Preferences::GetValue(key) == value) << key;
     }
-    EXPECT_EQ(Preferences::Keys(), expectedKeys);
 
     // A value or key that cannot be written fails the save and leaves the file as it was.
     const std::string before = ReadBytes(mFile);
@@ -104,19 +96,18 @@ TEST_F(PreferencesTest, SavedValuesComeBackWithTheirTypes) {
 
 TEST_F(PreferencesTest, AnUnusableFileIsLeftAloneUntilASaveSetsItAside) {
     // Names the set-aside file may get in the next seconds, taken already: none may be replaced.
-    std::map<fs::path, std::string> occupied;
+    std::map<std::string, std::string> kept;  // path -> bytes that must stay
     for (std::time_t now = std::time(nullptr), t = now; t <= now + 3; ++t) {
         char stamp[32];
         std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", std::localtime(&t));
         const std::string name = "prefs.json.unreadable-" + std::string(stamp);
-        occupied[mDir.WriteFile(name, name)] = name;
+        kept[mDir.WriteFile(name, name).string()] = name;
     }
     const std::string unusable[] = {
         "{\"favorites\": [\"/Volumes/Card",  // cut off mid-write by another program
         "[\"not\", \"an object\"]",         "", std::string("\xFF\xFE{\0}\0", 6),  // UTF-16 text
         std::string(100000, '['),
     };
-    std::map<std::string, std::string> setAside;  // path -> original bytes
     for (const std::string& bytes : unusable) {
         SCOPED_TRACE(bytes.substr(0, 30));
         mDir.WriteFile("prefs.json", bytes);
@@ -135,18 +126,15 @@ TEST_F(PreferencesTest, AnUnusableFileIsLeftAloneUntilASaveSetsItAside) {
         const std::string aside = Preferences::GetSetAsidePath();
         EXPECT_EQ(aside.rfind(mFile.string() + ".unreadable-", 0), 0u) << aside;
         EXPECT_EQ(ReadBytes(aside), bytes);
-        EXPECT_TRUE(setAside.emplace(aside, bytes).second) << "reused " << aside;
+        EXPECT_TRUE(kept.emplace(aside, bytes).second) << "reused " << aside;
         EXPECT_OK(Reload());
         EXPECT_TRUE(Preferences::GetValue("after") == any_regular_t(true));
     }
-    for (const auto& [path, bytes] : setAside)
-        EXPECT_EQ(ReadBytes(path), bytes) << path;
-    for (const auto& [path, bytes] : occupied)
+    for (const auto& [path, bytes] : kept)
         EXPECT_EQ(ReadBytes(path), bytes) << path;
 
 #if !defined(_WIN32)
-    // A file that cannot be moved aside (its set-aside name would be too long) is never
-    // overwritten: the save fails.
+    // A file that cannot be moved aside (name too long) is never overwritten: the save fails.
     mFile = mDir.WriteFile(std::string(240, 'p'), "{\"favorites\": [\"/Volumes/Ca");
     EXPECT_EQ(Reload().Code(), StatusCode::kMalformed);
     Preferences::SetValue("new", 1);
@@ -159,14 +147,11 @@ TEST_F(PreferencesTest, AnUnusableFileIsLeftAloneUntilASaveSetsItAside) {
 TEST_F(PreferencesTest, WhatIsNoRegularFileIsNeverOpenedMovedOrReplaced) {
     const fs::path folder = mDir.MakeDir("folder.json");
     mDir.WriteFile("folder.json/inside.txt", "kept");
-    struct Case {
-        fs::path path;
-        std::optional<StatusCode> check;  // none: CheckFile accepts it
-    };
+    using Case = std::pair<fs::path, StatusCode>;  // a path and what CheckFile says of it
     std::vector<Case> cases = {
-        {mDir.WriteFile("file.json", "{}"), std::nullopt},
-        {mDir.path() / "new.json", std::nullopt},
-        {"bare-name.json", std::nullopt},  // in the current folder
+        {mDir.WriteFile("file.json", "{}"), StatusCode::kOk},
+        {mDir.path() / "new.json", StatusCode::kOk},
+        {"bare-name.json", StatusCode::kOk},  // in the current folder
         {folder, StatusCode::kInvalidArgument},
         {mDir.path() / "missing" / "p.json", StatusCode::kNotFound},
         {mDir.path() / "file.json" / "p.json", StatusCode::kNotFound},
@@ -179,20 +164,16 @@ TEST_F(PreferencesTest, WhatIsNoRegularFileIsNeverOpenedMovedOrReplaced) {
     fs::create_symlink(mDir.path() / "nowhere", mDir.path() / "dangling.json");
     cases.push_back({mDir.path() / "dangling.json", StatusCode::kInvalidArgument});
 #endif
-    for (const Case& c : cases) {
-        EXPECT_EQ(Preferences::CheckFile(c.path.string()).Code(), c.check.value_or(StatusCode::kOk))
-            << c.path;
-    }
-
-    // Named anyway (TESSEL_PREFS): reported, and refused on save.
     const std::size_t entries = EntriesIn(mDir.path());
-    for (const Case& c : cases) {
-        if (c.check != StatusCode::kInvalidArgument || c.path.empty())
+    for (const auto& [path, check] : cases) {
+        EXPECT_EQ(Preferences::CheckFile(path.string()).Code(), check) << path;
+        if (check != StatusCode::kInvalidArgument || path.empty())
             continue;
-        Preferences::UseFile(c.path.string());
-        EXPECT_EQ(Preferences::Load().Code(), StatusCode::kInvalidArgument) << c.path;
+        // Named anyway (TESSEL_PREFS): reported, and refused on save.
+        Preferences::UseFile(path.string());
+        EXPECT_EQ(Preferences::Load().Code(), StatusCode::kInvalidArgument) << path;
         Preferences::SetValue("new", 1);
-        EXPECT_EQ(Preferences::Save().Code(), StatusCode::kInvalidArgument) << c.path;
+        EXPECT_EQ(Preferences::Save().Code(), StatusCode::kInvalidArgument) << path;
     }
 #if !defined(_WIN32)
     EXPECT_FALSE(watch.Stop()) << "the FIFO was opened";
@@ -201,7 +182,6 @@ TEST_F(PreferencesTest, WhatIsNoRegularFileIsNeverOpenedMovedOrReplaced) {
     EXPECT_EQ(EntriesIn(mDir.path()), entries) << "nothing set aside or made";
 }
 
-// Saving keeps what it cannot decode and clears away only old temporary files.
 TEST_F(PreferencesTest, SavingKeepsUnknownEntriesAndRemovesOldTemporaries) {
     mDir.WriteFile("prefs.json", R"({"k": 1, "later": {"$type": "test.unknown", "value": 7}})");
     const fs::path fresh = mDir.WriteFile("prefs.json.tmp-123-4-5", R"({"k": 2)");
@@ -242,9 +222,9 @@ TEST_F(PreferencesTest, ConcurrentChangesWhileSaving) {
 
 TEST_F(PreferencesTest, FileLocationFollowsTheEnvironment) {
     using Tessel::Test::SetEnvironment;
-    std::vector<std::pair<const char*, std::string>> saved;  // put back at the end
+    std::map<std::string, std::string> saved;  // put back at the end
     for (const char* name : {"TESSEL_PREFS", "XDG_CONFIG_HOME", "HOME", "APPDATA"})
-        saved.emplace_back(name, std::getenv(name) ? std::getenv(name) : "");
+        saved[name] = std::getenv(name) ? std::getenv(name) : "";
     Preferences::UseFile("");
 #if defined(_WIN32)
     SetEnvironment("APPDATA", mDir.str());
@@ -264,7 +244,7 @@ TEST_F(PreferencesTest, FileLocationFollowsTheEnvironment) {
     EXPECT_OK(Preferences::Save());  // makes the folder
     EXPECT_TRUE(fs::is_regular_file(made));
     for (const auto& [name, value] : saved)
-        SetEnvironment(name, value);
+        SetEnvironment(name.c_str(), value);
 }
 
 }  // namespace

@@ -21,19 +21,15 @@ class SettingsTest : public ::testing::Test {
 protected:
     void SetUp() override { Settings::ClearOverrides(); }
     void TearDown() override { Settings::ClearOverrides(); }
-
-    void ExpectLoads(const std::string& text) {
-        const Status loaded = Settings::LoadFile(mDir.WriteFile("settings.json", text).string());
-        EXPECT_TRUE(loaded.IsOk()) << loaded.Message();
-    }
-
     Tessel::Test::TempDir mDir;
 };
 
 TEST_F(SettingsTest, TypedReadersAndTheirFallbacks) {
-    ExpectLoads(R"({"zebmediabrowser.threads.ContentLowPriority": 4, "test.file.ratio": 2.0,
-                    "test.file.flag": 1, "test.file.name": "Gr\u00fc\u00dfe \ud83d\ude00"})");
-    EXPECT_EQ(Settings::GetInt(kSettingContentLowPriorityThreads, 0), 4);
+    ASSERT_TRUE(Settings::LoadFile(mDir.WriteFile("s.json", R"({"test.file.ratio": 2.0,
+        "test.file.flag": 1,
+        "test.file.name": "Gr\u00fc\u00dfe \ud83d\ude00"})")
+                                       .string())
+                    .IsOk());
     EXPECT_EQ(Settings::GetInt("test.file.ratio", 0), 2);
     EXPECT_TRUE(Settings::GetBool("test.file.flag", false));  // files written by hand say 1
     EXPECT_EQ(Settings::GetString("test.file.name", ""), "Gr\u00fc\u00dfe \U0001F600");
@@ -51,17 +47,13 @@ TEST_F(SettingsTest, TypedReadersAndTheirFallbacks) {
 TEST_F(SettingsTest, AFailedLoadChangesNothing) {
     Settings::Set("test.atomic.kept", 1);
     const std::uint64_t before = Settings::ChangeCount();
-    const std::string rejected[] = {
-        "{\"test.atomic.new\": 1, ",  // truncated
-        "[1, 2]",                     // not an object
-        "{\"test.atomic.new\": 1, \"test.atomic.kept\": {\"$type\": \"no.such\", \"value\": 0}}",
-        "",
-        std::string(100000, '{'),
-    };
-    for (const std::string& text : rejected) {
-        const auto file = mDir.WriteFile("bad.json", text);
-        EXPECT_EQ(Settings::LoadFile(file.string()).Code(), StatusCode::kMalformed) << text;
-    }
+    for (const std::string& text : {std::string("{\"test.atomic.new\": 1, "), std::string("[1, 2]"),
+                                    std::string("{\"test.atomic.new\": 1, \"test.atomic.kept\": "
+                                                "{\"$type\": \"no.such\", \"value\": 0}}"),
+                                    std::string(), std::string(100000, '{')})
+        EXPECT_EQ(Settings::LoadFile(mDir.WriteFile("bad.json", text).string()).Code(),
+                  StatusCode::kMalformed)
+            << text;
     EXPECT_EQ(Settings::LoadFile((mDir.path() / "missing.json").string()).Code(),
               StatusCode::kNotFound);
     EXPECT_EQ(Settings::LoadFile(mDir.str()).Code(), StatusCode::kIOError);  // a folder
@@ -93,12 +85,7 @@ TEST_F(SettingsTest, PrecedenceAndTheChangeCount) {
         mDir.WriteFile("s.json", R"({"test.count": 6, "test.count.a": 1, "test.count.b": 2})")
             .string();
     const auto load = [&] { ASSERT_TRUE(Settings::LoadFile(file).IsOk()); };
-    struct Step {
-        std::function<void()> action;
-        std::int64_t value;  // of KEY afterwards
-        std::uint64_t moves;
-    };
-    const Step steps[] = {
+    const std::tuple<std::function<void()>, std::int64_t, std::uint64_t> steps[] = {
         {[&] { Settings::Set(key, 2); }, 2, 1},
         {[&] { Settings::Set(key, 2); }, 2, 0},
         {[&] { Settings::Set(key, 2.0); }, 2, 1},  // same number, other type: readers may see it
@@ -115,12 +102,12 @@ TEST_F(SettingsTest, PrecedenceAndTheChangeCount) {
         {load, 6, 0},
         {[&] { Settings::Set(key, 7); }, 7, 1},  // a call of the API wins over the file
     };
-    int step = 0;
-    for (const Step& s : steps) {
+    int step = 0;  // each: action, value of KEY afterwards, change count moves
+    for (const auto& [action, value, moves] : steps) {
         const std::uint64_t before = Settings::ChangeCount();
-        s.action();
-        EXPECT_EQ(Settings::GetInt(key, -1), s.value) << "step " << step;
-        EXPECT_EQ(Settings::ChangeCount() - before, s.moves) << "step " << step++;
+        action();
+        EXPECT_EQ(Settings::GetInt(key, -1), value) << "step " << step;
+        EXPECT_EQ(Settings::ChangeCount() - before, moves) << "step " << step++;
     }
 }
 
@@ -140,9 +127,8 @@ TEST_F(SettingsTest, AssignmentsFromTheCommandLine) {
     };
     for (const auto& [text, expected] : cases) {
         EXPECT_TRUE(Settings::SetFromAssignment(text));
-        const any_regular_t value = Settings::Get("test.assign");
-        EXPECT_TRUE(value == expected) << text;
-        EXPECT_EQ(value.type(), expected.type()) << text;
+        EXPECT_TRUE(Settings::Get("test.assign") == expected) << text;
+        EXPECT_EQ(Settings::Get("test.assign").type(), expected.type()) << text;
     }
     const std::uint64_t before = Settings::ChangeCount();
     for (const char* refused : {"no equals sign", "=value without key", ""})
@@ -152,9 +138,9 @@ TEST_F(SettingsTest, AssignmentsFromTheCommandLine) {
 
 TEST_F(SettingsTest, ConcurrentWritersAndReaders) {
     constexpr int kChanges = 400;
+    Settings::Set("test.concurrent.0", 0);
     const std::uint64_t before = Settings::ChangeCount();
     std::atomic<bool> wrong{false};
-    Settings::Set("test.concurrent.0", 0);
     std::thread reader([&] {
         for (std::uint64_t last = 0, count; Settings::GetInt("test.concurrent.1", 0) < kChanges;
              last = count) {
@@ -173,7 +159,7 @@ TEST_F(SettingsTest, ConcurrentWritersAndReaders) {
     reader.join();
     EXPECT_FALSE(wrong) << "a reader saw a torn value or a count going back";
     // Every Set changed a value, and none of the changes was lost or counted twice.
-    EXPECT_EQ(Settings::ChangeCount() - before, 2u * kChanges + 1);
+    EXPECT_EQ(Settings::ChangeCount() - before, 2u * kChanges);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ContentRecord.h>
 #include <tessel/framework/DirectoryContents.h>
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileSystem.h>
 
 #include "support/TempDir.h"

@@ -10,6 +10,7 @@
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/Messages.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileSystem.h>
 
 #include "support/TempDir.h"
@@ -18,9 +19,7 @@
 namespace Tessel {
 namespace {
 
-using Tessel::Test::HostFixture;
-using Tessel::Test::Register;
-using Tessel::Test::TestProvider;
+using namespace Tessel::Test;
 
 std::vector<std::u16string> Ids(const std::vector<ProviderWrapper*>& wrappers) {
     std::vector<std::u16string> ids;
@@ -35,14 +34,13 @@ std::u16string Id(const char* className) {
 
 TEST(ProviderHost, RanksByScoreWithTiesInRegistrationOrder) {
     HostFixture host;
-    Register(std::make_shared<TestProvider>("Directory", 30));
     auto silent = std::make_shared<TestProvider>("Never", 0);
-    Register(silent);
-    Register(std::make_shared<TestProvider>("CardA", 100));
     auto negative = std::make_shared<TestProvider>("Negative", -1);
-    Register(negative);
-    Register(std::make_shared<TestProvider>("CardB", 100));
-    Register(std::make_shared<TestProvider>("Foreign", 40));
+    for (auto p : {std::make_shared<TestProvider>("Directory", 30), silent,
+                   std::make_shared<TestProvider>("CardA", 100), negative,
+                   std::make_shared<TestProvider>("CardB", 100),
+                   std::make_shared<TestProvider>("Foreign", 40)})
+        Register(p);
     EXPECT_TRUE(ProviderHost::GetProviderList(u"", {}).empty());
     EXPECT_EQ(silent->canProvideCalls.load(), 0) << "an empty path asks nobody";
     const auto ranked = ProviderHost::GetProviderList(u"/anything", {});
@@ -59,14 +57,13 @@ TEST(ProviderHost, RanksByScoreWithTiesInRegistrationOrder) {
     EXPECT_FALSE(ProviderHost::HasProjectBasedProvider(u"/anything", {}));
 }
 
-// Every synchronous question hands providers a predicate they may call.
 TEST(ProviderHost, ProvidersAlwaysGetACallableAbortPredicate) {
     HostFixture host;
     auto provider = std::make_shared<TestProvider>("Caller");
     std::vector<bool> aborted;
     provider->scoreFunction = [&](const std::string&, DirectoryContents&,
                                   const AbortPredicate& abort) {
-        aborted.push_back(abort());  // an empty predicate throws std::bad_function_call
+        aborted.push_back(abort());  // an empty predicate would throw
         return 10;
     };
     provider->projectBased = true;
@@ -82,7 +79,7 @@ TEST(ProviderHost, ProvidersAlwaysGetACallableAbortPredicate) {
 }
 
 TEST(ProviderHost, OnePassReadsTheFolderOnceWhateverTheProvidersAsk) {
-    Tessel::Test::TempDir dir;
+    TempDir dir;
     for (int i = 0; i < 50; ++i)
         dir.WriteFile("f" + std::to_string(i));
     dir.MakeDir("CONTENTS");
@@ -107,8 +104,7 @@ TEST(ProviderHost, LifeCycle) {
     MainThread::SetCurrent();
     ProviderHost::Shutdown();  // before Initialize: nothing happens
     EXPECT_FALSE(ProviderHost::IsInitialized());
-    EXPECT_FALSE(ProviderHost::GetProviderExecutor());
-    // Requests started before Initialize queue nothing and never answer.
+    // Requests started before Initialize (or after Shutdown) queue nothing.
     auto early = ProviderListRequest::CreateClassRef();
     early->Initialize(ProviderHost::sProviderHostStation, nullptr);
     early->SetRequestParams(u"/x", {});
@@ -128,14 +124,13 @@ TEST(ProviderHost, LifeCycle) {
     EXPECT_TRUE(ProviderHost::GetAllProviders().empty());
     EXPECT_FALSE(ProviderHost::GetProviderExecutor());
     EXPECT_FALSE(Messaging::IsStationRegistered(ProviderHost::sProviderHostStation));
-    EXPECT_FALSE(early->Start());  // after Shutdown as well
-    ProviderHost::Initialize();    // runs again in full
+    EXPECT_FALSE(early->Start());
+    ProviderHost::Initialize();  // runs again in full
     EXPECT_EQ(ProviderHost::GetAllProviders().size(), builtIn);
     ProviderHost::Shutdown();
     Settings::Reset(kSettingContentLowPriorityThreads);
 }
 
-// A provider that answers for the favorites list, as the favorites provider does.
 std::shared_ptr<TestProvider> FavoritesProvider() {
     auto provider = std::make_shared<TestProvider>("Favorites");
     provider->scoreFunction = [](const std::string& path, DirectoryContents&,
@@ -145,9 +140,8 @@ std::shared_ptr<TestProvider> FavoritesProvider() {
     return provider;
 }
 
-// Changes from any thread are announced on the main thread, saved, and back after a restart.
 TEST(ProviderHost, FavoritesNeedTheirProviderAndEveryChangeIsAnnounced) {
-    Tessel::Test::TempDir dir;
+    TempDir dir;
     Preferences::UseFile(dir.str() + "/prefs.json");
     HostFixture host;
     int announced = 0;
@@ -156,7 +150,6 @@ TEST(ProviderHost, FavoritesNeedTheirProviderAndEveryChangeIsAnnounced) {
     ProviderHost::ModifyFavorites({u"/a"}, FavoriteOperation::Add);  // no provider yet: nothing
     EXPECT_EQ(announced, 0);
     EXPECT_TRUE(ProviderHost::GetFavorites().empty());
-
     Register(FavoritesProvider());
     ProviderHost::ModifyFavorites({u"b", u"a"}, FavoriteOperation::Add);
     EXPECT_EQ(announced, 1);  // on the main thread: delivered at once
@@ -166,23 +159,18 @@ TEST(ProviderHost, FavoritesNeedTheirProviderAndEveryChangeIsAnnounced) {
     EXPECT_EQ(ProviderHost::GetFavorites().size(), 2u);
     ProviderHost::ModifyFavorites({u"a"}, FavoriteOperation::Remove);
     EXPECT_EQ(ProviderHost::GetFavorites(), (std::list<std::u16string>{u"b"}));
-
     // Changed from other threads, the announcements arrive on the main thread.
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
+    for (int t = 0; t < 4; ++t)
         threads.emplace_back([t] {
-            for (int i = 0; i < 10; ++i) {
-                ProviderHost::ModifyFavorites(
-                    {Utf8ToUtf16("/t" + std::to_string(t) + "/" + std::to_string(i))},
-                    FavoriteOperation::Add);
-            }
+            for (int i = 0; i < 10; ++i)
+                ProviderHost::ModifyFavorites({Utf8ToUtf16("/t" + std::to_string(t * 10 + i))},
+                                              FavoriteOperation::Add);
         });
-    }
     for (auto& thread : threads)
         thread.join();
-    EXPECT_TRUE(Tessel::Test::PumpUntil([&] { return announced == 3 + 40; }));
+    EXPECT_TRUE(PumpUntil([&] { return announced == 3 + 40; }));
     EXPECT_EQ(ProviderHost::GetFavorites().size(), 41u);
-
     // The saved list comes back after a restart.
     ProviderHost::Shutdown();
     ASSERT_TRUE(Preferences::Load().IsOk());

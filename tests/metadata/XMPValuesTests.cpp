@@ -14,7 +14,6 @@
 #include <tessel/foundation/Trace.h>
 #include <tessel/foundation/Unicode.h>
 
-#include "fixtures/AVCHDFolder.h"
 #include "fixtures/P2Card.h"
 #include "fixtures/XDCAMDisc.h"
 #include "support/FileKinds.h"
@@ -252,20 +251,20 @@ TEST(XMPValues, CardClips) {
              "videoFrameRate"),
         "25p");
 
-    // AVCHD: exempi does not read the stream files; their sidecars carry the values.
-    F::AVCHDClip first;
-    first.xmp = F::XMPPacket({{"xmpDM:shotDate", "2015-07-04T18:30:00"}});
-    F::AVCHDClip next;
-    next.number = 1;
-    const fs::path bdmv = F::WriteAVCHDFolder(dir.path() / "AVCHD", {{first, next}});
+    // Stream files (.MTS) have no handler in exempi: their sidecars carry the values, and a
+    // stream without one has none.
+    const fs::path streams = F::MakeFolder(dir.path() / "STREAM");
+    F::WriteFile(streams / "00000.MTS", "a stream");
+    F::WriteFile(streams / "00001.MTS", "another stream");
+    F::WriteFile(streams / "00000.xmp", F::XMPPacket({{"xmpDM:shotDate", "2015-07-04T18:30:00"}}));
     const XMPFieldSet avchdFields = Fields({"shotDate", "duration"});
-    ExpectTexts(MakeValue(LibraryPath(bdmv / "STREAM" / "00000.MTS"), avchdFields),
+    ExpectTexts(MakeValue(LibraryPath(streams / "00000.MTS"), avchdFields),
                 {"shotDate", "2015-07-04 18:30:00"});
-    EXPECT_TRUE(MakeValue(LibraryPath(bdmv / "STREAM" / "00001.MTS"), avchdFields).empty());
+    EXPECT_TRUE(MakeValue(LibraryPath(streams / "00001.MTS"), avchdFields).empty());
 
     // Reads from several threads at once agree with the one before.
     const std::string card = LibraryPath(contents / "VIDEO" / "0001AB.MXF");
-    const std::string stream = LibraryPath(bdmv / "STREAM" / "00000.MTS");
+    const std::string stream = LibraryPath(streams / "00000.MTS");
     const SDKPropertyMap cardValues = MakeValue(card, p2Fields);
     const SDKPropertyMap streamValues = MakeValue(stream, avchdFields);
     std::atomic<int> mismatches{0};

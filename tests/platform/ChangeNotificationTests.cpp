@@ -1,6 +1,5 @@
-// Change notification on real folders. Deliveries come from the notification thread, so
-// the tests wait for what they expect with generous limits and never assert how long it
-// took.
+// Change notification on real folders. Deliveries come from the notification thread: the
+// tests wait with generous limits and never assert how long it took.
 #include <tessel/platform/ChangeNotification.h>
 
 #include <gtest/gtest.h>
@@ -37,7 +36,6 @@ namespace P = Tessel::Platform;
 constexpr auto kPatience = std::chrono::seconds(20);
 using Seen = std::set<std::pair<ChangeKind, P::NativeString>>;
 
-// A leaf name in the system's form.
 P::NativeString N(const fs::path& name) {
     return name.native();
 }
@@ -58,7 +56,6 @@ public:
                 mChanged.notify_all();
             };
     }
-    // Waits until every change in WANTED has been reported.
     bool WaitFor(const Seen& wanted) {
         std::unique_lock lock(mMutex);
         return mChanged.wait_for(lock, kPatience, [&] {
@@ -84,15 +81,11 @@ void Write(const fs::path& path, const std::string& content = "x") {
     std::ofstream(path, std::ios::binary) << content;
 }
 
-// Waits until CALLS exceeds ABOVE.
 bool WaitUntil(const std::atomic<int>& calls, int above = 0) {
-    for (auto waited = std::chrono::milliseconds(0); calls.load() <= above;
-         waited += std::chrono::milliseconds(5)) {
-        if (waited >= kPatience)
-            return false;
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (calls.load() <= above && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
+    return calls.load() > above;
 }
 
 TEST(ChangeNotification, EntryChangesReachEveryWatchOfTheFolderUntilItStops) {
@@ -163,7 +156,6 @@ TEST(ChangeNotification, WhatIsNoFolderIsRefusedUnopenedAndMountWatchesShareTheT
 }
 
 #if defined(_WIN32)
-
 TEST(ChangeNotification, ADriveLetterComingAndGoingIsAMountTableChange) {
     wchar_t drive[] = L"M:";
     for (const DWORD used = GetLogicalDrives(); drive[0] < L'Z' && (used >> (drive[0] - L'A')) & 1;)
@@ -171,16 +163,14 @@ TEST(ChangeNotification, ADriveLetterComingAndGoingIsAMountTableChange) {
     std::atomic<int> calls{0};
     const ChangeWatchId id = P::WatchMountTable([&] { ++calls; });
     ASSERT_NE(id, 0u);
-    // A drive letter for a folder, as subst makes one.
-    ASSERT_TRUE(DefineDosDeviceW(0, drive, L"C:\\windows"));
-    EXPECT_TRUE(WaitUntil(calls));
+    ASSERT_TRUE(DefineDosDeviceW(0, drive, L"C:\\windows"));  // as subst makes one
+    ASSERT_TRUE(WaitUntil(calls));
     const int afterAdding = calls.load();
     DefineDosDeviceW(DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE, drive, L"C:\\windows");
     EXPECT_TRUE(WaitUntil(calls, afterAdding)) << "the letter going away";
     P::StopWatching(id);
     EXPECT_FALSE(P::IsChangeNotificationRunning());
 }
-
 #endif
 
 TEST(ChangeNotification, NoCallbackOnceStopReturnsAndCallbacksMayOnlyStop) {

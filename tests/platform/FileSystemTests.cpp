@@ -22,6 +22,7 @@
 #if defined(_WIN32)
 #include <windows.h>
 
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/UncPaths.h>
 #else
 #include <fcntl.h>

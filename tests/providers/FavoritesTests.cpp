@@ -1,16 +1,11 @@
-// The favorites provider with the host: listing, the remove entry, normalised paths and
-// persistence through the preferences (restarts, names that are not Unicode, malformed values
-// kept aside). Changes from several threads are the host's tests.
+// The favorites provider with the host: listing, removal, normalised paths and persistence.
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 
 #include <gtest/gtest.h>
-#include <filesystem>
 #include <fstream>
-#include <list>
 
 #include <nlohmann/json.hpp>
 
-#include <tessel/foundation/Messaging.h>
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Preferences.h>
 #include <tessel/foundation/Unicode.h>
@@ -28,8 +23,7 @@ namespace fs = std::filesystem;
 using Favorites = std::list<std::u16string>;
 using Path::PathStyle;
 
-// The favorites provider of the running host: the built-in one once the host registers it,
-// else one registered here.
+// The host's built-in favorites provider, else one registered here.
 ProviderWrapper& FavoritesWrapper() {
     const std::u16string id = Utf8ToUtf16(std::string(kProviderIDPrefix) + "ProviderFavorites");
     if (ProviderWrapper* wrapper = ProviderHost::FindProvider(id))
@@ -37,19 +31,15 @@ ProviderWrapper& FavoritesWrapper() {
     return *Tessel::Test::Register(std::make_shared<ProviderFavorites>());
 }
 
-// Points the preferences at PREFS and reads them, as a host application does before it
-// starts the library.
 bool UsePreferences(const fs::path& prefs) {
     Preferences::UseFile(prefs.string());
-    const Status loaded = Preferences::Load();
-    EXPECT_TRUE(loaded.IsOk()) << loaded.Message();
-    return loaded.IsOk();
+    return Preferences::Load().IsOk();
 }
 
-// A host whose preferences live in a temporary folder. Counts the favorites-changed
-// announcements.
+// A host with the preferences PREFS, counting favorites-changed announcements.
 struct FavoritesHost {
     explicit FavoritesHost(const fs::path& prefs) : loaded(UsePreferences(prefs)) {
+        EXPECT_TRUE(loaded);
         FavoritesWrapper();
     }
     ~FavoritesHost() {
@@ -65,7 +55,6 @@ struct FavoritesHost {
         [this](const FavoritesChangedMessage&) { ++announced; })};
 };
 
-// PATHS as the favorites keep them, sorted.
 Favorites Normal(const Favorites& paths) {
     Favorites normal;
     for (const auto& path : paths)
@@ -74,13 +63,11 @@ Favorites Normal(const Favorites& paths) {
     return normal;
 }
 
-// The preferences file on disk.
 nlohmann::json OnDisk(const fs::path& prefs) {
     std::ifstream in(prefs);
     return nlohmann::json::parse(in, nullptr, false);
 }
 
-// The list of favorites stored in the preferences file on disk.
 nlohmann::json StoredList(const fs::path& prefs) {
     const std::string text = OnDisk(prefs).at(kFavoritesPreference);
     return nlohmann::json::parse(text).at("SerializerWrappedObject");
@@ -131,34 +118,27 @@ TEST(Favorites, ListsEachFavoriteAndRemovesThroughItsMenuEntry) {
 }
 
 TEST(Favorites, PathsAreNormalisedByTheRulesOfEitherPlatform) {
-    struct Case {
-        PathStyle style;
-        std::u16string path;
-        std::u16string expected;
-    };
-    const Case cases[] = {
-        {PathStyle::Posix, u"/a/./b/../b//", u"/a/b"},
-        {PathStyle::Posix, u"/../..", u"/"},
-        {PathStyle::Posix, u"./a/../a", u"a"},
-        {PathStyle::Posix, u"a/..", u"."},
-        {PathStyle::Posix, u"../x/", u"../x"},
-        {PathStyle::Posix, u"/a\\b", u"/a\\b"},  // a backslash is a name character here
-        {PathStyle::Posix, u"/caf\xDCE9/.", u"/caf\xDCE9"},
-        {PathStyle::Posix, u"CLSource://p/./b/", u"CLSource://p/./b/"},
-        {PathStyle::Posix, std::u16string(u"/a\0b", 4), u""},
-        {PathStyle::Windows, u"c:/Media/./x/../y/", u"\\\\?\\C:\\Media\\y"},
-        {PathStyle::Windows, u"\\\\?\\c:\\Media\\..\\..\\Clips\\", u"\\\\?\\C:\\Clips"},
-        {PathStyle::Windows, u"\\\\server\\share\\a\\..\\..", u"\\\\?\\UNC\\server\\share\\"},
-        {PathStyle::Windows, u"\\\\?\\UNC\\server\\share\\x\\.\\", u"\\\\?\\UNC\\server\\share\\x"},
-        {PathStyle::Windows, u"\\\\?\\UNC\\server\\share", u"\\\\?\\UNC\\server\\share"},
-        {PathStyle::Windows, u".\\a\\..\\a", u"a"},
-        {PathStyle::Windows, u"\\a\\.\\b", u"\\a\\b"},
-        {PathStyle::Windows, u"volumes:", u"volumes:"},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(NormalizeFavoritePath(c.style, c.path), c.expected)
-            << Utf16ToUtf8(c.path) << (c.style == PathStyle::Posix ? " (POSIX)" : " (Windows)");
-    }
+    constexpr PathStyle P = PathStyle::Posix, W = PathStyle::Windows;
+    const std::tuple<PathStyle, std::u16string, std::u16string> cases[] = {
+        {P, u"/a/./b/../b//", u"/a/b"},
+        {P, u"/../..", u"/"},
+        {P, u"./a/../a", u"a"},
+        {P, u"a/..", u"."},
+        {P, u"../x/", u"../x"},
+        {P, u"/a\\b", u"/a\\b"},  // a backslash is a name character here
+        {P, u"/caf\xDCE9/.", u"/caf\xDCE9"},
+        {P, u"CLSource://p/./b/", u"CLSource://p/./b/"},
+        {P, std::u16string(u"/a\0b", 4), u""},
+        {W, u"c:/Media/./x/../y/", u"\\\\?\\C:\\Media\\y"},
+        {W, u"\\\\?\\c:\\Media\\..\\..\\Clips\\", u"\\\\?\\C:\\Clips"},
+        {W, u"\\\\server\\share\\a\\..\\..", u"\\\\?\\UNC\\server\\share\\"},
+        {W, u"\\\\?\\UNC\\server\\share\\x\\.\\", u"\\\\?\\UNC\\server\\share\\x"},
+        {W, u"\\\\?\\UNC\\server\\share", u"\\\\?\\UNC\\server\\share"},
+        {W, u".\\a\\..\\a", u"a"},
+        {W, u"\\a\\.\\b", u"\\a\\b"},
+        {W, u"volumes:", u"volumes:"}};
+    for (const auto& [style, path, expected] : cases)
+        EXPECT_EQ(NormalizeFavoritePath(style, path), expected) << Utf16ToUtf8(path) << int(style);
 }
 
 TEST(Favorites, EveryPathSurvivesARestart) {
@@ -167,12 +147,9 @@ TEST(Favorites, EveryPathSurvivesARestart) {
     // An older file (valid UTF-8 paths stored as they are), not yet normalised.
     std::ofstream(prefs) << nlohmann::json{
         {kFavoritesPreference, R"({"SerializerWrappedObject":["/old/./one","/old/one","/b%25"]})"}};
-    const Favorites added = {
-        Utf8ToUtf16("/media/caf\xE9 100%"),  // a byte that is not UTF-8, and a '%'
-        u"/lone/\xD800-high",                // a lone surrogate of a Windows name
-        u"/emoji/\U0001F600",
-        u"/%uDC80",  // looks like an escape, but is a valid name
-    };
+    // Not UTF-8 with a '%'; a lone surrogate of a Windows name; valid names like an escape.
+    const Favorites added = {Utf8ToUtf16("/media/caf\xE9 100%"), u"/lone/\xD800-high",
+                             u"/emoji/\U0001F600", u"/%uDC80"};
     {
         FavoritesHost host(prefs);
         EXPECT_EQ(ProviderHost::GetFavorites(), Normal({u"/b%25", u"/old/one"}));
@@ -181,10 +158,9 @@ TEST(Favorites, EveryPathSurvivesARestart) {
     // Valid names are stored as they are, the others escaped.
     const nlohmann::json stored = StoredList(prefs);
     std::vector<std::string> escaped;
-    for (const auto& entry : stored) {
+    for (const auto& entry : stored)
         if (const std::string& text = entry.get_ref<const std::string&>(); text.front() == '\0')
             escaped.push_back(text);
-    }
     ASSERT_EQ(escaped.size(), 2u) << stored.dump();
     EXPECT_TRUE(escaped[0].ends_with("%uD800-high") && escaped[1].ends_with("caf%uDCE9 100%25"));
     {
@@ -205,16 +181,14 @@ TEST(Favorites, EveryPathSurvivesARestart) {
 }
 
 TEST(Favorites, AMalformedValueIsReportedAndKeptAsideWhenTheListIsSaved) {
-    const std::vector<nlohmann::json> malformed{
-        "{not json",
-        R"(["/a"])",
-        R"({"other": ["/a"]})",
-        R"({"SerializerWrappedObject": "/a"})",
-        R"({"SerializerWrappedObject": ["/a", 5]})",
-        std::string(100000, '[') + std::string(100000, ']'),
-        42,
-        nlohmann::json::array({"/a"}),
-    };
+    const std::vector<nlohmann::json> malformed{"{not json",
+                                                R"(["/a"])",
+                                                R"({"other": ["/a"]})",
+                                                R"({"SerializerWrappedObject": "/a"})",
+                                                R"({"SerializerWrappedObject": ["/a", 5]})",
+                                                std::string(100000, '[') + std::string(100000, ']'),
+                                                42,
+                                                nlohmann::json::array({"/a"})};
     for (const nlohmann::json& value : malformed) {
         SCOPED_TRACE(value.dump().substr(0, 60));
         Tessel::Test::TempDir dir;
@@ -226,11 +200,8 @@ TEST(Favorites, AMalformedValueIsReportedAndKeptAsideWhenTheListIsSaved) {
         EXPECT_TRUE(ProviderHost::GetFavorites().empty());
         const auto problem = ProviderHost::GetFavoritesLoadProblem();
         ASSERT_TRUE(problem);
-        EXPECT_EQ(problem->message, "JSON not well-formed");
-        EXPECT_EQ(problem->setAsidePreference.rfind(
-                      std::string(kFavoritesPreference) + ".unreadable-", 0),
-                  0u)
-            << problem->setAsidePreference;
+        EXPECT_TRUE(problem->setAsidePreference.starts_with(std::string(kFavoritesPreference) +
+                                                            ".unreadable-"));
         EXPECT_EQ(OnDisk(prefs), original) << "reading writes nothing";
 
         // The save that replaces the list keeps the old value under the name reported.
@@ -265,8 +236,7 @@ TEST(Favorites, AMalformedValueIsReportedAndKeptAsideWhenTheListIsSaved) {
     // A value of a type this build does not know stays, and the list is not saved.
     const nlohmann::json future = {{"$type", "favorites-v9"}, {"value", {"/a"}}};
     std::ofstream(dir.path() / "future.json") << nlohmann::json{{kFavoritesPreference, future}};
-    Preferences::UseFile((dir.path() / "future.json").string());
-    ASSERT_TRUE(Preferences::Load().IsOk());
+    ASSERT_TRUE(UsePreferences(dir.path() / "future.json"));
     EXPECT_EQ(ProviderHost::LoadFavorites().Code(), StatusCode::kMalformed);
     EXPECT_EQ(ProviderHost::GetFavoritesLoadProblem()->setAsidePreference, "");
     ProviderHost::ModifyFavorites({u"b"}, FavoriteOperation::Add);

@@ -1,43 +1,30 @@
 #include "support/CaptureTrace.h"
 
-#include <cstdio>
-#include <fstream>
-#include <sstream>
+#include <memory>
+#include <mutex>
 
 #include <tessel/foundation/Trace.h>
-
-#include "support/TempDir.h"
-
-#if !defined(_WIN32)
-#include <unistd.h>
-#endif
 
 namespace Tessel::Test {
 
 std::optional<std::string> CaptureTrace(const char* category, const std::function<void()>& body) {
-#if defined(_WIN32)
+    // Shared with the sink: a line a worker is still writing when the capture ends lands here
+    // rather than in freed memory.
+    struct Lines {
+        std::mutex mutex;
+        std::string text;
+    };
+    const auto lines = std::make_shared<Lines>();
+    Trace::SetSink([lines](std::string_view lineCategory, std::string_view line) {
+        const std::lock_guard<std::mutex> lock(lines->mutex);
+        lines->text.append("[").append(lineCategory).append("] ").append(line).append("\n");
+    });
     Trace::Enable(category);
     body();
     Trace::Disable(category);
-    return std::nullopt;
-#else
-    TempDir dir;
-    const std::filesystem::path file = dir.path() / "stderr.txt";
-    std::fflush(stderr);
-    const int saved = dup(fileno(stderr));
-    std::FILE* target = std::fopen(file.string().c_str(), "wb");
-    dup2(fileno(target), fileno(stderr));
-    std::fclose(target);
-    Trace::Enable(category);
-    body();
-    Trace::Disable(category);
-    std::fflush(stderr);
-    dup2(saved, fileno(stderr));
-    close(saved);
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
-#endif
+    Trace::SetSink({});
+    const std::lock_guard<std::mutex> lock(lines->mutex);
+    return lines->text;
 }
 
 }  // namespace Tessel::Test

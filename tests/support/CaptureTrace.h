@@ -7,9 +7,8 @@
 
 namespace Tessel::Test {
 
-// Runs BODY with the trace CATEGORY enabled and standard error sent to a file; returns
-// what was written meanwhile. None on Windows, where the trace sink keeps writing to the
-// handle it found first (and redirecting would close it): BODY runs, nothing is captured.
+// Runs BODY with the trace CATEGORY enabled and the trace's sink collecting; returns the
+// lines written meanwhile, "[category] text" each.
 std::optional<std::string> CaptureTrace(const char* category, const std::function<void()>& body);
 
 }  // namespace Tessel::Test

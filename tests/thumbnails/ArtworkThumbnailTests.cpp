@@ -5,6 +5,7 @@
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/media/ImageResources.h>
+#include <tessel/media/PelPixCount.h>
 #include <tessel/media/VideoFrame.h>
 #include <tessel/thumbnails/Artwork.h>
 #include <tessel/thumbnails/ArtworkThumbnail.h>

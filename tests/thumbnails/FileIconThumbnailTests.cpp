@@ -12,6 +12,7 @@
 #include <windows.h>
 #endif
 #include <tessel/foundation/Path.h>
+#include <tessel/media/PelPixCount.h>
 #include <tessel/platform/FileDetails.h>
 #include <tessel/platform/FileIcons.h>
 #include "ImageWriters.h"

@@ -1,6 +1,7 @@
 // Decoding every format alike on every platform and from many threads; refusing truncated,
 // corrupt, oversized and non-images and anything but regular files; drawing and fitting.
 #include <gtest/gtest.h>
+#include <tessel/media/PelPixCount.h>
 #include <tessel/platform/ImageDecoding.h>
 #include <tessel/thumbnails/RenderThumbnail.h>
 #include <tessel/thumbnails/ThumbnailFit.h>

@@ -1,4 +1,5 @@
 #include <tessel/media/PelPix.h>
+#include <tessel/media/PelPixCount.h>
 
 #include <atomic>
 #include <new>

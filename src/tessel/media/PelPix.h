@@ -42,9 +42,6 @@ TESSEL_API bool pelpixIsLocked(PelPixHandle handle);
 TESSEL_API double pelpixGetPixelAspectRatio(PelPixHandle handle);
 TESSEL_API void pelpixSetPixelAspectRatio(PelPixHandle handle, double ratio);
 
-// Number of buffers alive in the process (to check that everything made was disposed).
-TESSEL_API std::int64_t pelpixLiveCount();
-
 // The owner of a buffer inside the library: disposes of it (handle and cell) when it goes.
 // Raw handles appear only where the API hands a buffer over.
 struct PelPixDisposer {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/Export.h>
 #include <tessel/platform/FileSystem.h>
 
@@ -84,10 +85,6 @@ struct DetailedEntry : DirectoryEntry {
 TESSEL_API Status ReadDirectoryWithDetails(const NativeString& directory, EntryDetails details,
                                            std::vector<DetailedEntry>& out,
                                            const std::function<bool()>& abort);
-
-// How many stat calls (stat, lstat, fstatat, statx) directory reads have made on entries in
-// this process: zero per ordinary entry when no stat-based detail is asked for.
-TESSEL_API std::uint64_t EntryStatCount();
 
 // TIME (microseconds since the epoch) as local time "YYYY-MM-DD HH:MM:SS.mmm" in the
 // current time zone, for the date columns. A time that cannot be converted, or whose year

@@ -52,10 +52,6 @@ struct DirectoryEntry {
 TESSEL_API Status ReadDirectory(const NativeString& directory, std::vector<DirectoryEntry>& out,
                                 const std::function<bool()>& abort);
 
-// How many directory reads ReadDirectory has made in this process (for tests and
-// benchmarks that check that a pass reads a folder only once).
-TESSEL_API std::uint64_t DirectoryReadCount();
-
 enum class PathKind { Missing, File, Directory, Other };
 // What PATH is, following links; never opens it. These tests take paths of any length.
 TESSEL_API PathKind GetPathKind(const NativeString& path);

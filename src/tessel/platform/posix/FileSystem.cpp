@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstring>
 
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileDetails.h>
 
 #include "EntryStat.h"

@@ -1,5 +1,6 @@
 // Win32 entry details. The find record of the directory walk carries every detail (attributes,
 // size, the three times, the short name), so no entry is ever examined on its own.
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileDetails.h>
 
 #include <cstdio>

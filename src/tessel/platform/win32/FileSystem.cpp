@@ -1,4 +1,5 @@
 // Win32 file services. This is the reference behaviour that the POSIX backend maps.
+#include <tessel/platform/Counters.h>
 #include <tessel/platform/FileSystem.h>
 
 #include <io.h>
