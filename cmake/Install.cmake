@@ -35,6 +35,7 @@ set(TESSEL_PUBLIC_HEADERS
   foundation/MainThread.h
   foundation/Messaging.h
   foundation/Path.h
+  foundation/PathStyle.h
   foundation/Preferences.h
   foundation/Settings.h
   foundation/Trace.h
