@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <latch>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -27,10 +26,31 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// A one-shot gate between threads. (Latch waits forever under MinGW's libstdc++ on
+// Wine, so the tests keep to a mutex and a condition variable.)
+class Latch {
+public:
+    explicit Latch(int count) : mCount(count) {}
+    void count_down() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        if (--mCount <= 0)
+            mOpened.notify_all();
+    }
+    void wait() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mOpened.wait(lock, [this] { return mCount <= 0; });
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mOpened;
+    int mCount;
+};
+
 // Runs body(t) for t = 0..count-1 on threads released together, and joins them.
 template <class Body>
 void OnThreads(int count, Body body) {
-    std::latch start(1);
+    Latch start(1);
     std::vector<std::thread> threads;
     for (int t = 0; t < count; ++t)
         threads.emplace_back([&, t] { start.wait(), body(t); });
@@ -231,7 +251,7 @@ TEST_F(MessagingTest, RemovedListenersAndDisposedStationsDeliverNothingMoreAlsoO
     // reached yet, and a worker that removes a listener while the delivery is held.
     int selfCalls = 0, laterCalls = 0, workerRemovedCalls = 0;
     Messaging::ListenerId self = 0, later = 0, workerRemoved = 0;
-    std::latch removedByWorker(1);
+    Latch removedByWorker(1);
     std::thread worker;
     self = Messaging::Listen<CountMessage>(station, [&](const CountMessage&) {
         ++selfCalls;
@@ -305,7 +325,7 @@ TEST(Executor, RunsTasksOnItsOwnWorkersAllAtOnce) {
 
 TEST(Executor, StopLetsTheRunningTaskFinishAndDestroysTheQueuedOnesUnrun) {
     Executor executor("Tests.Stop", 1);
-    std::latch started(1), release(1);
+    Latch started(1), release(1);
     std::atomic<bool> runningFinished{false};
     ASSERT_TRUE(executor.Post([&] {
         started.count_down();
