@@ -110,27 +110,27 @@ std::string ZshText(const std::string& text) {
     return out;
 }
 
-std::string ZshOptionSpecs(const CLI::App& app, const std::string& indent) {
-    std::string specs;
+std::string ZshArgumentForms(const CLI::App& app, const std::string& indent) {
+    std::string forms;
     for (const auto* option : Options(app, false)) {
         const std::vector<std::string> names = Spellings(*option);
-        std::string spec = names.size() > 1
+        std::string form = names.size() > 1
                                ? "(" + Join(names, " ") + ")'{" + Join(names, ",") + "}'"
                                : names.front();
-        spec += "[" + ZshText(option->get_description()) + "]";
+        form += "[" + ZshText(option->get_description()) + "]";
         if (TakesValue(*option))
-            spec +=
+            form +=
                 ":" + ZshText(option->get_type_name()) + ":" + (NamesFile(*option) ? "_files" : "");
-        specs += indent + "'" + spec + "' \\\n";
+        forms += indent + "'" + form + "' \\\n";
     }
     int position = 1;
     for (const auto* positional : Options(app, true)) {
         const bool many = positional->get_expected_max() > 1;
-        specs += indent + "'" + (many ? std::string("*") : std::to_string(position++)) + ":" +
+        forms += indent + "'" + (many ? std::string("*") : std::to_string(position++)) + ":" +
                  ZshText(positional->get_name(true)) + ":" +
                  (NamesFile(*positional) ? "_files" : "") + "' \\\n";
     }
-    return specs;
+    return forms;
 }
 
 }  // namespace
@@ -237,7 +237,7 @@ std::string ZshCompletion(const CLI::App& app) {
         described +=
             "        " + ShellQuoted(command->get_name() + ":" + command->get_description()) + "\n";
         cases += "        " + command->get_name() + ")\n            _arguments \\\n" +
-                 ZshOptionSpecs(*command, "                ") + "                && ret=0 ;;\n";
+                 ZshArgumentForms(*command, "                ") + "                && ret=0 ;;\n";
     }
     return "#compdef tessel\n"
            "# zsh completion for tessel (made by `tessel --generate zsh-completion`)\n"
@@ -248,7 +248,7 @@ std::string ZshCompletion(const CLI::App& app) {
            described +
            "    )\n"
            "    _arguments -C \\\n" +
-           ZshOptionSpecs(app, "        ") +
+           ZshArgumentForms(app, "        ") +
            "        '1:command:->command' '*::argument:->argument' && ret=0\n"
            "    case $state in\n"
            "    command) _describe -t commands 'tessel command' commands && ret=0 ;;\n"
