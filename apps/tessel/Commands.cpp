@@ -255,9 +255,132 @@ std::u16string NormalizeLocation(const std::string& argument) {
     return Path::ToLongPath(Path::MakeAbsolute(path));
 }
 
+namespace {
+
+// Fields the tool knows across providers: the folder provider's size and last-write columns,
+// and the dates of the card providers' metadata, in the order a date is looked for.
+const std::u16string kSizeField = u"26";
+const std::u16string kDateFields[] = {u"21", u"ModifyDate", kCreationDateField, u"CreateDate"};
+
+const any_regular_t* FindValue(const PropertyMap& record, const std::u16string& field) {
+    auto it = record.find(field);
+    return it != record.end() ? &it->second : nullptr;
+}
+
+const any_regular_t* FindDate(const PropertyMap& record) {
+    for (const auto& field : kDateFields) {
+        if (const any_regular_t* value = FindValue(record, field))
+            return value;
+    }
+    return nullptr;
+}
+
+std::string ItemName(const ContentMap::value_type& entry) {
+    const any_regular_t* name = FindValue(entry.second, kNameField);
+    std::string text = name ? ValueToText(*name) : std::string();
+    return text.empty() ? Display(Path::LeafDisplayString(entry.first)) : text;
+}
+
+// The entries in the order STYLE asks for: by name (letter case aside), newest first, or
+// largest first, as ls sorts them; ties and values that are missing keep the answer's order.
+std::vector<const ContentMap::value_type*> SortedEntries(const ContentMap& content,
+                                                         const ListingStyle& style) {
+    std::vector<const ContentMap::value_type*> entries;
+    entries.reserve(content.size());
+    for (const auto& entry : content)
+        entries.push_back(&entry);
+    if (style.sortBy == "name") {
+        std::vector<std::pair<std::string, const ContentMap::value_type*>> named;
+        named.reserve(entries.size());
+        for (const auto* entry : entries)
+            named.emplace_back(AsciiLower(ItemName(*entry)), entry);
+        std::stable_sort(named.begin(), named.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (std::size_t i = 0; i < named.size(); ++i)
+            entries[i] = named[i].second;
+    } else if (style.sortBy == "date" || style.sortBy == "size") {
+        const bool bySize = style.sortBy == "size";
+        const auto value = [&](const ContentMap::value_type* entry) -> const any_regular_t* {
+            return bySize ? FindValue(entry->second, kSizeField) : FindDate(entry->second);
+        };
+        std::stable_sort(entries.begin(), entries.end(), [&](const auto* a, const auto* b) {
+            const any_regular_t* x = value(a);
+            const any_regular_t* y = value(b);
+            if (!x || !y)
+                return x && !y;
+            return CompareValues(*x, *y) > 0;
+        });
+    }
+    if (style.reverse)
+        std::reverse(entries.begin(), entries.end());
+    return entries;
+}
+
+// A date as a long listing shows it: to the second.
+std::string ShortDate(const any_regular_t* value) {
+    if (!value)
+        return {};
+    std::string text = ValueToText(*value);
+    const std::size_t dot = text.find('.', 17);
+    if (text.size() > 19 && text[4] == '-' && dot == 19)
+        text.resize(19);
+    return text;
+}
+
+std::string SizeText(const any_regular_t* value, bool human) {
+    if (!value)
+        return {};
+    if (const auto* size = value->get_if<Provider::ByteSize_t>())
+        return human ? HumanSize(size->GetCount()) : std::to_string(size->GetCount());
+    return ValueToText(*value);
+}
+
+}  // namespace
+
+std::vector<std::u16string> ListingStyleFields(const ListingStyle& style,
+                                               const FieldSet& providerFields) {
+    std::vector<std::u16string> wanted;
+    const auto add = [&](const std::u16string& field) {
+        if (providerFields.count(field) &&
+            std::find(wanted.begin(), wanted.end(), field) == wanted.end())
+            wanted.push_back(field);
+    };
+    if (style.longListing || style.sortBy == "name")
+        add(kNameField);
+    if (style.longListing)
+        add(kDirectoryFlagField);
+    if (style.longListing || style.sortBy == "size")
+        add(kSizeField);
+    if (style.longListing || style.sortBy == "date") {
+        for (const auto& field : kDateFields) {
+            if (providerFields.count(field)) {
+                add(field);
+                break;
+            }
+        }
+    }
+    return wanted;
+}
+
+std::string ItemKind(const std::u16string& providerID, const PropertyMap& record) {
+    // The folder flag is a boolean, or the folder provider's "D" column (empty for files).
+    bool folder = false;
+    if (const any_regular_t* flag = FindValue(record, kDirectoryFlagField)) {
+        if (const auto* set = flag->get_if<bool>())
+            folder = *set;
+        else if (const auto* wide = flag->get_if<std::u16string>())
+            folder = !wide->empty();
+        else if (const auto* narrow = flag->get_if<std::string>())
+            folder = !narrow->empty();
+    }
+    if (folder)
+        return "folder";
+    return Utf16ToUtf8(providerID) == kProviderDirectoryID ? "file" : "item";
+}
+
 int PrintListing(const std::u16string& path, const std::u16string& providerID, ResultCode code,
                  const ContentMap& content, const std::vector<std::u16string>& fields,
-                 const std::map<std::u16string, std::u16string>& labels, bool json,
+                 const std::map<std::u16string, std::u16string>& labels, const ListingStyle& style,
                  std::ostream& out, std::ostream& err) {
     if (code == kResultAborted)
         return ReportInterrupted(err);
@@ -270,7 +393,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
         if (Status why = CheckFolderReadable(path); !why.IsOk())
             return ReportUnreadable(why, err);
     }
-    if (json) {
+    const std::vector<const ContentMap::value_type*> entries = SortedEntries(content, style);
+    if (style.json) {
         nlohmann::ordered_json doc;
         doc["path"] = Display(path);
         doc["provider"] = Display(providerID);
@@ -280,7 +404,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
             columns.push_back({{"key", Display(field)}, {"label", FieldLabel(labels, field)}});
         doc["columns"] = std::move(columns);
         nlohmann::ordered_json items = nlohmann::ordered_json::array();
-        for (const auto& [key, record] : content) {
+        for (const auto* entry : entries) {
+            const auto& [key, record] = *entry;
             nlohmann::ordered_json item;
             item["key"] = Display(key);
             // A path that is no valid text also comes as its bytes, so it can be opened.
@@ -289,9 +414,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                 item["key_bytes"] = BytesToHex(bytes);
             nlohmann::ordered_json values = nlohmann::ordered_json::object();
             for (const auto& field : fields) {
-                auto it = record.find(field);
-                if (it != record.end())
-                    values[Display(field)] = ValueToJson(it->second);
+                if (const any_regular_t* value = FindValue(record, field))
+                    values[Display(field)] = ValueToJson(*value);
             }
             item["fields"] = std::move(values);
             items.push_back(std::move(item));
@@ -301,19 +425,34 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
         return kExitOk;
     }
     std::vector<std::vector<std::string>> rows;
-    std::vector<std::string> header;
-    for (const auto& field : fields)
-        header.push_back(FieldLabel(labels, field));
-    rows.push_back(std::move(header));
-    for (const auto& [key, record] : content) {
-        std::vector<std::string> row;
-        for (const auto& field : fields) {
-            auto it = record.find(field);
-            row.push_back(it != record.end() ? ValueToText(it->second) : std::string());
+    if (style.longListing) {
+        rows.push_back({"Kind", "Size", "Date", "Name"});
+        for (const auto* entry : entries) {
+            const PropertyMap& record = entry->second;
+            const std::string kind = ItemKind(providerID, record);
+            // A folder's size is that of no content: left blank, where ls shows a block size.
+            rows.push_back({kind,
+                            kind == "folder"
+                                ? std::string()
+                                : SizeText(FindValue(record, kSizeField), style.humanSizes),
+                            ShortDate(FindDate(record)), ItemName(*entry)});
         }
-        rows.push_back(std::move(row));
+    } else {
+        std::vector<std::string> header;
+        for (const auto& field : fields)
+            header.push_back(FieldLabel(labels, field));
+        rows.push_back(std::move(header));
+        for (const auto* entry : entries) {
+            std::vector<std::string> row;
+            for (const auto& field : fields) {
+                const any_regular_t* value = FindValue(entry->second, field);
+                row.push_back(value ? ValueToText(*value) : std::string());
+            }
+            rows.push_back(std::move(row));
+        }
     }
-    out << FormatTable(rows);
+    out << FormatTable(rows,
+                       style.longListing ? std::set<std::size_t>{1} : std::set<std::size_t>{});
     if (content.empty())
         err << "tessel: " << Display(path) << " is empty\n";
     return kExitOk;
@@ -381,32 +520,47 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
     ProviderWrapper* wrapper = ChooseProvider(path, options.provider, err, status);
     if (!wrapper)
         return status;
-    const auto chosen = ChooseFields(*wrapper, options.fields, err);
-    if (!chosen)
+    const ListingStyle style{options.json, options.longListing, options.humanSizes, options.sortBy,
+                             options.reverse};
+    if (options.longListing && options.fields) {
+        err << "tessel: --long and --fields both choose the columns; give one of them\n";
         return kExitUsage;
-    const std::vector<std::u16string>& fields = *chosen;
+    }
+    const FieldSet known = wrapper->GetFieldList();
+    const std::vector<std::u16string> styleFields = ListingStyleFields(style, known);
+    std::vector<std::u16string> fields;
+    if (options.longListing) {
+        fields = styleFields;
+    } else {
+        const auto chosen = ChooseFields(*wrapper, options.fields, err);
+        if (!chosen)
+            return kExitUsage;
+        fields = *chosen;
+    }
+    // A sort may need a field that is not shown.
+    FieldSet requested(fields.begin(), fields.end());
+    requested.insert(styleFields.begin(), styleFields.end());
     std::optional<ProgressLine> progress(std::in_place, *wrapper);
     // A provider that could not read the folder says so through this callback (on a worker).
     auto unavailable = std::make_shared<std::atomic<bool>>(false);
     wrapper->SetGetContentUnavailableCallback(std::make_shared<ContentUnavailableCallback>(
         [unavailable](const std::u16string&) { unavailable->store(true); }));
-    const bool answered = RunContent(
-        *wrapper, path, FieldSet(fields.begin(), fields.end()), [&](const GetContentMessage& m) {
-            progress.reset();  // the progress line is cleared before the listing is printed
-            if (m.result != kResultAborted && m.content.empty() && unavailable->load()) {
-                // Readable again by now: the folder changed while it was being read.
-                Status why = CheckFolderReadable(path);
-                status = ReportUnreadable(
-                    why.IsOk()
-                        ? Status(StatusCode::kIOError, "cannot read " + Utf16ToUtf8(path) +
-                                                           ": it changed while it was being read")
-                        : why,
-                    err);
-                return;
-            }
-            status = PrintListing(path, wrapper->GetIdentification(), m.result, m.content, fields,
-                                  wrapper->GetFieldLabelList(), options.json, out, err);
-        });
+    const bool answered = RunContent(*wrapper, path, requested, [&](const GetContentMessage& m) {
+        progress.reset();  // the progress line is cleared before the listing is printed
+        if (m.result != kResultAborted && m.content.empty() && unavailable->load()) {
+            // Readable again by now: the folder changed while it was being read.
+            Status why = CheckFolderReadable(path);
+            status = ReportUnreadable(
+                why.IsOk()
+                    ? Status(StatusCode::kIOError, "cannot read " + Utf16ToUtf8(path) +
+                                                       ": it changed while it was being read")
+                    : why,
+                err);
+            return;
+        }
+        status = PrintListing(path, wrapper->GetIdentification(), m.result, m.content, fields,
+                              wrapper->GetFieldLabelList(), style, out, err);
+    });
     wrapper->SetGetContentUnavailableCallback(nullptr);
     if (!answered)
         return ReportNoProvider(path, err);
@@ -432,7 +586,99 @@ int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& e
     }
     const std::vector<std::u16string> fields{kNameField, kPathField};
     return PrintListing(path, answer->wrapper->GetIdentification(), answer->result, answer->content,
-                        fields, answer->wrapper->GetFieldLabelList(), options.json, out, err);
+                        fields, answer->wrapper->GetFieldLabelList(), ListingStyle{options.json},
+                        out, err);
+}
+
+int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err) {
+    const std::u16string path = NormalizeLocation(options.path);
+    if (!IsFileSystemLocation(path)) {
+        err << "tessel: info needs an item of a folder, not "
+            << (path.empty() ? "an empty path" : Display(path)) << "\n";
+        return kExitUsage;
+    }
+    // The item is shown by the provider of its container, as a host lists it: its folder, or
+    // for an item a provider folds out of deeper files (a clip of a card), a folder or two
+    // further up.
+    constexpr int kLevels = 3;
+    std::u16string container = path;
+    for (int level = 0; level < kLevels; ++level) {
+        const std::u16string parent = Path::GetParent(container);
+        if (parent.empty() || parent == container)
+            break;
+        container = parent;
+        std::optional<GetProviderListMessage> ranked = RunProviderList(container);
+        if (ranked && ranked->result == kResultAborted)
+            return ReportInterrupted(err);
+        if (!ranked || ranked->providers.empty())
+            continue;
+        ProviderWrapper* wrapper = ranked->providers.front();
+        if (!options.provider.empty()) {
+            int status = kExitOk;
+            wrapper = ChooseProvider(container, options.provider, err, status);
+            if (!wrapper)
+                return status;
+        }
+        const std::vector<std::u16string> fields = *ChooseFields(*wrapper, "all", err);
+        std::optional<GetContentMessage> listing =
+            RunContent(*wrapper, container, FieldSet(fields.begin(), fields.end()));
+        if (listing && listing->result == kResultAborted)
+            return ReportInterrupted(err);
+        if (!listing)
+            continue;
+        auto item = listing->content.find(path);
+        if (item == listing->content.end()) {
+            item = std::find_if(
+                listing->content.begin(), listing->content.end(),
+                [&](const ContentMap::value_type& entry) {
+                    const any_regular_t* itemPath = FindValue(entry.second, kPathField);
+                    const auto* text = itemPath ? itemPath->get_if<std::u16string>() : nullptr;
+                    return text && *text == path;
+                });
+        }
+        if (item == listing->content.end())
+            continue;
+        const auto labels = wrapper->GetFieldLabelList();
+        if (options.json) {
+            nlohmann::ordered_json doc;
+            doc["path"] = Display(item->first);
+            const std::string bytes = Utf16ToUtf8(item->first);
+            if (bytes != Display(item->first))
+                doc["key_bytes"] = BytesToHex(bytes);
+            doc["container"] = Display(container);
+            doc["provider"] = Display(wrapper->GetIdentification());
+            doc["kind"] = ItemKind(wrapper->GetIdentification(), item->second);
+            nlohmann::ordered_json columns = nlohmann::ordered_json::array();
+            nlohmann::ordered_json values = nlohmann::ordered_json::object();
+            for (const auto& field : fields) {
+                columns.push_back({{"key", Display(field)}, {"label", FieldLabel(labels, field)}});
+                if (const any_regular_t* value = FindValue(item->second, field))
+                    values[Display(field)] = ValueToJson(*value);
+            }
+            doc["columns"] = std::move(columns);
+            doc["fields"] = std::move(values);
+            out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                << "\n";
+            return kExitOk;
+        }
+        // People are shown the fields that have a value; JSON has every field as given.
+        std::vector<std::vector<std::string>> rows{
+            {"Kind", ItemKind(wrapper->GetIdentification(), item->second)},
+            {"Provider", Display(wrapper->GetUIString())}};
+        for (const auto& field : fields) {
+            const any_regular_t* value = FindValue(item->second, field);
+            std::string text = value ? ValueToText(*value) : std::string();
+            if (!text.empty())
+                rows.push_back({FieldLabel(labels, field), std::move(text)});
+        }
+        out << FormatTable(rows);
+        return kExitOk;
+    }
+    if (Path::FileOrDirectoryExists(path)) {
+        err << "tessel: no provider shows " << Display(path) << " as an item\n";
+        return kExitNotFound;
+    }
+    return ReportNoProvider(path, err);
 }
 
 std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text) {

@@ -20,6 +20,10 @@ struct CommandOptions {
     bool mediaOnly = false;
     std::string provider;
     std::optional<std::string> fields;  // --fields as given; none: the default columns
+    bool longListing = false;           // kind, size, date and name
+    bool humanSizes = false;
+    std::string sortBy;  // "name", "date", "size", or empty: the provider's order
+    bool reverse = false;
     int depth = 8;
     // thumb
     std::vector<std::string> paths;
@@ -32,6 +36,7 @@ struct CommandOptions {
 int RunProviders(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err);
+int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err);
 
@@ -47,11 +52,29 @@ std::u16string NormalizeLocation(const std::string& argument);
 // cannot be ("cannot read /x: Permission denied"). Asked when a listing came back empty.
 Status CheckFolderReadable(const std::u16string& path);
 
+// How a listing is printed.
+struct ListingStyle {
+    bool json = false;
+    bool longListing = false;  // kind, size, date and name, in place of the fields
+    bool humanSizes = false;
+    std::string sortBy;  // "name", "date", "size", or empty: the order of the answer
+    bool reverse = false;
+};
+
+// The fields a long listing shows or a listing is sorted by, those of them that the provider
+// has: its size, date and folder flag.
+std::vector<std::u16string> ListingStyleFields(const ListingStyle& style,
+                                               const FieldSet& providerFields);
+
 // Prints a content answer for people or as JSON; an empty answer for a folder that cannot
 // be read is reported as an error instead. Returns the exit status for it.
 int PrintListing(const std::u16string& path, const std::u16string& providerID, ResultCode code,
                  const ContentMap& content, const std::vector<std::u16string>& fields,
-                 const std::map<std::u16string, std::u16string>& labels, bool json,
+                 const std::map<std::u16string, std::u16string>& labels, const ListingStyle& style,
                  std::ostream& out, std::ostream& err);
+
+// What an item is, in a word: "folder", "file" (an entry of the folder provider), or
+// "item" (anything another provider shows, such as a clip).
+std::string ItemKind(const std::u16string& providerID, const PropertyMap& record);
 
 }  // namespace Tessel::Tool

@@ -63,7 +63,7 @@ int ListThroughProvider(const std::u16string& listPath, bool json, std::ostream&
         return kExitNotFound;
     }
     return PrintListing(listPath, wrapper.GetIdentification(), answer->result, answer->content,
-                        fields, wrapper.GetFieldLabelList(), json, out, err);
+                        fields, wrapper.GetFieldLabelList(), ListingStyle{json}, out, err);
 }
 
 // The favorites' load problem as one warning line, or nothing. SAVED: whether this run

@@ -1,8 +1,10 @@
 #include "Format.h"
 
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <initializer_list>
+#include <optional>
 
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ContentRecord.h>
@@ -304,7 +306,8 @@ std::string QuoteControlCharacters(const std::string& utf8) {
     return quoted;
 }
 
-std::string FormatTable(std::vector<std::vector<std::string>> rows) {
+std::string FormatTable(std::vector<std::vector<std::string>> rows,
+                        const std::set<std::size_t>& rightAligned) {
     for (auto& row : rows) {
         for (auto& cell : row)
             cell = QuoteControlCharacters(cell);
@@ -321,15 +324,70 @@ std::string FormatTable(std::vector<std::vector<std::string>> rows) {
     for (const auto& row : rows) {
         std::string line;
         for (std::size_t c = 0; c < row.size(); ++c) {
+            const std::size_t padding = widths[c] - DisplayWidth(row[c]);
+            if (rightAligned.count(c))
+                line.append(padding, ' ');
             line += row[c];
             if (c + 1 < row.size())
-                line.append(widths[c] - DisplayWidth(row[c]) + 2, ' ');
+                line.append((rightAligned.count(c) ? 0 : padding) + 2, ' ');
         }
         while (!line.empty() && line.back() == ' ')
             line.pop_back();
         out += line + "\n";
     }
     return out;
+}
+
+std::string HumanSize(std::uint64_t bytes) {
+    if (bytes < 1024)
+        return std::to_string(bytes);
+    static constexpr char kUnits[] = "KMGTPE";
+    // In tenths of the unit, rounded up as ls rounds, so a size is never shown smaller.
+    std::size_t unit = 0;
+    long double value = static_cast<long double>(bytes) / 1024;
+    while (value >= 1024 && unit + 1 < sizeof kUnits - 1) {
+        value /= 1024;
+        ++unit;
+    }
+    char text[32];
+    const long double tenths = std::ceil(value * 10);
+    if (tenths < 100) {
+        std::snprintf(text, sizeof text, "%.1Lf%c", tenths / 10, kUnits[unit]);
+    } else {
+        const long double whole = std::ceil(value);
+        if (whole >= 1024 && unit + 1 < sizeof kUnits - 1)
+            std::snprintf(text, sizeof text, "1.0%c", kUnits[unit + 1]);
+        else
+            std::snprintf(text, sizeof text, "%.0Lf%c", whole, kUnits[unit]);
+    }
+    return text;
+}
+
+namespace {
+
+// A value's magnitude, when it has one.
+std::optional<long double> Magnitude(const any_regular_t& value) {
+    if (const auto* size = value.get_if<Provider::ByteSize_t>())
+        return static_cast<long double>(size->GetCount());
+    if (const auto* i = value.get_if<std::int64_t>())
+        return static_cast<long double>(*i);
+    if (const auto* d = value.get_if<double>())
+        return static_cast<long double>(*d);
+    if (const auto* date = value.get_if<DateTime>())
+        return static_cast<long double>(date->microsecondsSinceEpoch);
+    return std::nullopt;
+}
+
+}  // namespace
+
+int CompareValues(const any_regular_t& a, const any_regular_t& b) {
+    if (a.empty() || b.empty())
+        return static_cast<int>(!a.empty()) - static_cast<int>(!b.empty());
+    const auto x = Magnitude(a);
+    const auto y = Magnitude(b);
+    if (x && y)
+        return *x < *y ? -1 : *y < *x ? 1 : 0;
+    return ValueToText(a).compare(ValueToText(b));
 }
 
 }  // namespace Tessel::Tool

@@ -2,6 +2,8 @@
 // aligned tables.
 #pragma once
 
+#include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,8 +21,19 @@ std::string ValueToText(const any_regular_t& value);
 nlohmann::ordered_json ValueToJson(const any_regular_t& value);
 
 // Columns padded to the widest cell (in terminal columns), separated by two spaces; the
-// last column is not padded. Cells holding control characters are quoted first.
-std::string FormatTable(std::vector<std::vector<std::string>> rows);
+// last column is not padded, and the columns in RIGHT_ALIGNED are padded on the left.
+// Cells holding control characters are quoted first.
+std::string FormatTable(std::vector<std::vector<std::string>> rows,
+                        const std::set<std::size_t>& rightAligned = {});
+
+// A byte count as `ls -h` shows it: "999", "1.0K", "15K", "2.3M" (powers of 1024, rounded
+// up, one decimal below 10).
+std::string HumanSize(std::uint64_t bytes);
+
+// Orders two values of one field: numbers, sizes and dates by magnitude, texts by their
+// characters (the date texts of providers are "YYYY-MM-DD HH:MM:SS..." and so sort as
+// dates), an empty value before any other. Negative, zero or positive, as strcmp.
+int CompareValues(const any_regular_t& a, const any_regular_t& b);
 
 // Terminal columns UTF-8 text takes: combining marks take none, East Asian wide characters
 // two.

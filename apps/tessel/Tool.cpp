@@ -92,6 +92,23 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     ls->add_option("--fields", options.fields, "Fields to show: all, or F1,F2,...")
         ->type_name("all|F1,F2,...");
     ls->add_flag("--json", options.json, "Write JSON");
+    // -h is the human-readable sizes of ls here; --help still shows the help.
+    ls->set_help_flag("--help", "Print this help message and exit");
+    ls->add_flag("-l,--long", options.longListing, "Show each item's kind, size, date and name");
+    ls->add_flag("-h,--human-readable", options.humanSizes,
+                 "With --long, sizes as 1.0K, 234M, 2.1G (powers of 1024)");
+    ls->add_option("--sort", options.sortBy,
+                   "Order the items by name, by date (newest first) or by size (largest first)")
+        ->type_name("name|date|size")
+        ->check(CLI::IsMember({"name", "date", "size"}));
+    ls->add_flag("-r,--reverse", options.reverse, "Reverse the order");
+
+    auto* info = app.add_subcommand(
+        "info", "Show every field of one item, as the provider of its folder reports them");
+    info->add_option("path", options.path, "Item to describe")->required();
+    info->add_option("--provider", options.provider, "Provider identification to use")
+        ->type_name("ID");
+    info->add_flag("--json", options.json, "Write JSON");
 
     auto* def = app.add_subcommand("default", "The default listing of PATH (items that open)");
     def->add_option("path", options.path, "Location to list")->required();
@@ -194,9 +211,23 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
             err << "tessel: --set expects KEY=VALUE, not '" << assignment << "'\n";
             return 2;
         }
+        // The library's own keys are known; a misspelt one would be ignored without a word.
+        const std::string key = assignment.substr(0, assignment.find('='));
+        if (key.starts_with("Tessel.") && !Settings::IsDeclaredKey(key))
+            err << "tessel: warning: no setting is called '" << key << "'; nothing reads it\n";
     }
-    for (const auto& category : traces)
+    const std::vector<std::string> categories = Trace::DeclaredCategories();
+    for (const auto& category : traces) {
         Trace::Enable(category);
+        if (category == "all" ||
+            std::find(categories.begin(), categories.end(), category) != categories.end())
+            continue;
+        err << "tessel: warning: no trace category is called '" << category
+            << "'; the categories are:";
+        for (const auto& known : categories)
+            err << " " << known;
+        err << " (or all)\n";
+    }
     if (!prefsFile.empty()) {
         // A folder or a device named by mistake must not be read, moved or replaced.
         if (const Status usable = Preferences::CheckFile(prefsFile); !usable.IsOk()) {
@@ -227,6 +258,8 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     }
     if (ls->parsed())
         return RunList(options, out, err);
+    if (info->parsed())
+        return RunInfo(options, out, err);
     if (def->parsed())
         return RunDefault(options, out, err);
     if (browse->parsed())

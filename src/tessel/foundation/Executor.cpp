@@ -16,7 +16,7 @@ namespace Tessel {
 
 namespace {
 
-constexpr const char* kTraceCategory = "Executor";
+const std::string_view kTraceCategory = Trace::DeclareCategory("Executor");
 
 }  // namespace
 

@@ -13,7 +13,7 @@ MessageBase::~MessageBase() = default;
 
 namespace {
 
-constexpr const char* kTraceCategory = "Messaging";
+const std::string_view kTraceCategory = Trace::DeclareCategory("Messaging");
 
 void TraceDropped(const ImmutableString& station, const char* why) noexcept {
     try {

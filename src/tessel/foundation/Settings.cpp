@@ -22,7 +22,8 @@ struct Store {
     std::mutex mutex;
     ValueMap defaults;
     ValueMap overrides;  // values from files and Set, which win over the defaults
-    std::vector<FeatureDescription> features;  // in declaration order, for UIs
+    std::vector<FeatureDescription> features;     // in declaration order, for UIs
+    std::set<std::string, std::less<>> declared;  // keys and prefixes ending in "."
     std::atomic<std::uint64_t> changeCount{0};
 };
 
@@ -185,6 +186,25 @@ std::string Settings::GetString(std::string_view key, std::string_view fallback)
 
 std::uint64_t Settings::ChangeCount() {
     return GetStore().changeCount.load();
+}
+
+std::string_view Settings::DeclareKey(std::string_view key) {
+    Store& store = GetStore();
+    std::lock_guard lock(store.mutex);
+    store.declared.emplace(key);
+    return key;
+}
+
+bool Settings::IsDeclaredKey(std::string_view key) {
+    Store& store = GetStore();
+    std::lock_guard lock(store.mutex);
+    for (const std::string& declared : store.declared) {
+        if (declared == key ||
+            (declared.ends_with('.') && key.size() > declared.size() && key.starts_with(declared)))
+            return true;
+    }
+    return std::any_of(store.features.begin(), store.features.end(),
+                       [&](const FeatureDescription& feature) { return feature.name == key; });
 }
 
 std::vector<std::string> Settings::Keys() {

@@ -57,6 +57,13 @@ public:
     static std::vector<std::string> Keys();
     // Forgets everything set or loaded (defaults stay). For tests and tools.
     static void ClearOverrides();
+
+    // Names KEY as one the library reads; a KEY ending in "." names every key under it
+    // ("Tessel.CloudSync."). Tools warn of a key that nobody reads (a misspelt one). Returns
+    // KEY, so that a source file can declare the keys it reads in a namespace-scope constant.
+    static std::string_view DeclareKey(std::string_view key);
+    // Whether KEY was declared, itself or under a declared prefix, or is a feature switch.
+    static bool IsDeclaredKey(std::string_view key);
 };
 
 // Feature switches: named booleans in the settings database, declared with a title and a

@@ -23,7 +23,8 @@ struct Categories {
     bool all = false;
     std::set<std::string, std::less<>> enabled;
     std::set<std::string, std::less<>> disabled;  // exceptions to "all"
-    std::shared_ptr<const Trace::Sink> sink;      // null: standard error
+    std::set<std::string, std::less<>> declared;
+    std::shared_ptr<const Trace::Sink> sink;  // null: standard error
     // False while nothing at all is enabled, which is almost always: IsEnabled then answers
     // without taking the lock.
     std::atomic<bool> anyEnabled{false};
@@ -92,6 +93,19 @@ void Trace::Disable(std::string_view category) {
             categories.disabled.emplace(category);
     }
     categories.Update();
+}
+
+std::string_view Trace::DeclareCategory(std::string_view category) {
+    Categories& categories = GetCategories();
+    std::unique_lock lock(categories.mutex);
+    categories.declared.emplace(category);
+    return category;
+}
+
+std::vector<std::string> Trace::DeclaredCategories() {
+    Categories& categories = GetCategories();
+    std::shared_lock lock(categories.mutex);
+    return {categories.declared.begin(), categories.declared.end()};
 }
 
 void Trace::EnableFromEnvironment() {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <tessel/platform/Export.h>
 
@@ -27,6 +28,13 @@ public:
     // An empty function restores standard error.
     using Sink = std::function<void(std::string_view category, std::string_view text)>;
     static void SetSink(Sink sink);
+
+    // Names CATEGORY as one the library writes, so that tools can list the categories and
+    // warn of a name nobody writes. Returns CATEGORY, which must outlive the process (a
+    // literal): `const std::string_view kTraceCategory = Trace::DeclareCategory("XMP");`.
+    static std::string_view DeclareCategory(std::string_view category);
+    // The declared categories, sorted.
+    static std::vector<std::string> DeclaredCategories();
 };
 
 // Measures the time from construction; Milliseconds() is the elapsed time so far.

@@ -58,6 +58,13 @@ void SendToHostStation() {
     Messaging::Broadcast<Msg>(ProviderHost::sProviderHostStation, std::make_shared<const Msg>());
 }
 
+const std::string_view kFavoritesTrace = Trace::DeclareCategory("Favorites");
+
+// The executors' sizes are read when the host starts.
+[[maybe_unused]] const std::string_view kExecutorSettings[] = {
+    Settings::DeclareKey(kSettingContentLowPriorityThreads),
+    Settings::DeclareKey(kSettingContentHighPriorityThreads)};
+
 std::shared_ptr<Executor> MakeExecutor(const char* key) {
     const auto workers = static_cast<int>(Settings::GetInt(key, -1));
     return std::make_shared<Executor>(key, workers);
@@ -228,13 +235,14 @@ Status LoadFavoritesLocked(FavoritesState& favorites, ProviderWrapper* wrapper) 
     ProviderHost::FavoritesLoadProblem problem{kFavoritesNotWellFormed, {}};
     if (!stored.empty() && FindFreeSetAsideKey(problem.setAsidePreference).IsOk()) {
         favorites.setAsidePending = true;
-        Trace::Write("Favorites", std::string(kFavoritesNotWellFormed) +
-                                      "; the stored value goes to the preference " +
-                                      problem.setAsidePreference + " when the list is saved");
+        Trace::Write(kFavoritesTrace, std::string(kFavoritesNotWellFormed) +
+                                          "; the stored value goes to the preference " +
+                                          problem.setAsidePreference + " when the list is saved");
     } else {
         favorites.mustNotSave = true;
-        Trace::Write("Favorites", std::string(kFavoritesNotWellFormed) +
-                                      "; the stored value stays and the favorites are not saved");
+        Trace::Write(kFavoritesTrace,
+                     std::string(kFavoritesNotWellFormed) +
+                         "; the stored value stays and the favorites are not saved");
     }
     favorites.problem = std::move(problem);
     return {StatusCode::kMalformed, kFavoritesNotWellFormed};
@@ -271,7 +279,7 @@ void SaveFavorites(const std::list<std::u16string>& favorites) {
     // Every string is valid UTF-8 by now, so nothing is replaced.
     Preferences::SetValue(kFavoritesPreference, Utf8ToUtf16(wrapped.dump()));
     if (Status saved = Preferences::Save(); !saved.IsOk())
-        Trace::Write("Favorites", "cannot save: " + saved.Message());
+        Trace::Write(kFavoritesTrace, "cannot save: " + saved.Message());
 }
 
 // "." and ".." resolved in the components after a root of ROOTLENGTH units.
@@ -521,7 +529,7 @@ void ProviderHost::ModifyFavorites(const std::list<std::u16string>& paths,
     std::lock_guard lock(state.mutex);
     KeepUnreadableFavoritesAside(state);
     if (state.mustNotSave) {
-        Trace::Write("Favorites", "not saved: the stored favorites could not be kept aside");
+        Trace::Write(kFavoritesTrace, "not saved: the stored favorites could not be kept aside");
         return;
     }
     std::list<std::u16string> favorites;

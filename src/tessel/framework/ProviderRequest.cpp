@@ -11,7 +11,7 @@ namespace Tessel {
 
 namespace {
 
-constexpr const char* kTraceCategory = "Requests";
+const std::string_view kTraceCategory = Trace::DeclareCategory("Requests");
 
 }  // namespace
 

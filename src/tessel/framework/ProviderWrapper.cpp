@@ -12,6 +12,8 @@ namespace Tessel {
 
 namespace {
 
+const std::string_view kProvidersTrace = Trace::DeclareCategory("Providers");
+
 template <class Interface>
 Interface* CapabilityOf(const std::shared_ptr<Provider>& provider) {
     return dynamic_cast<Interface*>(provider.get());
@@ -45,9 +47,9 @@ int ProviderWrapper::CanProvideFor(const std::u16string& path, const any_regular
     } catch (...) {
         const std::exception_ptr failure = std::current_exception();
         try {
-            if (Trace::IsEnabled("Providers")) {
-                Trace::Write("Providers", mProvider->GetIdentification() + " failed to rank " +
-                                              Utf16ToUtf8(path) + ": " + Describe(failure));
+            if (Trace::IsEnabled(kProvidersTrace)) {
+                Trace::Write(kProvidersTrace, mProvider->GetIdentification() + " failed to rank " +
+                                                  Utf16ToUtf8(path) + ": " + Describe(failure));
             }
         } catch (...) {
         }

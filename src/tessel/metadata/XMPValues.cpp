@@ -26,7 +26,7 @@ namespace {
 
 namespace P = Platform;
 
-constexpr const char* kTraceCategory = "XMP";
+const std::string_view kTraceCategory = Trace::DeclareCategory("XMP");
 constexpr const char* kDynamicMedia = "http://ns.adobe.com/xmp/1.0/DynamicMedia/";
 // Sidecars hold a clip's metadata and perhaps its edit history; beyond this they are not XMP.
 constexpr std::uint64_t kLargestSidecar = 16 * 1024 * 1024;

@@ -17,6 +17,8 @@ namespace Tessel {
 
 namespace {
 
+const std::string_view kRegisterSetting = Settings::DeclareKey(kSettingRegisterBuiltInProviders);
+
 // The XAVC provider is a beta feature, off unless the switch is turned on.
 constexpr const char* kXAVCFeature = "ZEBFM-3873";
 const bool kXAVCFeatureDeclared = [] {
@@ -58,7 +60,7 @@ const ProviderRow kProviderTable[] = {
 void RegisterBuiltInProviders() {
     (void)kXAVCFeatureDeclared;
     // A host (or a test) that brings only providers of its own turns the library's off.
-    if (!Settings::GetBool(kSettingRegisterBuiltInProviders, true))
+    if (!Settings::GetBool(kRegisterSetting, true))
         return;
     for (const ProviderRow& row : kProviderTable) {
         if (!row.create)

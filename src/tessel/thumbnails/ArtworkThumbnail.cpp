@@ -12,6 +12,8 @@ namespace Tessel {
 
 namespace {
 
+const std::string_view kWaitSetting = Settings::DeclareKey(kSettingMainThreadWaitMilliseconds);
+
 // Drawing may call back into drawing on the same thread (a provider drawing its icon while
 // another is drawn), hence recursive.
 std::recursive_mutex& DrawingLock() {
@@ -43,8 +45,8 @@ OwnedPelPix RenderOnMainThread(const std::u16string& path, std::uint32_t width,
         if (!result->abandoned)
             result->buffer = std::move(buffer);
     };
-    const auto wait = std::chrono::milliseconds(
-        std::max<std::int64_t>(0, Settings::GetInt(kSettingMainThreadWaitMilliseconds, 2000)));
+    const auto wait =
+        std::chrono::milliseconds(std::max<std::int64_t>(0, Settings::GetInt(kWaitSetting, 2000)));
     CallOnMainThreadAndWait(draw, wait);
     std::lock_guard lock(result->mutex);
     result->abandoned = true;

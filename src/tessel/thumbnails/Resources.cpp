@@ -14,6 +14,8 @@ namespace Tessel {
 
 namespace {
 
+const std::string_view kFolderSetting = Settings::DeclareKey(kSettingResourcesFolder);
+
 std::string EnvironmentOverride() {
 #if defined(_WIN32)
     const wchar_t* value = _wgetenv(L"TESSEL_RESOURCES");
@@ -38,7 +40,7 @@ std::string ToUtf8(const std::filesystem::path& folder) {
 }  // namespace
 
 std::string GetResourcesFolder() {
-    if (std::string folder = Settings::GetString(kSettingResourcesFolder, ""); !folder.empty())
+    if (std::string folder = Settings::GetString(kFolderSetting, ""); !folder.empty())
         return folder;
     if (std::string folder = EnvironmentOverride(); !folder.empty())
         return folder;

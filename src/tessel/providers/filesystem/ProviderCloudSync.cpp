@@ -21,8 +21,8 @@ namespace Tessel {
 
 namespace {
 
-constexpr const char* kTraceCategory = "CloudSync";
-constexpr const char* kSettingPrefix = "Tessel.CloudSync.";
+const std::string_view kTraceCategory = Trace::DeclareCategory("CloudSync");
+const std::string_view kSettingPrefix = Settings::DeclareKey("Tessel.CloudSync.");
 constexpr const char* kNameLabel = "$$$/Pelimar/Provider/CloudSync/Column/Name=Name";
 constexpr const char* kPathLabel = "$$$/Pelimar/Provider/CloudSync/Column/Path=Path";
 constexpr const char* kSyncStateLabel =

@@ -28,9 +28,11 @@ namespace Tessel {
 
 namespace {
 
+const std::string_view kDisplayNameSetting = Settings::DeclareKey(kSettingUseFileSystemDisplayName);
+
 namespace P = Platform;
 
-constexpr const char* kTraceCategory = "WinProviderDirectory";
+const std::string_view kTraceCategory = Trace::DeclareCategory("WinProviderDirectory");
 constexpr const char* kLabelPrefix = "$$$/Pelimar/Provider/WinDirectory/Column/";
 constexpr const char* kProjectExtension = ".plproj";
 
@@ -209,7 +211,7 @@ bool UseFileSystemDisplayName() {
         return (cached & 1) != 0;
     // The count is read before the value: a change in between leaves an older count
     // beside the newer value, which only costs one more read next time.
-    const bool on = Settings::GetBool(kSettingUseFileSystemDisplayName, false);
+    const bool on = Settings::GetBool(kDisplayNameSetting, false);
     gDisplayNameSwitch.store(((count + 1) << 1) | (on ? 1 : 0), std::memory_order_relaxed);
     return on;
 }
