@@ -1,13 +1,19 @@
 #include "Browse.h"
 
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
 
+#include <nlohmann/json.hpp>
+
 #include <tessel/foundation/Directory.h>
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
+#include <tessel/framework/Provider.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/platform/Terminal.h>
 
 #include "Commands.h"
 #include "Format.h"
@@ -22,26 +28,87 @@ namespace Tessel::Tool {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
+// How deep a walk goes unless --depth says otherwise: folders eight levels, list paths
+// (volumes:, favorites:) only the list itself, since their entries are whole volumes.
+constexpr int kFolderDepth = 8;
+
+// The folder provider's size column.
+const std::u16string kSizeField = u"26";
+
 // Names as a terminal may show them: control characters quoted, never sent as they are.
 std::string Display(const std::u16string& text) {
     return QuoteControlCharacters(Utf16ToUtf8(ToDisplayUtf16(text)));
 }
 
+std::string JsonText(const std::u16string& text) {
+    return Utf16ToUtf8(ToDisplayUtf16(text));
+}
+
+bool IsListPath(const std::u16string& path) {
+    return !path.empty() && path.back() == u':' && path.find(u'/') == std::u16string::npos &&
+           path.find(u'\\') == std::u16string::npos && path.size() > 2;
+}
+
+// "Browsing... 12 folders, 345 items" on standard error, once a walk has taken a second,
+// when standard error is a terminal; cleared before the walk's result is printed.
+class WalkProgress {
+public:
+    WalkProgress() : mActive(Platform::StandardErrorIsTerminal()) {}
+    ~WalkProgress() { Clear(); }
+    WalkProgress(const WalkProgress&) = delete;
+    WalkProgress& operator=(const WalkProgress&) = delete;
+
+    void Update(std::size_t folders, std::size_t items) {
+        if (!mActive)
+            return;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - mStart < std::chrono::seconds(1) ||
+            now - mLastShown < std::chrono::milliseconds(100))
+            return;
+        mLastShown = now;
+        mShown = true;
+        std::fprintf(stderr, "\rBrowsing... %zu folders, %zu items", folders, items);
+        std::fflush(stderr);
+    }
+    void Clear() {
+        if (!mShown)
+            return;
+        mShown = false;
+        std::fprintf(stderr, "\r%60s\r", "");
+        std::fflush(stderr);
+    }
+
+private:
+    bool mActive;
+    bool mShown = false;
+    std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point mLastShown;
+};
+
 struct BrowseState {
     std::ostream& out;
     std::ostream& err;
     int maxDepth;
+    bool json;
+    WalkProgress progress;
     std::set<std::filesystem::path> visited;  // real paths, so link loops end
     std::size_t folders = 0;
     std::size_t items = 0;
     std::size_t unreadable = 0;
     bool interrupted = false;
+    // What the closing hint suggests: a folder that held items, and one of its items.
+    std::u16string exampleFolder;
+    std::u16string exampleItem;
+    int exampleRank = 0;
 };
 
 // An empty folder is shown as such; one that cannot be read is reported with the reason.
 void ReportIfUnreadable(BrowseState& state, const std::u16string& path) {
     if (Status why = CheckFolderReadable(path); !why.IsOk()) {
         ++state.unreadable;
+        state.progress.Clear();
         state.err << "tessel: " << ToDisplayUtf8(why.Message()) << "\n";
     }
 }
@@ -57,16 +124,43 @@ std::string ProviderSummary(const GetProviderListMessage& answer) {
     return text;
 }
 
-void Visit(BrowseState& state, const std::u16string& path, const std::string& label, int depth) {
+Json ProviderList(const GetProviderListMessage& answer) {
+    Json list = Json::array();
+    for (std::size_t i = 0; i < answer.providers.size(); ++i) {
+        list.push_back({{"id", JsonText(answer.providers[i]->GetIdentification())},
+                        {"name", JsonText(answer.providers[i]->GetUIString())},
+                        {"score", answer.scores.at(i)}});
+    }
+    return list;
+}
+
+// "(file, 1,000 bytes)", "(item)": what an item is, and its size when it has one.
+std::string ItemDetails(const std::string& kind, const PropertyMap& record) {
+    std::string details = kind;
+    if (auto it = record.find(kSizeField); it != record.end() && kind != "folder") {
+        if (const auto* size = it->second.get_if<Provider::ByteSize_t>())
+            details +=
+                ", " + ValueToText(it->second) + (size->GetCount() == 1 ? " byte" : " bytes");
+    }
+    return "(" + details + ")";
+}
+
+// Shows PATH and what lies below it; fills NODE (its JSON) when the walk writes JSON.
+void Visit(BrowseState& state, const std::u16string& path, const std::string& label, int depth,
+           Json& node) {
     if (state.interrupted || InterruptRequested()) {
         state.interrupted = true;
         return;
     }
+    state.progress.Update(state.folders, state.items);
     const std::string indent(static_cast<std::size_t>(depth) * 2, ' ');
+    node["path"] = JsonText(path);
     std::error_code ec;
     auto real = std::filesystem::canonical(std::filesystem::path(Utf16ToUtf8(path)), ec);
-    if (!ec && !state.visited.insert(real).second) {
-        state.out << indent << label << "/  (already shown)\n";
+    if (!IsListPath(path) && !ec && !state.visited.insert(real).second) {
+        if (!state.json)
+            state.out << indent << label << "/  (already shown)\n";
+        node["already_shown"] = true;
         return;
     }
     ++state.folders;
@@ -75,22 +169,35 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
         state.interrupted = true;
         return;
     }
+    Json children = Json::array();
     if (!ranked || ranked->providers.empty()) {
-        state.out << indent << label << "/  (nothing can show this folder)\n";
+        if (!state.json)
+            state.out << indent << label << "/  (nothing can show this folder)\n";
+        node["providers"] = Json::array();
         ReportIfUnreadable(state, path);
-        if (depth >= state.maxDepth)
-            return;
-        for (const Directory& sub : Directory(path).GetSubDirectories()) {
-            Visit(state, sub.GetFullPath(), Display(Path::LeafDisplayString(sub.GetFullPath())),
-                  depth + 1);
+        if (depth < state.maxDepth && !IsListPath(path)) {
+            for (const Directory& sub : Directory(path).GetSubDirectories()) {
+                Json child;
+                Visit(state, sub.GetFullPath(), Display(Path::LeafDisplayString(sub.GetFullPath())),
+                      depth + 1, child);
+                children.push_back(std::move(child));
+            }
         }
+        node["items"] = std::move(children);
         return;
     }
-    state.out << indent << label << "/  [" << ProviderSummary(*ranked) << "]\n";
+    if (!state.json)
+        state.out << indent << label << (IsListPath(path) ? "" : "/") << "  ["
+                  << ProviderSummary(*ranked) << "]\n";
+    node["providers"] = ProviderList(*ranked);
     ProviderWrapper* best = ranked->providers.front();
-    const bool plainFolder = Utf16ToUtf8(best->GetIdentification()) == kProviderDirectoryID;
+    const std::u16string providerID = best->GetIdentification();
+    // Folders of the plain directory provider and entries of a list are ranked again: a
+    // card inside one is then shown by its own provider. Items of any other provider are
+    // that provider's.
+    const bool walkInto = Utf16ToUtf8(providerID) == kProviderDirectoryID || IsListPath(path);
     std::optional<GetContentMessage> listing =
-        RunContent(*best, path, {kNameField, kPathField, kDirectoryFlagField});
+        RunContent(*best, path, {kNameField, kPathField, kDirectoryFlagField, kSizeField});
     if (!listing || listing->result == kResultAborted) {
         state.interrupted = true;
         return;
@@ -98,31 +205,60 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
     if (listing->content.empty())
         ReportIfUnreadable(state, path);
     for (const auto& [key, record] : listing->content) {
-        std::string name;
+        std::string plainName;
         if (auto it = record.find(kNameField); it != record.end())
-            name = QuoteControlCharacters(ValueToText(it->second));
-        if (name.empty())
-            name = Display(Path::LeafDisplayString(key));
-        bool isFolder = false;
-        if (auto it = record.find(kDirectoryFlagField); it != record.end()) {
-            // A flag, or the folder provider's "D" column (empty for files).
-            if (const auto* flag = it->second.get_if<bool>()) {
-                isFolder = *flag;
-            } else if (const auto* text = it->second.get_if<std::u16string>()) {
-                isFolder = !text->empty();
-            } else if (const auto* narrow = it->second.get_if<std::string>()) {
-                isFolder = !narrow->empty();
-            }
+            plainName = ValueToText(it->second);
+        if (plainName.empty())
+            plainName = JsonText(Path::LeafDisplayString(key));
+        const std::string name = QuoteControlCharacters(plainName);
+        const std::string kind = ItemKind(providerID, record);
+        Json child;
+        if (state.json) {
+            child["path"] = JsonText(key);
+            child["name"] = plainName;
+            child["kind"] = kind;
         }
-        // Folders of the plain directory provider are ranked again: a card inside one is
-        // then shown by its own provider. Items of any other provider are that provider's.
-        if (plainFolder && isFolder && depth < state.maxDepth) {
-            Visit(state, key, name, depth + 1);
-        } else {
-            ++state.items;
-            state.out << indent << "  " << name << (isFolder ? "/" : "") << "\n";
+        if ((kind == "folder" || kind == "volume") && walkInto && depth < state.maxDepth) {
+            Visit(state, key, name, depth + 1, child);
+            children.push_back(std::move(child));
+            continue;
         }
+        ++state.items;
+        // A provider's own item (a clip) makes the better example, then a file.
+        const int rank = kind == "item" ? 3 : kind == "file" ? 2 : IsListPath(path) ? 1 : 0;
+        if (rank > state.exampleRank) {
+            state.exampleRank = rank;
+            state.exampleFolder = path;
+            state.exampleItem = key;
+        }
+        if (!state.json) {
+            state.out << indent << "  " << name << (kind == "folder" ? "/" : "") << "  "
+                      << ItemDetails(kind, record) << "\n";
+            continue;
+        }
+        if (auto it = record.find(kSizeField); it != record.end() && kind != "folder")
+            child["size"] = ValueToJson(it->second);
+        children.push_back(std::move(child));
     }
+    node["items"] = std::move(children);
+}
+
+// A word of the platform's shell for PATH, quoted when it needs to be.
+std::string ShellWord(const std::u16string& path) {
+    const std::string text = Utf16ToUtf8(ToDisplayUtf16(path));
+#if defined(_WIN32)
+    // cmd and PowerShell: double quotes around what holds a space or a separator.
+    if (text.find_first_of(" \t&|<>^(),;=%'`$") == std::string::npos)
+        return QuoteControlCharacters(text);
+    return QuoteControlCharacters("\"" + text + "\"");
+#else
+    if (text.find_first_of(" \t'\"\\$`!*?[]{}()<>|&;#~") == std::string::npos)
+        return QuoteControlCharacters(text);
+    std::string quoted = "'";
+    for (char c : text)
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return QuoteControlCharacters(quoted + "'");
+#endif
 }
 
 }  // namespace
@@ -136,21 +272,42 @@ std::string DefaultSamplesFolder() {
 int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const std::string root = options.path.empty() ? DefaultSamplesFolder() : options.path;
     const std::u16string path = NormalizeLocation(root);
-    if (!Path::DirectoryExists(path)) {
-        err << "tessel: " << Display(path) << ": no such folder\n";
+    const bool list = IsListPath(path);
+    if (!list && !Path::DirectoryExists(path)) {
+        err << "tessel: " << Display(path)
+            << (Path::FileOrDirectoryExists(path) ? " is not a folder\n" : ": no such folder\n");
         return 1;
     }
-    BrowseState state{out, err, options.depth};
-    Visit(state, path, Display(path), 0);
+    const int depth = options.depth >= 0 ? options.depth : list ? 0 : kFolderDepth;
+    BrowseState state{out, err, depth, options.json};
+    Json tree;
+    Visit(state, path, Display(path), 0, tree);
+    state.progress.Clear();
     if (state.interrupted) {
         err << "tessel: interrupted\n";
         return 3;
     }
-    out << "\n"
-        << state.folders << (state.folders == 1 ? " folder, " : " folders, ") << state.items
-        << (state.items == 1 ? " item\n" : " items\n");
+    if (options.json) {
+        Json doc;
+        doc["root"] = std::move(tree);
+        doc["folders"] = state.folders;
+        doc["items"] = state.items;
+        out << doc.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
+    } else {
+        out << "\n"
+            << state.folders << (state.folders == 1 ? " folder, " : " folders, ") << state.items
+            << (state.items == 1 ? " item\n" : " items\n");
+    }
     if (ProviderHost::GetAllProviders().empty()) {
         err << "tessel: no providers are registered yet, so nothing can show these folders\n";
+    } else if (!options.json && IsListPath(state.exampleFolder)) {
+        err << "hint: 'tessel browse " << ShellWord(state.exampleItem)
+            << "' walks one of them; --depth 1 walks each one level down\n";
+    } else if (!options.json && !state.exampleItem.empty()) {
+        err << "hint: 'tessel ls " << ShellWord(state.exampleFolder)
+            << " --long' lists a folder; 'tessel info " << ShellWord(state.exampleItem)
+            << "' shows every field of an item; 'tessel thumb " << ShellWord(state.exampleItem)
+            << " -o thumb.png' draws its picture\n";
     }
     return state.unreadable == 0 ? 0 : 1;
 }

@@ -373,9 +373,15 @@ std::string ItemKind(const std::u16string& providerID, const PropertyMap& record
         else if (const auto* narrow = flag->get_if<std::string>())
             folder = !narrow->empty();
     }
-    if (folder)
+    const std::string id = Utf16ToUtf8(providerID);
+    const auto is = [&](const char* className) {
+        return id == kProviderIDPrefix + std::string(className);
+    };
+    if (is("WinProviderVolume") || is("WinProviderNetworkVolume"))
+        return "volume";
+    if (folder || is("ProviderFavorites") || is("ProviderCloudSync"))
         return "folder";
-    return Utf16ToUtf8(providerID) == kProviderDirectoryID ? "file" : "item";
+    return id == kProviderDirectoryID ? "file" : "item";
 }
 
 int PrintListing(const std::u16string& path, const std::u16string& providerID, ResultCode code,

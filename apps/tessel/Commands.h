@@ -24,7 +24,7 @@ struct CommandOptions {
     bool humanSizes = false;
     std::string sortBy;  // "name", "date", "size", or empty: the provider's order
     bool reverse = false;
-    int depth = 8;
+    int depth = -1;  // browse: -1 is the default depth of the location
     // thumb
     std::vector<std::string> paths;
     std::string extraPath;
@@ -73,8 +73,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                  const std::map<std::u16string, std::u16string>& labels, const ListingStyle& style,
                  std::ostream& out, std::ostream& err);
 
-// What an item is, in a word: "folder", "file" (an entry of the folder provider), or
-// "item" (anything another provider shows, such as a clip).
+// What an item is, in a word: "folder", "volume" (an entry of a volume list), "file" (an
+// entry of the folder provider), or "item" (anything another provider shows, such as a clip).
 std::string ItemKind(const std::u16string& providerID, const PropertyMap& record);
 
 }  // namespace Tessel::Tool

@@ -14,6 +14,7 @@
 #include <tessel/media/DirectoryChangeMonitor.h>
 
 #include "Commands.h"
+#include "Format.h"
 #include "Interrupt.h"
 #include "Requests.h"
 
@@ -118,16 +119,6 @@ std::u16string FavoriteFromArgument(const std::string& argument,
     return NormalizeFavoritePath(NormalizeLocation(argument));
 }
 
-std::string JoinEntries(const std::vector<std::u16string>& entries) {
-    std::string text;
-    for (const auto& entry : entries) {
-        if (!text.empty())
-            text += ", ";
-        text += Display(entry);
-    }
-    return text;
-}
-
 }  // namespace
 
 int RunVolumes(const FileSystemOptions& options, std::ostream& out, std::ostream& err) {
@@ -214,10 +205,32 @@ int RunWatch(const FileSystemOptions& options, std::ostream& out, std::ostream& 
 
     int seen = 0;
     bool gone = false;
-    const auto print = [&](const std::string& line) {
-        out << line << "\n";
-        out.flush();
+    const auto full = [&] { return options.count != 0 && seen >= options.count; };
+    // One line a change: "PATH: created NAME", or as JSON {"path", "change", "name"}.
+    const auto print = [&](const std::u16string& where, const char* change,
+                           const std::u16string& name, const std::u16string& previousName) {
+        if (full())
+            return;
         ++seen;
+        if (options.json) {
+            nlohmann::ordered_json line;
+            line["path"] = Display(where);
+            line["change"] = change;
+            if (!previousName.empty())
+                line["previous_name"] = Display(previousName);
+            if (!name.empty())
+                line["name"] = Display(name);
+            out << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+                << "\n";
+        } else {
+            out << QuoteControlCharacters(Display(where)) << ": " << change;
+            if (!previousName.empty())
+                out << " " << QuoteControlCharacters(Display(previousName)) << " ->";
+            if (!name.empty())
+                out << " " << QuoteControlCharacters(Display(name));
+            out << "\n";
+        }
+        out.flush();
     };
     ScopedListener directoryListener(Messaging::Listen<MF::DirectoryChangedMessage>(
         MF::DirectoryChangeMonitor::sChangeStation, [&](const MF::DirectoryChangedMessage& m) {
@@ -225,16 +238,31 @@ int RunWatch(const FileSystemOptions& options, std::ostream& out, std::ostream& 
                 return;
             if (m.directoryGone) {
                 gone = true;
-                print(Display(path) + ": gone");
-            } else if (m.entries.empty()) {
-                print(Display(path) + ": many changes");
-            } else {
-                print(Display(path) + ": " + JoinEntries(m.entries));
+                print(path, "gone", {}, {});
+                return;
+            }
+            if (m.changes.empty())
+                print(path, "many changes", {}, {});
+            for (const MF::EntryChange& change : m.changes) {
+                switch (change.kind) {
+                    case MF::EntryChangeKind::Created:
+                        print(path, "created", change.name, {});
+                        break;
+                    case MF::EntryChangeKind::Changed:
+                        print(path, "changed", change.name, {});
+                        break;
+                    case MF::EntryChangeKind::Removed:
+                        print(path, "removed", change.name, {});
+                        break;
+                    case MF::EntryChangeKind::Renamed:
+                        print(path, "renamed", change.name, change.previousName);
+                        break;
+                }
             }
         }));
     ScopedListener volumeListener(Messaging::Listen<MF::VolumesChangedMessage>(
         MF::DirectoryChangeMonitor::sChangeStation,
-        [&](const MF::VolumesChangedMessage&) { print("volumes: changed"); }));
+        [&](const MF::VolumesChangedMessage&) { print(kVolumeListPath, "changed", {}, {}); }));
 
     // The best provider decides how its location is watched (the volume list watches the
     // mount table); a folder that no provider claims is watched directly.
@@ -265,7 +293,7 @@ int RunWatch(const FileSystemOptions& options, std::ostream& out, std::ostream& 
     }
 
     err << "tessel: watching " << Display(path) << "; press Ctrl-C to stop\n";
-    while (!InterruptRequested() && !gone && (options.count == 0 || seen < options.count)) {
+    while (!InterruptRequested() && !gone && !full()) {
         MainThread::RunOne(std::chrono::milliseconds(50));
     }
     stop();

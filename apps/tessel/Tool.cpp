@@ -120,8 +120,11 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     auto* browse =
         app.add_subcommand("browse", "Show ROOT and its folders as the providers see them");
     browse->add_option("root", options.path, "Folder to browse (default: the bundled samples)");
-    browse->add_option("--depth", options.depth, "How many folder levels to descend")
+    browse
+        ->add_option("--depth", options.depth,
+                     "How many folder levels to descend (default 8; 0 for a list path)")
         ->check(CLI::Range(0, 64));
+    browse->add_flag("--json", options.json, "Write JSON: the tree of folders and items");
 
     auto* thumb = app.add_subcommand(
         "thumb", "Write the thumbnail of PATH as PNG, from its best (or the named) provider");
@@ -166,6 +169,7 @@ int Run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     auto* watch = app.add_subcommand(
         "watch", "Print the changes of PATH (a folder, or volumes:) as they happen, until Ctrl-C");
     watch->add_option("path", fileSystemOptions.path, "Location to watch")->required();
+    watch->add_flag("--json", fileSystemOptions.json, "Write one JSON object a line");
     watch->add_option("--count", fileSystemOptions.count, "Stop after this many changes")
         ->type_name("N")
         ->check(CLI::Validator(

@@ -75,15 +75,29 @@ void OnDirectoryChanges(const std::u16string& directory, std::uint64_t generatio
                 overflow = true;
                 break;
             default: {
-                std::u16string name = Path::FromNative(change.name);
-                if (seen.insert(name).second)
-                    message->entries.push_back(std::move(name));
+                EntryChange entry{EntryChangeKind::Changed, Path::FromNative(change.name), {}};
+                if (change.kind == Platform::ChangeKind::Added)
+                    entry.kind = EntryChangeKind::Created;
+                else if (change.kind == Platform::ChangeKind::Removed)
+                    entry.kind = EntryChangeKind::Removed;
+                else if (change.kind == Platform::ChangeKind::Renamed)
+                    entry.kind = EntryChangeKind::Renamed;
+                if (!change.previousName.empty()) {
+                    entry.previousName = Path::FromNative(change.previousName);
+                    if (seen.insert(entry.previousName).second)
+                        message->entries.push_back(entry.previousName);
+                }
+                if (seen.insert(entry.name).second)
+                    message->entries.push_back(entry.name);
+                message->changes.push_back(std::move(entry));
                 break;
             }
         }
     }
-    if (overflow)
+    if (overflow) {
         message->entries.clear();
+        message->changes.clear();
+    }
     MainThread::Post([message, generation] { DeliverDirectoryChange(message, generation); });
 }
 

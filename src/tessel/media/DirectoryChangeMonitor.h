@@ -22,12 +22,28 @@ namespace Tessel::MF {
 struct MessageNameForDirectoryChangedMessage {};
 struct MessageNameForVolumesChangedMessage {};
 
+// One change of a watched directory's entries.
+enum class EntryChangeKind {
+    Created,  // made, or moved into the directory
+    Changed,  // content or attributes changed
+    Removed,  // deleted, or moved out of the directory
+    Renamed,  // renamed within the directory
+};
+struct EntryChange {
+    EntryChangeKind kind = EntryChangeKind::Changed;
+    std::u16string name;          // the entry's leaf name (its new name when renamed)
+    std::u16string previousName;  // the name before a rename
+};
+
 struct TESSEL_API DirectoryChangedMessage : MessageBase {
     using Name = MessageNameForDirectoryChangedMessage;
     std::u16string directory;  // exactly as it was given to MonitorDirectory
     // The leaf names of the entries that were added, removed or changed, each once. Empty
     // when there were too many changes to tell apart: the whole directory may have changed.
     std::vector<std::u16string> entries;
+    // The same changes with what happened to each entry, in the order they happened (each
+    // kind and name once); empty when ENTRIES is. A rename's names are both in ENTRIES.
+    std::vector<EntryChange> changes;
     // The directory itself was deleted, moved or unmounted. Its watch has ended; the next
     // MonitorDirectory of the path watches whatever is there then.
     bool directoryGone = false;

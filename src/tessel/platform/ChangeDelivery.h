@@ -17,15 +17,43 @@ struct PendingChanges {
     bool mountsChanged = false;
 
     bool Empty() const { return changes.empty() && !mountsChanged; }
-    // Repeats within one pass (a file written in several pieces) are told once.
-    void Add(ChangeWatchId id, ChangeKind kind, NativeString name) {
+    // Repeats within one pass (a file written in several pieces) are told once. Returns the
+    // change's place in its watch's list.
+    std::size_t Add(ChangeWatchId id, ChangeKind kind, NativeString name) {
         std::vector<DirectoryChange>& list = changes[id];
-        for (const DirectoryChange& change : list) {
-            if (change.kind == kind && change.name == name)
-                return;
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            if (list[i].kind == kind && list[i].name == name)
+                return i;
         }
-        list.push_back({kind, std::move(name)});
+        list.push_back({kind, std::move(name), {}});
+        return list.size() - 1;
     }
+    // The two halves of a rename, tied by COOKIE (the system's, or the place of the half in
+    // its buffer). The first half is told as a removal until the second one comes.
+    void AddMovedFrom(ChangeWatchId id, NativeString name, std::uint64_t cookie) {
+        mMovedFrom[id] = {Add(id, ChangeKind::Removed, std::move(name)), cookie};
+    }
+    void AddMovedTo(ChangeWatchId id, NativeString name, std::uint64_t cookie) {
+        auto origin = mMovedFrom.find(id);
+        if (origin != mMovedFrom.end() && origin->second.cookie == cookie) {
+            DirectoryChange& change = changes[id][origin->second.index];
+            mMovedFrom.erase(origin);
+            if (change.kind == ChangeKind::Removed && change.name != name) {
+                change.kind = ChangeKind::Renamed;
+                change.previousName = std::move(change.name);
+                change.name = std::move(name);
+                return;
+            }
+        }
+        Add(id, ChangeKind::Added, std::move(name));
+    }
+
+private:
+    struct MoveOrigin {
+        std::size_t index;
+        std::uint64_t cookie;
+    };
+    std::map<ChangeWatchId, MoveOrigin> mMovedFrom;
 };
 
 // Calls the callbacks of PENDING's watches and empties it. WATCHES maps ids to records with

@@ -22,6 +22,7 @@ enum class ChangeKind {
     Added,          // created, or moved into the directory
     Removed,        // deleted, or moved out of the directory
     Modified,       // content or attributes changed
+    Renamed,        // renamed within the directory: NAME is the new name, PREVIOUS_NAME the old
     DirectoryGone,  // the directory itself was deleted, moved or unmounted; the watch has
                     // ended (it still needs StopWatching)
     Overflow,       // too many changes to tell apart: any entry may have changed
@@ -29,7 +30,8 @@ enum class ChangeKind {
 
 struct DirectoryChange {
     ChangeKind kind = ChangeKind::Modified;
-    NativeString name;  // the entry's leaf name; empty for DirectoryGone and Overflow
+    NativeString name;          // the entry's leaf name; empty for DirectoryGone and Overflow
+    NativeString previousName;  // Renamed only
 };
 
 // Identifies a watch; 0 is none.
@@ -41,7 +43,9 @@ using DirectoryChangeCallback =
     std::function<void(const NativeString& directory, const std::vector<DirectoryChange>& changes)>;
 
 // Watches one level of DIRECTORY (its entries, not their contents; a link to a directory
-// is followed). Returns 0 when it cannot be watched: missing, not a directory, no
+// is followed). A rename within the directory is told as Renamed when the system reports
+// its two halves in one burst, as it does but for the rarest timing; otherwise as Removed
+// and Added. Returns 0 when it cannot be watched: missing, not a directory, no
 // permission, the system's watch limit reached, or called from a callback. On Windows a
 // directory moved away or deleted is noticed within about a second: the system does not
 // always say so.

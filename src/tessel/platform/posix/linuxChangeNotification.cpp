@@ -255,8 +255,15 @@ void Notifier::ReadEvents(int inotify, Pending& pending) {
             auto shared = mWatchesByDescriptor.find(event.wd);
             if (shared == mWatchesByDescriptor.end())
                 continue;  // stopped meanwhile
-            for (ChangeWatchId id : shared->second)
-                pending.Add(id, kind, name);
+            for (ChangeWatchId id : shared->second) {
+                // A rename within the folder is a pair of moves with one cookie.
+                if (event.mask & IN_MOVED_FROM)
+                    pending.AddMovedFrom(id, name, event.cookie);
+                else if (event.mask & IN_MOVED_TO)
+                    pending.AddMovedTo(id, name, event.cookie);
+                else
+                    pending.Add(id, kind, name);
+            }
         }
     }
 }

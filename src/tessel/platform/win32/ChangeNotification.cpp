@@ -148,6 +148,7 @@ private:
 
     std::map<ChangeWatchId, Watch> mWatches;
     std::map<const OVERLAPPED*, std::unique_ptr<DirectoryRead>> mReads;
+    std::uint64_t mEntryNumber = 0;       // numbers the entries of the system's change records
     std::optional<VolumeState> mVolumes;  // the last state seen, while mount watches exist
     ChangeWatchId mNextId = 1;
 
@@ -344,8 +345,18 @@ void Notifier::ReadChanges(const DirectoryRead& read, DWORD bytes, Pending& pend
             default:
                 break;
         }
-        if (!name.empty())
+        // A rename is told as its old name directly followed by its new one: the entries
+        // are numbered, and the new name's must follow the old one's.
+        const std::uint64_t number = ++mEntryNumber;
+        if (name.empty()) {
+            // nothing to tell
+        } else if (entry.Action == FILE_ACTION_RENAMED_OLD_NAME) {
+            pending.AddMovedFrom(read.id, std::move(name), number);
+        } else if (entry.Action == FILE_ACTION_RENAMED_NEW_NAME) {
+            pending.AddMovedTo(read.id, std::move(name), number - 1);
+        } else {
             pending.Add(read.id, kind, std::move(name));
+        }
         if (entry.NextEntryOffset == 0)
             break;
         offset += entry.NextEntryOffset;
