@@ -35,6 +35,10 @@ std::string Display(const std::u16string& text) {
     return Utf16ToUtf8(ToDisplayUtf16(text));
 }
 
+std::string DumpJson(const nlohmann::ordered_json& doc) {
+    return doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 bool IsFileSystemLocation(const std::u16string& path) {
     return !path.empty() && path.back() != u':' && path.find(u"://") == std::u16string::npos;
 }
@@ -401,17 +405,27 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
     }
     const std::vector<const ContentMap::value_type*> entries = SortedEntries(content, style);
     if (style.json) {
-        nlohmann::ordered_json doc;
-        doc["path"] = Display(path);
-        doc["provider"] = Display(providerID);
-        doc["code"] = code;
+        // Written item by item, so that a listing of a hundred thousand items is never held
+        // a second time as one JSON document.
+        nlohmann::ordered_json head;
+        head["path"] = Display(path);
+        head["provider"] = Display(providerID);
+        head["code"] = code;
         nlohmann::ordered_json columns = nlohmann::ordered_json::array();
         for (const auto& field : fields)
             columns.push_back({{"key", Display(field)}, {"label", FieldLabel(labels, field)}});
-        doc["columns"] = std::move(columns);
-        nlohmann::ordered_json items = nlohmann::ordered_json::array();
-        for (const auto* entry : entries) {
-            const auto& [key, record] = *entry;
+        head["columns"] = std::move(columns);
+        head["items"] = nlohmann::ordered_json::array();
+        std::string text = DumpJson(head);
+        if (entries.empty()) {
+            out << text << "\n";
+            return kExitOk;
+        }
+        text.resize(text.size() - 4);  // the items' "[]\n}"
+        out << text << "[\n";
+        std::string lines;
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            const auto& [key, record] = *entries[i];
             nlohmann::ordered_json item;
             item["key"] = Display(key);
             // A path that is no valid text also comes as its bytes, so it can be opened.
@@ -424,41 +438,47 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                     values[Display(field)] = ValueToJson(*value);
             }
             item["fields"] = std::move(values);
-            items.push_back(std::move(item));
+            // Indented as an element of the document's "items".
+            lines.assign("    ");
+            for (const char c : DumpJson(item)) {
+                lines.push_back(c);
+                if (c == '\n')
+                    lines.append("    ");
+            }
+            lines.append(i + 1 < entries.size() ? ",\n" : "\n");
+            out << lines;
         }
-        doc["items"] = std::move(items);
-        out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+        out << "  ]\n}\n";
         return kExitOk;
     }
-    std::vector<std::vector<std::string>> rows;
-    if (style.longListing) {
-        rows.push_back({"Kind", "Size", "Date", "Name"});
-        for (const auto* entry : entries) {
-            const PropertyMap& record = entry->second;
-            const std::string kind = ItemKind(providerID, record);
-            // A folder's size is that of no content: left blank, where ls shows a block size.
-            rows.push_back({kind,
-                            kind == "folder"
-                                ? std::string()
-                                : SizeText(FindValue(record, kSizeField), style.humanSizes),
-                            ShortDate(FindDate(record)), ItemName(*entry)});
-        }
-    } else {
-        std::vector<std::string> header;
-        for (const auto& field : fields)
-            header.push_back(FieldLabel(labels, field));
-        rows.push_back(std::move(header));
-        for (const auto* entry : entries) {
-            std::vector<std::string> row;
-            for (const auto& field : fields) {
-                const any_regular_t* value = FindValue(entry->second, field);
-                row.push_back(value ? ValueToText(*value) : std::string());
+    const std::set<std::size_t> rightAligned =
+        style.longListing ? std::set<std::size_t>{1} : std::set<std::size_t>{};
+    WriteTable(
+        out, entries.size() + 1,
+        [&](std::size_t i, std::vector<std::string>& cells) {
+            if (style.longListing && i == 0) {
+                cells = {"Kind", "Size", "Date", "Name"};
+            } else if (style.longListing) {
+                const PropertyMap& record = entries[i - 1]->second;
+                std::string kind = ItemKind(providerID, record);
+                // A folder's size is that of no content: left blank, where ls shows a block
+                // size.
+                std::string size = kind == "folder"
+                                       ? std::string()
+                                       : SizeText(FindValue(record, kSizeField), style.humanSizes);
+                cells = {std::move(kind), std::move(size), ShortDate(FindDate(record)),
+                         ItemName(*entries[i - 1])};
+            } else if (i == 0) {
+                for (const auto& field : fields)
+                    cells.push_back(FieldLabel(labels, field));
+            } else {
+                for (const auto& field : fields) {
+                    const any_regular_t* value = FindValue(entries[i - 1]->second, field);
+                    cells.push_back(value ? ValueToText(*value) : std::string());
+                }
             }
-            rows.push_back(std::move(row));
-        }
-    }
-    out << FormatTable(rows,
-                       style.longListing ? std::set<std::size_t>{1} : std::set<std::size_t>{});
+        },
+        rightAligned);
     if (content.empty())
         err << "tessel: " << Display(path) << " is empty\n";
     return kExitOk;

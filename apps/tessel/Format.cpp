@@ -5,6 +5,7 @@
 #include <ctime>
 #include <initializer_list>
 #include <optional>
+#include <sstream>
 
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ContentRecord.h>
@@ -308,34 +309,55 @@ std::string QuoteControlCharacters(const std::string& utf8) {
 
 std::string FormatTable(std::vector<std::vector<std::string>> rows,
                         const std::set<std::size_t>& rightAligned) {
-    for (auto& row : rows) {
-        for (auto& cell : row)
-            cell = QuoteControlCharacters(cell);
-    }
+    std::ostringstream out;
+    WriteTable(
+        out, rows.size(), [&](std::size_t i, std::vector<std::string>& cells) { cells = rows[i]; },
+        rightAligned);
+    return out.str();
+}
+
+void WriteTable(std::ostream& out, std::size_t rows,
+                const std::function<void(std::size_t, std::vector<std::string>&)>& row,
+                const std::set<std::size_t>& rightAligned) {
+    // Cells are nearly always printable ASCII, whose width is their length; others are
+    // quoted and measured.
+    const auto plain = [](const std::string& text) {
+        return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
+    };
+    const auto width = [&](const std::string& text) {
+        return plain(text) ? text.size() : DisplayWidth(QuoteControlCharacters(text));
+    };
+    std::vector<std::string> cells;
     std::vector<std::size_t> widths;
-    for (const auto& row : rows) {
-        if (widths.size() < row.size())
-            widths.resize(row.size(), 0);
-        for (std::size_t c = 0; c < row.size(); ++c) {
-            widths[c] = std::max(widths[c], DisplayWidth(row[c]));
-        }
+    for (std::size_t i = 0; i < rows; ++i) {
+        cells.clear();
+        row(i, cells);
+        if (widths.size() < cells.size())
+            widths.resize(cells.size(), 0);
+        for (std::size_t c = 0; c < cells.size(); ++c)
+            widths[c] = std::max(widths[c], width(cells[c]));
     }
-    std::string out;
-    for (const auto& row : rows) {
-        std::string line;
-        for (std::size_t c = 0; c < row.size(); ++c) {
-            const std::size_t padding = widths[c] - DisplayWidth(row[c]);
+    std::string line;
+    for (std::size_t i = 0; i < rows; ++i) {
+        cells.clear();
+        row(i, cells);
+        line.clear();
+        for (std::size_t c = 0; c < cells.size(); ++c) {
+            if (!plain(cells[c]))
+                cells[c] = QuoteControlCharacters(cells[c]);
+            const std::string& cell = cells[c];
+            const std::size_t padding = widths[c] - width(cell);
             if (rightAligned.count(c))
                 line.append(padding, ' ');
-            line += row[c];
-            if (c + 1 < row.size())
+            line += cell;
+            if (c + 1 < cells.size())
                 line.append((rightAligned.count(c) ? 0 : padding) + 2, ' ');
         }
         while (!line.empty() && line.back() == ' ')
             line.pop_back();
-        out += line + "\n";
+        line.push_back('\n');
+        out.write(line.data(), static_cast<std::streamsize>(line.size()));
     }
-    return out;
 }
 
 std::string HumanSize(std::uint64_t bytes) {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,6 +27,11 @@ nlohmann::ordered_json ValueToJson(const any_regular_t& value);
 // Cells holding control characters are quoted first.
 std::string FormatTable(std::vector<std::vector<std::string>> rows,
                         const std::set<std::size_t>& rightAligned = {});
+// The same table written to OUT without holding it: ROW(I, CELLS) fills the cells of row I
+// (0 to ROWS - 1) and is asked twice for each row, once to measure and once to write.
+void WriteTable(std::ostream& out, std::size_t rows,
+                const std::function<void(std::size_t, std::vector<std::string>&)>& row,
+                const std::set<std::size_t>& rightAligned = {});
 
 // A byte count as `ls -h` shows it: "999", "1.0K", "15K", "2.3M" (powers of 1024, rounded
 // up, one decimal below 10).

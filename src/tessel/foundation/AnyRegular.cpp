@@ -450,26 +450,28 @@ bool JsonNestingWithin(std::string_view text, std::size_t limit) {
 
 }  // namespace detail
 
-any_regular_t::any_regular_t(const any_regular_t& other)
-    : mModel(other.mModel ? other.mModel->Clone() : nullptr) {}
+any_regular_t::any_regular_t(const any_regular_t& other) {
+    if (other.mOps) {
+        other.mOps->copy(other.mStorage, mStorage);
+        mOps = other.mOps;
+    }
+}
 
 any_regular_t& any_regular_t::operator=(const any_regular_t& other) {
-    // Clone first so that assigning a value that lives inside this one stays valid.
-    std::unique_ptr<Concept> copy = other.mModel ? other.mModel->Clone() : nullptr;
-    mModel = std::move(copy);
+    // Copied first, so that assigning a value that lives inside this one works.
+    if (this != &other)
+        *this = any_regular_t(other);
     return *this;
 }
 
-any_regular_t::~any_regular_t() = default;
-
 const std::type_info& any_regular_t::type() const {
-    return mModel ? mModel->Type() : typeid(void);
+    return mOps ? mOps->type() : typeid(void);
 }
 
 bool operator==(const any_regular_t& a, const any_regular_t& b) {
-    if (!a.mModel || !b.mModel)
-        return !a.mModel && !b.mModel;
-    return a.mModel->Equals(*b.mModel);
+    if (!a.mOps || !b.mOps)
+        return !a.mOps && !b.mOps;
+    return a.mOps->type() == b.mOps->type() && a.mOps->equals(a.mStorage, b.mStorage);
 }
 
 std::optional<std::string> any_regular_t::ToJson() const {

@@ -18,6 +18,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -91,20 +92,42 @@ public:
     using array_t = std::vector<any_regular_t>;
     using dictionary_t = std::map<std::string, any_regular_t>;
 
-    any_regular_t() = default;
+    any_regular_t() noexcept {}
     any_regular_t(const any_regular_t& other);
-    any_regular_t(any_regular_t&& other) noexcept = default;
+    any_regular_t(any_regular_t&& other) noexcept {
+        if (other.mOps) {
+            other.mOps->move(other.mStorage, mStorage);
+            mOps = std::exchange(other.mOps, nullptr);
+        }
+    }
     any_regular_t& operator=(const any_regular_t& other);
-    any_regular_t& operator=(any_regular_t&& other) noexcept = default;
-    ~any_regular_t();
+    any_regular_t& operator=(any_regular_t&& other) noexcept {
+        if (this != &other) {
+            // Moved aside first, so that assigning a value that lives inside this one works.
+            any_regular_t taken(std::move(other));
+            Reset();
+            if (taken.mOps) {
+                taken.mOps->move(taken.mStorage, mStorage);
+                mOps = std::exchange(taken.mOps, nullptr);
+            }
+        }
+        return *this;
+    }
+    ~any_regular_t() { Reset(); }
 
     template <class T, class = std::enable_if_t<!std::is_same_v<std::decay_t<T>, any_regular_t>>>
     any_regular_t(T&& value) {  // NOLINT: implicit by design, like the values it holds
         using Stored = detail::stored_t<std::decay_t<T>>;
-        mModel = std::make_unique<Model<Stored>>(Stored(std::forward<T>(value)));
+        if constexpr (kInline<Stored>) {
+            ::new (static_cast<void*>(mStorage)) Stored(std::forward<T>(value));
+        } else {
+            Stored* held = new Stored(std::forward<T>(value));
+            ::new (static_cast<void*>(mStorage)) Stored*(held);
+        }
+        mOps = OpsOf<Stored>();
     }
 
-    bool empty() const { return !mModel; }
+    bool empty() const { return !mOps; }
     // The type held, typeid(void) when empty.
     const std::type_info& type() const;
 
@@ -114,15 +137,15 @@ public:
     // false for every value made from an int.
     template <detail::HeldType T>
     bool is() const {
-        return mModel && mModel->Type() == typeid(T);
+        return mOps && mOps->type() == typeid(T);
     }
     template <detail::HeldType T>
     const T* get_if() const {
-        return is<T>() ? static_cast<const T*>(mModel->Pointer()) : nullptr;
+        return is<T>() ? static_cast<const T*>(RawPointer()) : nullptr;
     }
     template <detail::HeldType T>
     T* get_if() {
-        return is<T>() ? static_cast<T*>(mModel->Pointer()) : nullptr;
+        return is<T>() ? static_cast<T*>(mOps->pointer(mStorage)) : nullptr;
     }
 
     // Copies the value into `out` and returns true when it can be had as a T. Arithmetic
@@ -181,31 +204,77 @@ public:
     static std::optional<any_regular_t> FromJson(std::string_view json);
 
     // Type-erased access used by the registry; not needed by ordinary callers.
-    const void* RawPointer() const { return mModel ? mModel->Pointer() : nullptr; }
+    const void* RawPointer() const {
+        return mOps ? mOps->pointer(const_cast<unsigned char*>(mStorage)) : nullptr;
+    }
 
 private:
-    struct Concept {
-        virtual ~Concept() = default;
-        virtual std::unique_ptr<Concept> Clone() const = 0;
-        virtual bool Equals(const Concept& other) const = 0;
-        virtual const std::type_info& Type() const = 0;
-        virtual const void* Pointer() const = 0;
-        virtual void* Pointer() = 0;
-    };
+    // A value lives inside the object when it is small and moves without throwing (texts,
+    // numbers, dates, sizes: nearly every value of a record), so that holding it costs no
+    // allocation of its own; a larger one lives on the heap, its pointer inside. The
+    // operations of the held type know which, and copy, move, compare and destroy it.
+    static constexpr std::size_t kInlineSize = 32;
     template <class T>
-    struct Model final : Concept {
-        explicit Model(T v) : value(std::move(v)) {}
-        std::unique_ptr<Concept> Clone() const override { return std::make_unique<Model>(value); }
-        bool Equals(const Concept& other) const override {
-            return other.Type() == typeid(T) &&
-                   static_cast<bool>(value == static_cast<const Model&>(other).value);
-        }
-        const std::type_info& Type() const override { return typeid(T); }
-        const void* Pointer() const override { return &value; }
-        void* Pointer() override { return &value; }
-        T value;
+    static constexpr bool kInline =
+        sizeof(T) <= kInlineSize &&
+        alignof(T) <= alignof(void*) && std::is_nothrow_move_constructible_v<T>;
+
+    struct Ops {
+        const std::type_info& (*type)();
+        void* (*pointer)(void* storage);
+        void (*copy)(const void* from, void* to);
+        void (*move)(void* from, void* to) noexcept;  // leaves FROM destroyed
+        void (*destroy)(void* storage) noexcept;
+        bool (*equals)(const void* a, const void* b);
     };
-    std::unique_ptr<Concept> mModel;
+
+    template <class T>
+    static T* Held(void* storage) {
+        if constexpr (kInline<T>)
+            return static_cast<T*>(storage);
+        else
+            return *static_cast<T**>(storage);
+    }
+    template <class T>
+    static const Ops* OpsOf() {
+        static constexpr Ops kOps = {
+            []() -> const std::type_info& { return typeid(T); },
+            [](void* storage) -> void* { return Held<T>(storage); },
+            [](const void* from, void* to) {
+                const T& value = *Held<T>(const_cast<void*>(from));
+                if constexpr (kInline<T>)
+                    ::new (to) T(value);
+                else
+                    ::new (to) T*(new T(value));
+            },
+            [](void* from, void* to) noexcept {
+                if constexpr (kInline<T>) {
+                    ::new (to) T(std::move(*static_cast<T*>(from)));
+                    static_cast<T*>(from)->~T();
+                } else {
+                    ::new (to) T*(*static_cast<T**>(from));
+                }
+            },
+            [](void* storage) noexcept {
+                if constexpr (kInline<T>)
+                    static_cast<T*>(storage)->~T();
+                else
+                    delete *static_cast<T**>(storage);
+            },
+            [](const void* a, const void* b) {
+                return static_cast<bool>(*Held<T>(const_cast<void*>(a)) ==
+                                         *Held<T>(const_cast<void*>(b)));
+            },
+        };
+        return &kOps;
+    }
+    void Reset() noexcept {
+        if (mOps)
+            std::exchange(mOps, nullptr)->destroy(mStorage);
+    }
+
+    alignas(void*) unsigned char mStorage[kInlineSize];
+    const Ops* mOps = nullptr;
 };
 
 // JSON conversion of one registered value type. `toJson` receives a pointer to the held
