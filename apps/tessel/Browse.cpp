@@ -39,11 +39,11 @@ const std::u16string kSizeField = u"26";
 
 // Names as a terminal may show them: control characters quoted, never sent as they are.
 std::string Display(const std::u16string& text) {
-    return QuoteControlCharacters(Utf16ToUtf8(ToDisplayUtf16(text)));
+    return QuoteControlCharacters(Utf16ToDisplayUtf8(text));
 }
 
 std::string JsonText(const std::u16string& text) {
-    return Utf16ToUtf8(ToDisplayUtf16(text));
+    return Utf16ToDisplayUtf8(text);
 }
 
 bool IsListPath(const std::u16string& path) {
@@ -245,7 +245,7 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
 
 // A word of the platform's shell for PATH, quoted when it needs to be.
 std::string ShellWord(const std::u16string& path) {
-    const std::string text = Utf16ToUtf8(ToDisplayUtf16(path));
+    const std::string text = Utf16ToDisplayUtf8(path);
 #if defined(_WIN32)
     // cmd and PowerShell: double quotes around what holds a space or a separator.
     if (text.find_first_of(" \t&|<>^(),;=%'`$") == std::string::npos)

@@ -32,7 +32,7 @@ constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 3;
 
 std::string Display(const std::u16string& text) {
-    return Utf16ToUtf8(ToDisplayUtf16(text));
+    return Utf16ToDisplayUtf8(text);
 }
 
 std::string DumpJson(const nlohmann::ordered_json& doc) {
@@ -271,6 +271,36 @@ const any_regular_t* FindValue(const PropertyMap& record, const std::u16string& 
     return it != record.end() ? &it->second : nullptr;
 }
 
+// Finds the values of the fields of a listing's columns in one walk of each record (records
+// are ordered by field, as the columns, sorted, are).
+class ColumnValues {
+public:
+    explicit ColumnValues(const std::vector<std::u16string>& fields) {
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            mSorted.emplace_back(&fields[i], i);
+        std::sort(mSorted.begin(), mSorted.end(),
+                  [](const auto& a, const auto& b) { return *a.first < *b.first; });
+    }
+    // The value of each column in RECORD, null where it has none.
+    const std::vector<const any_regular_t*>& Of(const PropertyMap& record) {
+        mValues.assign(mSorted.size(), nullptr);
+        auto it = record.begin();
+        for (const auto& [field, column] : mSorted) {
+            while (it != record.end() && it->first < *field)
+                ++it;
+            if (it == record.end())
+                break;
+            if (it->first == *field)
+                mValues[column] = &it->second;
+        }
+        return mValues;
+    }
+
+private:
+    std::vector<std::pair<const std::u16string*, std::size_t>> mSorted;
+    std::vector<const any_regular_t*> mValues;
+};
+
 const any_regular_t* FindDate(const PropertyMap& record) {
     for (const auto& field : kDateFields) {
         if (const any_regular_t* value = FindValue(record, field))
@@ -424,6 +454,10 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
         text.resize(text.size() - 4);  // the items' "[]\n}"
         out << text << "[\n";
         std::string lines;
+        ColumnValues columnValues(fields);
+        std::vector<std::string> fieldNames;
+        for (const auto& field : fields)
+            fieldNames.push_back(Display(field));
         for (std::size_t i = 0; i < entries.size(); ++i) {
             const auto& [key, record] = *entries[i];
             nlohmann::ordered_json item;
@@ -433,9 +467,10 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
             if (bytes != item["key"].get_ref<const std::string&>())
                 item["key_bytes"] = BytesToHex(bytes);
             nlohmann::ordered_json values = nlohmann::ordered_json::object();
-            for (const auto& field : fields) {
-                if (const any_regular_t* value = FindValue(record, field))
-                    values[Display(field)] = ValueToJson(*value);
+            const auto& found = columnValues.Of(record);
+            for (std::size_t c = 0; c < fields.size(); ++c) {
+                if (found[c])
+                    values[fieldNames[c]] = ValueToJson(*found[c]);
             }
             item["fields"] = std::move(values);
             // Indented as an element of the document's "items".
@@ -453,6 +488,7 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
     }
     const std::set<std::size_t> rightAligned =
         style.longListing ? std::set<std::size_t>{1} : std::set<std::size_t>{};
+    ColumnValues columnValues(fields);
     WriteTable(
         out, entries.size() + 1,
         [&](std::size_t i, std::vector<std::string>& cells) {
@@ -472,10 +508,8 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                 for (const auto& field : fields)
                     cells.push_back(FieldLabel(labels, field));
             } else {
-                for (const auto& field : fields) {
-                    const any_regular_t* value = FindValue(entries[i - 1]->second, field);
+                for (const any_regular_t* value : columnValues.Of(entries[i - 1]->second))
                     cells.push_back(value ? ValueToText(*value) : std::string());
-                }
             }
         },
         rightAligned);

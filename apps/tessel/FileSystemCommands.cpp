@@ -28,7 +28,7 @@ constexpr int kExitUsage = 2;
 constexpr int kExitInterrupted = 3;
 
 std::string Display(const std::u16string& text) {
-    return Utf16ToUtf8(ToDisplayUtf16(text));
+    return Utf16ToDisplayUtf8(text);
 }
 
 std::string DumpJson(const nlohmann::ordered_json& doc) {

@@ -87,7 +87,7 @@ std::string ValueToText(const any_regular_t& value) {
     if (value.empty())
         return {};
     if (const auto* s = value.get_if<std::u16string>())
-        return Utf16ToUtf8(ToDisplayUtf16(*s));
+        return Utf16ToDisplayUtf8(*s);
     if (const auto* s = value.get_if<std::string>())
         return ToDisplayUtf8(*s);
     if (const auto* b = value.get_if<bool>())
@@ -133,7 +133,7 @@ nlohmann::ordered_json ValueToJson(const any_regular_t& value) {
     if (value.empty())
         return nullptr;
     if (const auto* s = value.get_if<std::u16string>())
-        return Utf16ToUtf8(ToDisplayUtf16(*s));
+        return Utf16ToDisplayUtf8(*s);
     if (const auto* s = value.get_if<std::string>())
         return ToDisplayUtf8(*s);
     if (const auto* b = value.get_if<bool>())

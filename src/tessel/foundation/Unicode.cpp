@@ -53,10 +53,19 @@ std::u16string Utf8ToUtf16(std::string_view utf8) {
     return out;
 }
 
-std::string Utf16ToUtf8(std::u16string_view utf16) {
+namespace {
+
+// UTF-16 to UTF-8; escaped bytes become the bytes they carry, or U+FFFD for display.
+std::string ConvertUtf16(std::u16string_view utf16, bool display) {
+    // Most names and paths are ASCII: narrowed unit by unit.
+    std::size_t ascii = 0;
+    while (ascii < utf16.size() && utf16[ascii] < 0x80)
+        ++ascii;
     std::string out;
-    out.reserve(utf16.size() + utf16.size() / 2);
-    for (std::size_t i = 0; i < utf16.size(); ++i) {
+    out.reserve(utf16.size() + (utf16.size() - ascii) / 2);
+    for (std::size_t i = 0; i < ascii; ++i)
+        out += static_cast<char>(utf16[i]);
+    for (std::size_t i = ascii; i < utf16.size(); ++i) {
         const char16_t u = utf16[i];
         if (u < 0x80) {
             out.push_back(static_cast<char>(u));
@@ -65,7 +74,7 @@ std::string Utf16ToUtf8(std::u16string_view utf16) {
                                 (static_cast<char32_t>(utf16[i + 1]) - 0xDC00);
             AppendCodePoint(out, cp);
             ++i;
-        } else if (IsEscapedByte(u)) {
+        } else if (IsEscapedByte(u) && !display) {
             out.push_back(static_cast<char>(static_cast<unsigned char>(u - kEscapeFirst + 0x80)));
         } else if (IsHighSurrogate(u) || IsLowSurrogate(u)) {
             AppendCodePoint(out, kReplacement);
@@ -74,6 +83,16 @@ std::string Utf16ToUtf8(std::u16string_view utf16) {
         }
     }
     return out;
+}
+
+}  // namespace
+
+std::string Utf16ToUtf8(std::u16string_view utf16) {
+    return ConvertUtf16(utf16, false);
+}
+
+std::string Utf16ToDisplayUtf8(std::u16string_view utf16) {
+    return ConvertUtf16(utf16, true);
 }
 
 std::u16string ToDisplayUtf16(std::u16string_view utf16) {

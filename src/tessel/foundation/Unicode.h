@@ -19,6 +19,8 @@ TESSEL_API std::string Utf16ToUtf8(std::u16string_view utf16);
 
 // The same strings for people: escaped bytes and lone surrogates show as U+FFFD.
 TESSEL_API std::u16string ToDisplayUtf16(std::u16string_view utf16);
+// Utf16ToUtf8(ToDisplayUtf16(UTF16)) in one pass: text to show, never raw bytes.
+TESSEL_API std::string Utf16ToDisplayUtf8(std::u16string_view utf16);
 TESSEL_API std::string ToDisplayUtf8(std::string_view utf8);
 
 // True when the bytes are valid UTF-8 (no escapes would be needed).

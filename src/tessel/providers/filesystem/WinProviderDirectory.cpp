@@ -4,6 +4,7 @@
 #include <atomic>
 #include <limits>
 #include <list>
+#include <numeric>
 #include <optional>
 #include <type_traits>
 #include <unordered_map>
@@ -563,17 +564,29 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
     };
     std::vector<Listed> listed;
     std::vector<std::string> convertedNames;
-    std::vector<std::u16string> sortNames;
     listed.reserve(entries.size());
-    sortNames.reserve(entries.size());
     convertedNames.reserve(std::is_same_v<P::NativeString, std::string> ? 0 : entries.size());
+    bool anyShellLink = false;
     for (const P::DetailedEntry& entry : entries) {
         if (!IsListedEntry(entry))
             continue;
         listed.push_back({Utf8Name(entry.name, convertedNames), &entry});
-        sortNames.push_back(Utf16Name(entry.name));
+        anyShellLink =
+            anyShellLink || (entry.kind == P::EntryKind::File && P::IsShellLinkName(entry.name));
     }
-    const std::vector<std::size_t> walkOrder = NtfsOrderOf(sortNames);
+    // The walk order decides only which of the items that share a path is kept, and only a
+    // shell link's target can share one: without links the order of the read will do.
+    std::vector<std::size_t> walkOrder;
+    if (anyShellLink) {
+        std::vector<std::u16string> sortNames;
+        sortNames.reserve(listed.size());
+        for (const Listed& item : listed)
+            sortNames.push_back(Utf16Name(item.entry->name));
+        walkOrder = NtfsOrderOf(sortNames);
+    } else {
+        walkOrder.resize(listed.size());
+        std::iota(walkOrder.begin(), walkOrder.end(), std::size_t{0});
+    }
 
     // The metadata columns find each file's sidecar among the names read, not on disk.
     if (plan.columns & kMetadataColumnSet) {
@@ -621,8 +634,14 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
     }
     // Records go into the map in key order, each at its end. Of the items that share a path
     // the one latest in walk order is kept, as if each had replaced the one before.
-    std::stable_sort(items.begin(), items.end(),
-                     [](const Item& a, const Item& b) { return a.path < b.path; });
+    if (anyShellLink) {
+        std::stable_sort(items.begin(), items.end(),
+                         [](const Item& a, const Item& b) { return a.path < b.path; });
+    } else {
+        // Every path is the folder's prefix and a name of its own: the names decide.
+        std::sort(items.begin(), items.end(),
+                  [](const Item& a, const Item& b) { return a.listed->name < b.listed->name; });
+    }
 
     SDKContentMap content;
     std::u16string widePath;
@@ -634,7 +653,7 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
                 widePath = Utf8ToUtf16(path);
             NotifyGetContentProgress(widePath, static_cast<double>(i) / items.size());
         }
-        if (i + 1 < items.size() && items[i + 1].path == items[i].path)
+        if (anyShellLink && i + 1 < items.size() && items[i + 1].path == items[i].path)
             continue;
         Item& item = items[i];
         const std::string_view name =
