@@ -37,12 +37,12 @@ void DirectoryContents::GatherPaths(const AbortPredicate& abort) {
     mGathered = true;
 }
 
-std::vector<std::u16string> DirectoryContents::GetFileList(const AbortPredicate& abort) {
+const std::vector<std::u16string>& DirectoryContents::GetFileList(const AbortPredicate& abort) {
     GatherPaths(abort);
     return mFileList;
 }
 
-std::vector<Directory> DirectoryContents::GetDirectoryList(const AbortPredicate& abort) {
+const std::vector<Directory>& DirectoryContents::GetDirectoryList(const AbortPredicate& abort) {
     GatherPaths(abort);
     return mDirectoryList;
 }

@@ -22,9 +22,10 @@ public:
     const std::u16string& GetPath() const { return mPath; }
 
     // Entries other than sub-directories (hidden ones removed), in walk order.
-    std::vector<std::u16string> GetFileList(const AbortPredicate& abort);
+    // The lists are the contents' own, shared by every provider of the pass, never copied.
+    const std::vector<std::u16string>& GetFileList(const AbortPredicate& abort);
     // Sub-directories, hidden ones included, in walk order.
-    std::vector<Directory> GetDirectoryList(const AbortPredicate& abort);
+    const std::vector<Directory>& GetDirectoryList(const AbortPredicate& abort);
     // The file list followed by the sub-directories' paths.
     std::vector<std::u16string> GetPathList(const AbortPredicate& abort);
 

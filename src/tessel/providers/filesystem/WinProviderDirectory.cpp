@@ -584,6 +584,10 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
             sortNames.push_back(Utf16Name(item.entry->name));
         walkOrder = NtfsOrderOf(sortNames);
     } else {
+        // Every item path is the folder's prefix and a name of its own, and the records go
+        // into the map in path order: sorted by name now, the items are made in that order.
+        std::sort(listed.begin(), listed.end(),
+                  [](const Listed& a, const Listed& b) { return a.name < b.name; });
         walkOrder.resize(listed.size());
         std::iota(walkOrder.begin(), walkOrder.end(), std::size_t{0});
     }
@@ -637,10 +641,6 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
     if (anyShellLink) {
         std::stable_sort(items.begin(), items.end(),
                          [](const Item& a, const Item& b) { return a.path < b.path; });
-    } else {
-        // Every path is the folder's prefix and a name of its own: the names decide.
-        std::sort(items.begin(), items.end(),
-                  [](const Item& a, const Item& b) { return a.listed->name < b.listed->name; });
     }
 
     SDKContentMap content;
