@@ -22,10 +22,16 @@
 #include <xercesc/dom/DOMDocument.hpp>
 #include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/dom/DOMNode.hpp>
-#include <xercesc/parsers/XercesDOMParser.hpp>
+#include <xercesc/util/XercesDefs.hpp>
 
 #include <tessel/platform/Export.h>
 #include <tessel/platform/Status.h>
+
+// Declared only: code outside the library reaches parsers through the functions here, which
+// run in the library's own copy of Xerces (on Windows a static copy inside the DLL).
+XERCES_CPP_NAMESPACE_BEGIN
+class XercesDOMParser;
+XERCES_CPP_NAMESPACE_END
 
 namespace Tessel::XMLUtils {
 
