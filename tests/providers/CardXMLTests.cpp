@@ -45,7 +45,7 @@ TEST(CardXML, LookupsAndGettersKeepTheirAsymmetries) {
     ASSERT_TRUE(X::ParseXMLBytes(*parser,
                                  "<R t='true' b=' true' u='TRUE' one='1'><G><Deep>1</Deep></G>"
                                  "<ClipName>c1</ClipName><N>25p</N><A>abc</A><Neg>-7x</Neg><E/>"
-                                 "<S><!--c-->t</S><Rep>1</Rep><x/><Rep>2</Rep><T>true</T></R>",
+                                 "<S><!--c-->t</S><Rep>1</Rep><x/><Rep>2</Rep></R>",
                                  u"getters", document));
     const xercesc::DOMElement* root = document->getDocumentElement();
     EXPECT_EQ(X::FindChildElement(nullptr, u"R"), nullptr);
@@ -55,7 +55,6 @@ TEST(CardXML, LookupsAndGettersKeepTheirAsymmetries) {
     for (auto* e = X::FindChildElement(root, u"Rep"); e; e = X::FindNextSiblingElement(e, u"Rep"))
         ++repeated;
     EXPECT_EQ(repeated, 2);
-    EXPECT_EQ(X::FindNextSiblingElement(nullptr, u"Rep"), nullptr);
 
     // Numbers: the longest prefix, 0 for no number, the caller's value when absent or empty.
     const struct {
@@ -73,8 +72,6 @@ TEST(CardXML, LookupsAndGettersKeepTheirAsymmetries) {
     X::GetChildString(root, u"S", text);
     EXPECT_EQ(text, u"c") << "only the first child node is the text";
     char16_t buffer[3];
-    X::GetChildText(root, u"ClipName", buffer);
-    EXPECT_EQ(std::u16string(buffer), u"c1");
     X::GetChildText(root, u"A", buffer);
     EXPECT_EQ(std::u16string(buffer), u"ab") << "cut to the buffer, terminated";
 
@@ -94,13 +91,10 @@ TEST(CardXML, LookupsAndGettersKeepTheirAsymmetries) {
     EXPECT_TRUE(flag);
     X::GetChildBoolOrFalse(root, u"Missing", flag);
     EXPECT_FALSE(flag);
-    X::GetChildBool(root, u"T", flag);
-    EXPECT_TRUE(flag);
 
     std::string written;
     ASSERT_TRUE(X::WriteXMLDocument(document, {}, &written).IsOk());
     EXPECT_NE(written.find("<ClipName>c1</ClipName>"), std::string::npos) << written;
-    EXPECT_NE(written.find("UTF-8"), std::string::npos) << written;
 }
 
 TEST(CardXML, HostileFilesAreHarmless) {
@@ -124,7 +118,6 @@ TEST(CardXML, HostileFilesAreHarmless) {
         {"laughs.xml", laughs},
         {"external.xml",
          "<!DOCTYPE r [<!ENTITY x SYSTEM 'file://" + secretPath + "'>]><r>a&x;b</r>"},
-        {"relative.xml", "<!DOCTYPE r [<!ENTITY x SYSTEM 'secret.txt'>]><r>&x;</r>"},
         {"dtd.xml", "<!DOCTYPE r SYSTEM 'secret.dtd'><r>&leak;</r>"},
         {"truncated.xml", "<P2Main><ClipContent><ClipName>0001AB</Clip"},
         {"empty.xml", ""},

@@ -122,10 +122,8 @@ TEST(ProviderP2, FoldsShotsAcrossCardsSideBySide) {
         {"0102TC", "59.94p", true, "10:00:00:15", "10:00:00;15"},
         {"0103TC", "59.94p", false, "10:00:00:29", "10:00:00:29"},
         {"0104TC", "59.94i", true, "01:00:00:02", "01:00:00;02"},
-        {"0105TC", "29.97p", false, "01:00:00:02", "01:00:00:02"},
         {"0106TC", "25p", true, "00:59:59:24", "00:59:59:24"},
         {"0107TC", "23.98p", false, "00:00:01:23", "00:00:01:23"},
-        {"0108TC", "50i", false, "00:00:00:00", "00:00:00:00"},
     };
     F::P2Card card1{{shot[0], shot[1]}};
     for (const auto& r : rates) {
@@ -208,7 +206,6 @@ TEST(ProviderP2, RankedAboveTheFolderProviderAmongAllProviders) {
         return text;
     };
     EXPECT_EQ(ranking(In(dir, "Card")), "Panasonic P2 100;File Directory 30;");
-    EXPECT_EQ(ranking(In(dir, "Card/CONTENTS")), "File Directory 30;");
     dir.WriteFile("Card/notes.txt", "x");
     EXPECT_EQ(ranking(In(dir, "Card")), "Panasonic P2 40;File Directory 30;");
 }
