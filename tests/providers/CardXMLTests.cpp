@@ -29,14 +29,6 @@ std::string In(const T::TempDir& dir, std::string relative) {
     return Utf16ToUtf8(CardPathUtils::JoinPath(dir.longU16(), Utf8ToUtf16(relative)));
 }
 
-// The text of every node under NODE, concatenated.
-std::u16string AllText(const xercesc::DOMNode* node) {
-    std::u16string text = node->getNodeValue() ? node->getNodeValue() : u"";
-    for (auto* child = node->getFirstChild(); child; child = child->getNextSibling())
-        text += AllText(child);
-    return text;
-}
-
 TEST(CardXML, LookupsAndGettersKeepTheirAsymmetries) {
     EXPECT_EQ(X::NewXMLParser(), nullptr) << "no parse before the host sets Xerces up";
     T::HostFixture host;
@@ -121,23 +113,17 @@ TEST(CardXML, HostileFilesAreHarmless) {
         {"dtd.xml", "<!DOCTYPE r SYSTEM 'secret.dtd'><r>&leak;</r>"},
         {"truncated.xml", "<P2Main><ClipContent><ClipName>0001AB</Clip"},
         {"empty.xml", ""},
+        {"", ""},
     };
+    // Refused outright, and nothing they name is opened: the bomb, entities and DTDs outside
+    // the file, the cut file, nothing at all, a folder.
     for (const auto& file : files) {
-        SCOPED_TRACE(file.name);
-        const std::u16string path = Utf8ToUtf16(In(dir, file.name));
-        dir.WriteFile(file.name, file.content);
+        if (*file.name)
+            dir.WriteFile(file.name, file.content);
         auto parser = X::NewXMLParser();
         xercesc::DOMDocument* document = nullptr;
-        if (X::ParseXMLDocument(*parser, path, document)) {
-            EXPECT_EQ(AllText(document).find(u"SECRET"), std::u16string::npos);
-        }
-    }
-    // Refused outright: the bomb, the cut file, nothing at all, a folder.
-    for (const char16_t* name : {u"laughs.xml", u"truncated.xml", u"empty.xml", u""}) {
-        auto parser = X::NewXMLParser();
-        xercesc::DOMDocument* document = nullptr;
-        EXPECT_FALSE(
-            X::ParseXMLDocument(*parser, CardPathUtils::JoinPath(dir.longU16(), name), document));
+        EXPECT_FALSE(X::ParseXMLDocument(*parser, Utf8ToUtf16(In(dir, file.name)), document))
+            << file.name;
         EXPECT_EQ(document, nullptr);
     }
 #if !defined(_WIN32)

@@ -4,8 +4,8 @@
 // never use namespaces, XPath or schemas. Names and values are UTF-16 (XMLCh is char16_t).
 //
 // Card files come from removable media anyone can write, so a parse is made harmless: no
-// external DTD or entity is ever fetched (every entity resolves to empty text, nothing is
-// opened by name, there is no network access), entity expansion is bounded, files that are
+// external DTD or entity is ever fetched (nothing is opened by name, there is no network
+// access; a document that names one is refused), entity expansion is bounded, files that are
 // not regular files or are unreasonably large are not read, and a malformed or truncated file
 // is refused as a whole. Callers skip a file ParseXMLDocument refuses.
 //
@@ -58,7 +58,7 @@ TESSEL_API bool ParseXMLBytes(xercesc::XercesDOMParser& parser, const std::strin
 // The one parser configuration of the card readers, in this order: validation scheme "auto",
 // namespaces off, schemas off, full schema checking off, entity-reference nodes created (the
 // default, set explicitly), default entity resolution off; then the hardening above (no
-// external DTD loaded, an entity resolver that answers every entity with empty text).
+// external DTD loaded, an entity resolver that opens nothing).
 TESSEL_API void ConfigureXMLParser(xercesc::XercesDOMParser& parser);
 
 inline constexpr std::uint64_t kLargestXMLFile = 16 * 1024 * 1024;
