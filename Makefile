@@ -59,7 +59,8 @@ $(eval $(call configure,$(FUZZ),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMP
     -DTESSEL_BUILD_BENCH=OFF))
 
 .PHONY: deps build run check test asan tsan bench install consumer consumer-install \
-    consumer-cmake consumer-pkg-config fuzz format format-check update-golden clean windows test-windows
+    consumer-cmake consumer-pkg-config fuzz format format-check update-golden clean windows test-windows \
+    samples
 
 deps:
 	@scripts/install-deps
@@ -69,6 +70,11 @@ build: deps $(RELEASE)/build.ninja
 
 run: build
 	$(TOOL) browse samples
+
+# Writes samples/ again from the card fixtures (tests/samples/MakeSamples.cpp).
+samples: build
+	find samples -mindepth 1 -maxdepth 1 ! -name README.txt -exec rm -rf {} +
+	$(RELEASE)/tests/tessel_make_samples samples
 
 # The release build's tests.
 check: build

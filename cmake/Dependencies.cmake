@@ -79,3 +79,23 @@ else()
   pkg_check_modules(EXEMPI REQUIRED IMPORTED_TARGET exempi-2.0>=2.6)
   target_link_libraries(tessel_exempi INTERFACE PkgConfig::EXEMPI)
 endif()
+
+# XML DOM for the camera cards' clip files: Xerces-C, through its pkg-config module on Linux and,
+# on Windows, the static library that scripts/build-windows-deps builds (its CMake package,
+# installed under <prefix>/cmake). tessel_xerces_headers gives the headers alone, for code
+# outside the library that reaches the DOM only through the library's helpers and the DOM's
+# virtual interfaces (a second static copy of Xerces would have its own, uninitialised state).
+add_library(tessel_xerces INTERFACE)
+add_library(tessel_xerces_headers INTERFACE)
+if(WIN32)
+  find_package(XercesC 3.2 CONFIG)
+  if(NOT XercesC_FOUND)
+    message(FATAL_ERROR "Xerces-C is missing: configure with -DTESSEL_WINDOWS_DEPS=$(scripts/build-windows-deps)")
+  endif()
+  target_link_libraries(tessel_xerces INTERFACE XercesC::XercesC)
+  target_include_directories(tessel_xerces_headers SYSTEM INTERFACE ${XercesC_INCLUDE_DIRS})
+else()
+  pkg_check_modules(XERCES REQUIRED IMPORTED_TARGET xerces-c>=3.2)
+  target_link_libraries(tessel_xerces INTERFACE PkgConfig::XERCES)
+  target_include_directories(tessel_xerces_headers SYSTEM INTERFACE ${XERCES_INCLUDE_DIRS})
+endif()

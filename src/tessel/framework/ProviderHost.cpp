@@ -5,6 +5,7 @@
 #include <optional>
 
 #include <nlohmann/json.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
 
 #include <tessel/foundation/JsonNesting.h>
 #include <tessel/foundation/Messaging.h>
@@ -42,6 +43,7 @@ struct HostState {
     ProviderHost::ProviderList providers;
     FavoritesState favorites;
     std::atomic<std::int32_t> initialized{0};
+    bool xmlReady = false;  // Xerces initialised by Initialize, to be terminated by Shutdown
     // Requests may be started from any thread while the main thread shuts down.
     std::mutex executorMutex;
     std::shared_ptr<Executor> lowPriority;
@@ -321,6 +323,14 @@ void ProviderHost::Initialize() {
         return;
 
     ImageResources::Setup();
+    // The card providers parse XML with Xerces, which is set up once for the process here and
+    // never by a provider. Without it every parse is refused, so a failure costs only the cards.
+    try {
+        xercesc::XMLPlatformUtils::Initialize();
+        state.xmlReady = true;
+    } catch (...) {
+        Trace::Write("ProviderHost", "the XML parser could not be initialised");
+    }
     RegisterBuiltInProviders();
     {
         std::lock_guard lock(state.executorMutex);
@@ -370,6 +380,10 @@ void ProviderHost::Shutdown() {
     state.providers.clear();
     // Watches the providers started end with them, and the notification thread is joined.
     MF::DirectoryChangeMonitor::StopAll();
+    // No provider is left to parse: Xerces' own count pairs this with Initialize's call.
+    if (state.xmlReady)
+        xercesc::XMLPlatformUtils::Terminate();
+    state.xmlReady = false;
     ImageResources::Release();
 }
 

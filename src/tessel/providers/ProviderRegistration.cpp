@@ -7,6 +7,7 @@
 
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/providers/cards/ProviderP2.h>
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 #include <tessel/providers/filesystem/WinProviderDirectory.h>
@@ -52,7 +53,10 @@ const ProviderRow kProviderTable[] = {
     {"ProviderFavorites", Make<ProviderFavorites>, nullptr},
     // ProviderAVCHD comes here.
     {"ProviderCloudSync", Make<ProviderCloudSync>, nullptr},
-    // Then the card formats, the project files, RED and the frame sequences.
+    // ProviderCanonXF, ProviderCanonXFHEVC, ProviderXDCAM, ProviderXAVC (with kXAVCFeature)
+    // and ProviderXDCAMEX come here.
+    {"ProviderP2", Make<ProviderP2>, nullptr},
+    // Then ProviderSonyHDV, the project files, RED and the frame sequences.
 };
 
 }  // namespace
