@@ -137,6 +137,8 @@ std::vector<std::string> SplitFields(const std::string& list) {
 std::string FieldLabel(const std::map<std::u16string, std::u16string>& labels,
                        const std::u16string& field) {
     auto label = labels.find(field);
+    if (label == labels.end() && field == kExtraPathField)
+        return "Related Files";  // a provider's list of the files of an item
     return label != labels.end() ? Localize(Display(label->second)) : Display(field);
 }
 
@@ -269,6 +271,15 @@ const std::u16string kDateFields[] = {u"21", u"ModifyDate", kCreationDateField, 
 const any_regular_t* FindValue(const PropertyMap& record, const std::u16string& field) {
     auto it = record.find(field);
     return it != record.end() ? &it->second : nullptr;
+}
+
+// A text value as the host's string, whichever string type the provider used; else empty.
+std::u16string TextOf(const any_regular_t& value) {
+    if (const auto* wide = value.get_if<std::u16string>())
+        return *wide;
+    if (const auto* narrow = value.get_if<std::string>())
+        return Utf8ToUtf16(*narrow);
+    return {};
 }
 
 // Finds the values of the fields of a listing's columns in one walk of each record (records
@@ -650,6 +661,109 @@ int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& e
                         out, err);
 }
 
+namespace {
+
+// An item as a host lists it, with the provider and the container that list it.
+struct ListedItem {
+    ProviderWrapper* wrapper = nullptr;
+    std::u16string container;
+    std::vector<std::u16string> fields;  // every field of the provider, in column order
+    std::u16string key;
+    PropertyMap record;
+};
+
+// Finds PATH among the items of the folder above it, as a host lists that folder: the
+// nearest folder up to three levels above that a provider other than the plain folder one
+// claims (a card, which folds its files into clips) when its listing holds PATH, else PATH's
+// own folder. ID names the provider to ask instead. Null, with STATUS set and the reason
+// printed, when no listing holds PATH.
+std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::string& id,
+                                         std::ostream& err, int& status) {
+    const auto list = [&](ProviderWrapper* wrapper,
+                          const std::u16string& container) -> std::optional<ListedItem> {
+        ListedItem found{wrapper, container, *ChooseFields(*wrapper, "all", err), {}, {}};
+        std::optional<GetContentMessage> listing =
+            RunContent(*wrapper, container, FieldSet(found.fields.begin(), found.fields.end()));
+        if (!listing || listing->result == kResultAborted) {
+            status = listing ? ReportInterrupted(err) : kExitNotFound;
+            return std::nullopt;
+        }
+        auto item = listing->content.find(path);
+        if (item == listing->content.end()) {
+            item = std::find_if(
+                listing->content.begin(), listing->content.end(),
+                [&](const ContentMap::value_type& entry) {
+                    const any_regular_t* value = FindValue(entry.second, kPathField);
+                    const auto* text = value ? value->get_if<std::u16string>() : nullptr;
+                    return text && *text == path;
+                });
+        }
+        if (item == listing->content.end())
+            return std::nullopt;
+        found.key = item->first;
+        found.record = item->second;
+        // Fields the record has beyond the provider's columns (a clip's related files) too.
+        for (const auto& [field, value] : found.record) {
+            if (std::find(found.fields.begin(), found.fields.end(), field) == found.fields.end())
+                found.fields.push_back(field);
+        }
+        return found;
+    };
+    constexpr int kLevels = 3;
+    std::u16string container = path;
+    std::u16string folder;  // PATH's own folder
+    for (int level = 0; level < kLevels; ++level) {
+        const std::u16string parent = Path::GetParent(container);
+        if (parent.empty() || parent == container)
+            break;
+        container = parent;
+        if (folder.empty())
+            folder = container;
+        std::optional<GetProviderListMessage> ranked = RunProviderList(container);
+        if (ranked && ranked->result == kResultAborted) {
+            status = ReportInterrupted(err);
+            return std::nullopt;
+        }
+        if (!ranked || ranked->providers.empty())
+            continue;
+        ProviderWrapper* wrapper = ranked->providers.front();
+        if (!id.empty()) {
+            wrapper = ProviderHost::FindProvider(Utf8ToUtf16(id));
+            const auto& all = ranked->providers;
+            if (!wrapper || std::find(all.begin(), all.end(), wrapper) == all.end())
+                continue;
+        } else if (Utf16ToUtf8(wrapper->GetIdentification()) == kProviderDirectoryID) {
+            continue;
+        }
+        if (auto found = list(wrapper, container))
+            return found;
+        if (status != kExitOk)
+            return std::nullopt;
+    }
+    if (!folder.empty() && id.empty()) {
+        int ignored = kExitOk;
+        if (ProviderWrapper* wrapper = ChooseProvider(folder, {}, err, ignored)) {
+            if (auto found = list(wrapper, folder))
+                return found;
+            if (status != kExitOk)
+                return std::nullopt;
+        }
+    }
+    if (!id.empty() && !ProviderHost::FindProvider(Utf8ToUtf16(id))) {
+        err << "tessel: no provider is called '" << id << "' (see 'tessel providers --all')\n";
+        status = kExitUsage;
+    } else if (Path::FileOrDirectoryExists(path)) {
+        err << "tessel: " << (id.empty() ? std::string("no provider") : id) << " shows "
+            << Display(path) << " as no item\n";
+        status = kExitNotFound;
+    } else {
+        status = ReportNoProvider(path, err);
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(options.path);
     if (!IsFileSystemLocation(path)) {
@@ -657,88 +771,50 @@ int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err)
             << (path.empty() ? "an empty path" : Display(path)) << "\n";
         return kExitUsage;
     }
-    // The item is shown by the provider of its container, as a host lists it: its folder, or
-    // for an item a provider folds out of deeper files (a clip of a card), a folder or two
-    // further up.
-    constexpr int kLevels = 3;
-    std::u16string container = path;
-    for (int level = 0; level < kLevels; ++level) {
-        const std::u16string parent = Path::GetParent(container);
-        if (parent.empty() || parent == container)
-            break;
-        container = parent;
-        std::optional<GetProviderListMessage> ranked = RunProviderList(container);
-        if (ranked && ranked->result == kResultAborted)
-            return ReportInterrupted(err);
-        if (!ranked || ranked->providers.empty())
-            continue;
-        ProviderWrapper* wrapper = ranked->providers.front();
-        if (!options.provider.empty()) {
-            int status = kExitOk;
-            wrapper = ChooseProvider(container, options.provider, err, status);
-            if (!wrapper)
-                return status;
+    int status = kExitOk;
+    const std::optional<ListedItem> item = FindListedItem(path, options.provider, err, status);
+    if (!item)
+        return status;
+    const auto labels = item->wrapper->GetFieldLabelList();
+    const std::string kind = ItemKind(item->wrapper->GetIdentification(), item->record);
+    if (options.json) {
+        nlohmann::ordered_json doc;
+        doc["path"] = Display(item->key);
+        const std::string bytes = Utf16ToUtf8(item->key);
+        if (bytes != Display(item->key))
+            doc["key_bytes"] = BytesToHex(bytes);
+        doc["container"] = Display(item->container);
+        doc["provider"] = Display(item->wrapper->GetIdentification());
+        doc["kind"] = kind;
+        nlohmann::ordered_json columns = nlohmann::ordered_json::array();
+        nlohmann::ordered_json values = nlohmann::ordered_json::object();
+        for (const auto& field : item->fields) {
+            columns.push_back({{"key", Display(field)}, {"label", FieldLabel(labels, field)}});
+            if (const any_regular_t* value = FindValue(item->record, field))
+                values[Display(field)] = ValueToJson(*value);
         }
-        const std::vector<std::u16string> fields = *ChooseFields(*wrapper, "all", err);
-        std::optional<GetContentMessage> listing =
-            RunContent(*wrapper, container, FieldSet(fields.begin(), fields.end()));
-        if (listing && listing->result == kResultAborted)
-            return ReportInterrupted(err);
-        if (!listing)
-            continue;
-        auto item = listing->content.find(path);
-        if (item == listing->content.end()) {
-            item = std::find_if(
-                listing->content.begin(), listing->content.end(),
-                [&](const ContentMap::value_type& entry) {
-                    const any_regular_t* itemPath = FindValue(entry.second, kPathField);
-                    const auto* text = itemPath ? itemPath->get_if<std::u16string>() : nullptr;
-                    return text && *text == path;
-                });
-        }
-        if (item == listing->content.end())
-            continue;
-        const auto labels = wrapper->GetFieldLabelList();
-        if (options.json) {
-            nlohmann::ordered_json doc;
-            doc["path"] = Display(item->first);
-            const std::string bytes = Utf16ToUtf8(item->first);
-            if (bytes != Display(item->first))
-                doc["key_bytes"] = BytesToHex(bytes);
-            doc["container"] = Display(container);
-            doc["provider"] = Display(wrapper->GetIdentification());
-            doc["kind"] = ItemKind(wrapper->GetIdentification(), item->second);
-            nlohmann::ordered_json columns = nlohmann::ordered_json::array();
-            nlohmann::ordered_json values = nlohmann::ordered_json::object();
-            for (const auto& field : fields) {
-                columns.push_back({{"key", Display(field)}, {"label", FieldLabel(labels, field)}});
-                if (const any_regular_t* value = FindValue(item->second, field))
-                    values[Display(field)] = ValueToJson(*value);
-            }
-            doc["columns"] = std::move(columns);
-            doc["fields"] = std::move(values);
-            out << doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
-                << "\n";
-            return kExitOk;
-        }
-        // People are shown the fields that have a value; JSON has every field as given.
-        std::vector<std::vector<std::string>> rows{
-            {"Kind", ItemKind(wrapper->GetIdentification(), item->second)},
-            {"Provider", Display(wrapper->GetUIString())}};
-        for (const auto& field : fields) {
-            const any_regular_t* value = FindValue(item->second, field);
-            std::string text = value ? ValueToText(*value) : std::string();
-            if (!text.empty())
-                rows.push_back({FieldLabel(labels, field), std::move(text)});
-        }
-        out << FormatTable(rows);
+        doc["columns"] = std::move(columns);
+        doc["fields"] = std::move(values);
+        out << DumpJson(doc) << "\n";
         return kExitOk;
     }
-    if (Path::FileOrDirectoryExists(path)) {
-        err << "tessel: no provider shows " << Display(path) << " as an item\n";
-        return kExitNotFound;
+    // People are shown the fields that have a value; JSON has every field as given.
+    std::vector<std::vector<std::string>> rows{{"Kind", kind},
+                                               {"Provider", Display(item->wrapper->GetUIString())}};
+    for (const auto& field : item->fields) {
+        const any_regular_t* value = FindValue(item->record, field);
+        if (!value)
+            continue;
+        // A list (the related files of a clip) shows an element a line.
+        const auto* list = value->get_if<any_regular_t::array_t>();
+        std::string label = FieldLabel(labels, field);
+        for (const any_regular_t& element : list ? *list : any_regular_t::array_t{*value}) {
+            if (std::string text = ValueToText(element); !text.empty())
+                rows.push_back({std::exchange(label, std::string()), std::move(text)});
+        }
     }
-    return ReportNoProvider(path, err);
+    out << FormatTable(rows);
+    return kExitOk;
 }
 
 std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text) {
@@ -796,15 +872,26 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
         if (frame)
             return kExitOk;
         int status = kExitOk;
+        // A file is drawn by the provider that lists it (a card's, for a file of a clip), with
+        // the item's second path when it has one.
+        std::optional<ListedItem> item;
+        if (isFile && !(item = FindListedItem(path, options.provider, err, status)))
+            return status;
         ProviderWrapper* wrapper =
-            ChooseProvider(isFile ? Path::GetParent(path) : path, options.provider, err, status);
+            item ? item->wrapper : ChooseProvider(path, options.provider, err, status);
         if (!wrapper)
             return status;
         providerID = wrapper->GetIdentification();
+        // A list of related files (a shot over several clips) is asked for by its first.
+        std::u16string extraPath = NormalizeLocation(options.extraPath);
+        if (const any_regular_t* value = item ? FindValue(item->record, kExtraPathField) : nullptr;
+            value && options.extraPath.empty()) {
+            const auto* list = value->get_if<any_regular_t::array_t>();
+            extraPath = TextOf(list ? (list->empty() ? any_regular_t() : list->front()) : *value);
+        }
         auto data = std::make_shared<ProviderThumbnailRequestData>(
-            path,
-            options.extraPath.empty() ? std::u16string() : NormalizeLocation(options.extraPath),
-            any_regular_t(), static_cast<std::int32_t>(width), static_cast<std::int32_t>(height));
+            item ? item->key : path, extraPath, any_regular_t(), static_cast<std::int32_t>(width),
+            static_cast<std::int32_t>(height));
         std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
         if (answer && answer->result == kResultAborted)
             return ReportInterrupted(err);
