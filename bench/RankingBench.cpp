@@ -17,6 +17,7 @@
 #include <memory>
 #include <string>
 
+#include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
 #include <tessel/platform/Counters.h>
@@ -102,6 +103,27 @@ void RankingPass(benchmark::State& state) {
 }
 
 BENCHMARK(RankingPass)
+    ->ArgName("entries")
+    ->Arg(10)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+// One read of the same folder by the platform alone, names and kinds: what a pass costs at
+// the least. The ratio of the two is the price of ranking.
+void FolderRead(benchmark::State& state) {
+    const std::u16string folder = FolderWithEntries(static_cast<int>(state.range(0)));
+    const Platform::NativeString native = Path::ToNative(std::u16string_view(folder));
+    for (auto _ : state) {
+        std::vector<Platform::DirectoryEntry> entries;
+        benchmark::DoNotOptimize(Platform::ReadDirectory(native, entries, {}));
+        benchmark::DoNotOptimize(entries.data());
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(FolderRead)
     ->ArgName("entries")
     ->Arg(10)
     ->Arg(10000)

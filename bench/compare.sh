@@ -32,6 +32,19 @@ seconds() {
     echo "$end - $start" | bc -l
 }
 
+# median5 COMMAND...: the median wall-clock seconds of five runs of COMMAND.
+median5() {
+    local runs=() i
+    for i in 1 2 3 4 5; do runs+=("$(seconds "$@")") || return 1; done
+    printf '%s\n' "${runs[@]}" | sort -g | sed -n 3p
+}
+
+# peak_kib COMMAND...: the peak resident memory of one run of COMMAND, in KiB.
+peak_kib() {
+    /usr/bin/time -f %M -o "$work/peak" "$@" >/dev/null 2>&1 || true
+    tail -n 1 "$work/peak"
+}
+
 # row LABEL TESSEL-SECONDS OTHER-LABEL OTHER-SECONDS
 row() {
     printf '%-44s %9.3f s   %-34s %9.3f s   ratio %6.2f\n' "$1" "$2" "$3" "$4" \
@@ -94,12 +107,28 @@ listing() {
     # 100,000 empty files; xargs hands touch thousands of names at a time, which is quick.
     (cd "$dir" && seq -f 'clip-%06g.mxf' 0 99999 | xargs touch)
 
-    echo "== listing: one folder of 100,000 empty files, output to /dev/null"
+    echo "== listing: one folder of 100,000 empty files, output to /dev/null (medians of 5)"
     local t v
-    t=$(seconds "$TESSEL" ls "$dir"); v=$(seconds ls -1 "$dir")
+    t=$(median5 "$TESSEL" ls "$dir"); v=$(median5 ls -1 "$dir")
     row "tessel ls (Name, File Path)" "$t" "ls -1" "$v"
-    t=$(seconds "$TESSEL" ls "$dir" --fields all); v=$(seconds ls -l --full-time "$dir")
+    t=$(median5 "$TESSEL" ls "$dir" --json)
+    row "tessel ls --json" "$t" "ls -1" "$v"
+    t=$(median5 "$TESSEL" ls "$dir" --fields all); v=$(median5 ls -l --full-time "$dir")
     row "tessel ls --fields all" "$t" "ls -l --full-time" "$v"
+
+    # Peak memory per entry, above what listing an empty folder takes.
+    local empty="$work/empty" base
+    mkdir -p "$empty"
+    base=$(peak_kib "$TESSEL" ls "$empty")
+    local args peak
+    for args in "" "--json" "--fields all"; do
+        # shellcheck disable=SC2086
+        peak=$(peak_kib "$TESSEL" ls "$dir" $args)
+        printf 'peak memory of tessel ls %-14s %6d bytes per entry above the empty folder (%d KiB)\n' \
+            "$args" $(( (peak - base) * 1024 / 100000 )) "$peak"
+    done
+    printf 'peak memory of ls -1: %d KiB; ls -l --full-time: %d KiB\n' \
+        "$(peak_kib ls -1 "$dir")" "$(peak_kib ls -l --full-time "$dir")"
 
     # A listing of names and paths must not examine the entries one by one. The provider's
     # trace line counts the stats it made; strace counts every stat call of the process.

@@ -482,10 +482,10 @@ std::string P2DisplayStartTimecode(const P2ClipRecord& record) {
 bool ProviderP2::CardTest(DirectoryContents& contents, bool& extraContents,
                           const AbortPredicate& abort) {
     extraContents = false;
-    const std::vector<Directory> folders = contents.GetDirectoryList(abort);
+    const std::vector<Directory>& folders = contents.GetDirectoryList(abort);
     if (folders.empty())
         return false;
-    const std::vector<std::u16string> files = contents.GetFileList(abort);
+    const std::vector<std::u16string>& files = contents.GetFileList(abort);
     bool sawContents = false, sawDesktop = false;
     std::u16string contentsPath;
     for (const Directory& folder : folders) {
