@@ -9,11 +9,13 @@
 #include <tessel/foundation/MainThread.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Trace.h>
+#include <tessel/platform/MemoryArenas.h>
 
 #include "Interrupt.h"
 #include "Tool.h"
 
 int main(int argc, char** argv) {
+    Tessel::Platform::UseOneMemoryArena();
     Tessel::MainThread::SetCurrent();
     Tessel::Tool::InstallInterruptHandler();
     for (const Tessel::Status& status :

@@ -62,6 +62,11 @@ Provider::Provider() {
 }
 Provider::~Provider() = default;
 
+std::optional<ContentMap> Provider::GetHostContent(const std::u16string&, const any_regular_t&,
+                                                   const FieldSet&, ProviderRequest*) {
+    return std::nullopt;
+}
+
 bool Provider::GetHasPossibleDirectoryContent(const std::string&, const any_regular_t&) {
     return true;
 }

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -60,6 +61,14 @@ public:
 
     virtual SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                                      const SDKFieldSet& fields, ProviderRequest* request) = 0;
+    // The same listing made straight into the host's records, for a provider whose listings
+    // run to a hundred thousand items: the host then never holds a second copy while it
+    // converts one. The default makes none (std::nullopt), and the host converts what
+    // GetContent answers.
+    virtual std::optional<ContentMap> GetHostContent(const std::u16string& path,
+                                                     const any_regular_t& state,
+                                                     const FieldSet& fields,
+                                                     ProviderRequest* request);
     virtual bool GetHasPossibleDirectoryContent(const std::string& path,
                                                 const any_regular_t& state);
     virtual SDKFieldSet GetFieldList() = 0;

@@ -59,6 +59,8 @@ int ProviderWrapper::CanProvideFor(const std::u16string& path, const any_regular
 
 ContentMap ProviderWrapper::GetContent(const std::u16string& path, const any_regular_t& state,
                                        const FieldSet& fields, ProviderRequest* request) const {
+    if (std::optional<ContentMap> direct = mProvider->GetHostContent(path, state, fields, request))
+        return std::move(*direct);
     SDKFieldSet narrowFields;
     for (const auto& field : fields)
         narrowFields.insert(Utf16ToUtf8(field));

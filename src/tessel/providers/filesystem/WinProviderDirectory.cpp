@@ -221,6 +221,7 @@ bool UseFileSystemDisplayName() {
 // record is filled front to back.
 struct ColumnKeys {
     std::array<std::string, kWinDirectoryColumnCount> keys;
+    std::array<std::u16string, kWinDirectoryColumnCount> wideKeys;  // the host's form
     std::array<Column, kWinDirectoryColumnCount> keyOrder;
 };
 
@@ -229,6 +230,7 @@ const ColumnKeys& GetColumnKeys() {
         ColumnKeys made;
         for (std::size_t i = 0; i < kWinDirectoryColumnCount; ++i) {
             made.keys[i] = WinDirectoryColumns()[i].key;
+            made.wideKeys[i] = Utf8ToUtf16(made.keys[i]);
             made.keyOrder[i] = static_cast<Column>(i);
         }
         std::sort(made.keyOrder.begin(), made.keyOrder.end(),
@@ -379,7 +381,9 @@ std::u16string MetadataText(const SDKPropertyMap& values, const char* field) {
     return text ? *text : std::u16string();
 }
 
-void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::string_view name,
+// Fills RECORD, a record of the provider (SDKPropertyMap) or of the host (PropertyMap).
+template <class Record>
+void FillRecord(Record& record, const P::DetailedEntry& entry, std::string_view name,
                 const std::string& itemPath, ListingPlan& plan) {
     const ColumnKeys& columnKeys = GetColumnKeys();
     std::uint32_t attributes = entry.attributes;
@@ -479,7 +483,10 @@ void FillRecord(SDKPropertyMap& record, const P::DetailedEntry& entry, std::stri
                 break;
         }
         if (!value.empty()) {
-            record.emplace_hint(record.end(), columnKeys.keys[column], std::move(value));
+            if constexpr (std::is_same_v<Record, PropertyMap>)
+                record.emplace_hint(record.end(), columnKeys.wideKeys[column], std::move(value));
+            else
+                record.emplace_hint(record.end(), columnKeys.keys[column], std::move(value));
         }
     }
 }
@@ -516,6 +523,22 @@ bool WinProviderDirectory::IsListedEntry(const P::DirectoryEntry& entry) {
 SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const any_regular_t&,
                                                const SDKFieldSet& fields,
                                                ProviderRequest* request) {
+    return ListFolder<SDKContentMap>(path, fields, request);
+}
+
+std::optional<ContentMap> WinProviderDirectory::GetHostContent(const std::u16string& path,
+                                                               const any_regular_t&,
+                                                               const FieldSet& fields,
+                                                               ProviderRequest* request) {
+    SDKFieldSet narrowFields;
+    for (const auto& field : fields)
+        narrowFields.insert(Utf16ToUtf8(field));
+    return ListFolder<ContentMap>(Utf16ToUtf8(path), narrowFields, request);
+}
+
+template <class Listing>
+Listing WinProviderDirectory::ListFolder(const std::string& path, const SDKFieldSet& fields,
+                                         ProviderRequest* request) {
     if (!IsValidDirectoryPath(path))
         return {};
     const TraceTimer timer;
@@ -643,7 +666,7 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
                          [](const Item& a, const Item& b) { return a.path < b.path; });
     }
 
-    SDKContentMap content;
+    Listing content;
     std::u16string widePath;
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (!readAborted && !abortedWhileListing && IsRequestAborted(request))
@@ -658,8 +681,15 @@ SDKContentMap WinProviderDirectory::GetContent(const std::string& path, const an
         Item& item = items[i];
         const std::string_view name =
             item.targetName.empty() ? item.listed->name : std::string_view(item.targetName);
-        auto added = content.emplace_hint(content.end(), std::move(item.path), SDKPropertyMap());
-        FillRecord(added->second, *item.listed->entry, name, added->first, plan);
+        if constexpr (std::is_same_v<Listing, ContentMap>) {
+            auto added =
+                content.emplace_hint(content.end(), ToHostString(item.path), PropertyMap());
+            FillRecord(added->second, *item.listed->entry, name, item.path, plan);
+        } else {
+            auto added =
+                content.emplace_hint(content.end(), std::move(item.path), SDKPropertyMap());
+            FillRecord(added->second, *item.listed->entry, name, added->first, plan);
+        }
     }
 
     // A folder removed, unmounted or made unreadable while it was read gives no listing: the

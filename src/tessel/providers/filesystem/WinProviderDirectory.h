@@ -108,6 +108,10 @@ public:
     // records made so far.
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
+    // The same records made straight in the host's form.
+    std::optional<ContentMap> GetHostContent(const std::u16string& path, const any_regular_t& state,
+                                             const FieldSet& fields,
+                                             ProviderRequest* request) override;
     SDKFieldSet GetFieldList() override;
     // Name and File Path.
     std::vector<std::string> GetDefaultFieldList() override;
@@ -141,6 +145,13 @@ public:
     // Whether a listing shows ENTRY: never a hidden or device entry (a device that is also a
     // reparse point included); a link whatever it points at; otherwise files and folders.
     static bool IsListedEntry(const Platform::DirectoryEntry& entry);
+
+private:
+    // GetContent's listing, in the provider's records (SDKContentMap) or the host's
+    // (ContentMap).
+    template <class Listing>
+    Listing ListFolder(const std::string& path, const SDKFieldSet& fields,
+                       ProviderRequest* request);
 };
 
 }  // namespace Tessel
