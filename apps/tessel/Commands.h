@@ -11,6 +11,10 @@
 #include <tessel/framework/ContentRecord.h>
 #include <tessel/platform/Status.h>
 
+namespace Tessel {
+class ProviderWrapper;
+}
+
 namespace Tessel::Tool {
 
 struct CommandOptions {
@@ -38,10 +42,15 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& err);
-int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err);
 
-// Reads "WxH" (each 0..16384; 0 keeps the image's own size on that side).
-std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text);
+// Explains why nothing can show PATH; returns the exit status for it (1).
+int ReportNoProvider(const std::u16string& path, std::ostream& err);
+// Says the command was interrupted; returns the exit status for it (3).
+int ReportInterrupted(std::ostream& err);
+// The provider named by ID, or else the best one for PATH. Null, with STATUS set and the
+// reason printed, when there is none.
+ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& id,
+                                std::ostream& err, int& status);
 
 // How the tool turns a PATH argument into a location: list paths ("volumes:"), scheme
 // paths ("CLSource://...") and Windows long paths pass unchanged; everything else is made
