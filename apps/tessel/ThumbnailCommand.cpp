@@ -1,9 +1,17 @@
 #include "ThumbnailCommand.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
 #include <set>
+#include <sstream>
+#include <vector>
 
+#include <tessel/foundation/Executor.h>
 #include <tessel/foundation/Path.h>
+#include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderWrapper.h>
 #include <tessel/media/PngEncoding.h>
@@ -147,6 +155,79 @@ int WriteThumbnail(const std::string& argument, const std::string& output,
     return kExitOk;
 }
 
+// One argument of a command writing into a folder: its output file and the line that says
+// the name was taken, if it was.
+struct FolderItem {
+    const std::string* argument;
+    std::string output;
+    std::string notice;
+};
+
+// WriteThumbnail for each of ITEMS on a pool of workers, as many as the library's
+// high-priority executor has. What each one prints is kept and printed in argument order,
+// as one after the other would. Ctrl-C stops the command at the next item to be reported:
+// pictures not yet started are never drawn, and files are only ever written whole.
+int WriteThumbnailsSideBySide(const std::vector<FolderItem>& items,
+                              std::pair<std::uint32_t, std::uint32_t> size,
+                              const CommandOptions& options, std::ostream& out, std::ostream& err) {
+    struct Result {
+        bool done = false;
+        int status = kExitOk;
+        std::string out;
+        std::string err;
+    };
+    std::vector<Result> results(items.size());
+    std::mutex mutex;
+    std::condition_variable finished;
+    // Declared after what its tasks use, so that it is stopped and joined before they go.
+    Executor workers("Thumbnails",
+                     static_cast<int>(Settings::GetInt(kSettingContentHighPriorityThreads, -1)));
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        workers.Post([&, i] {
+            Result result;
+            try {
+                std::ostringstream itemOut, itemErr;
+                result.status = InterruptRequested()
+                                    ? kExitInterrupted
+                                    : WriteThumbnail(*items[i].argument, items[i].output, size,
+                                                     options, itemOut, itemErr);
+                result.out = itemOut.str();
+                result.err = itemErr.str();
+            } catch (const std::exception&) {  // memory ran short: this item has failed
+                result.status = kExitNotFound;
+                result.out.clear();
+                result.err = "tessel: cannot draw the thumbnail of " + *items[i].argument + "\n";
+            }
+            result.done = true;
+            const std::lock_guard lock(mutex);
+            results[i] = std::move(result);
+            finished.notify_all();
+        });
+    }
+    int status = kExitOk;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        std::unique_lock lock(mutex);
+        // A signal does not wake a waiting thread, so the flag is looked at now and then.
+        while (!results[i].done && !InterruptRequested())
+            finished.wait_for(lock, std::chrono::milliseconds(20));
+        if (InterruptRequested() || results[i].status == kExitInterrupted) {
+            lock.unlock();
+            workers.Stop();
+            return ReportInterrupted(err);
+        }
+        const Result result = std::move(results[i]);
+        lock.unlock();
+        out << items[i].notice << result.out;
+        err << result.err;
+        if (result.status == kExitUsage) {
+            workers.Stop();
+            return result.status;
+        }
+        status = std::max(status, result.status);
+    }
+    return status;
+}
+
 }  // namespace
 
 int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err) {
@@ -179,22 +260,32 @@ int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream&
             << options.output << "'\n";
         return kExitUsage;
     }
+    // Names are chosen in argument order before anything is drawn, so that they never depend
+    // on which picture is finished first.
+    std::vector<FolderItem> items;
     std::set<std::string> taken;
-    int status = kExitOk;
     for (const std::string& argument : options.paths) {
-        if (InterruptRequested())
-            return ReportInterrupted(err);
         std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
         if (leaf.empty())
             leaf = "item";
         std::string name = leaf + ".png";
         for (int n = 2; !taken.insert(AsciiLower(name)).second; ++n)
             name = leaf + "-" + std::to_string(n) + ".png";
+        std::string notice;
         if (name != leaf + ".png")
-            out << argument << ": " << leaf << ".png is taken by an earlier item, written as "
-                << name << "\n";
-        const std::string output = options.output + "/" + name;
-        const int one = WriteThumbnail(argument, output, *size, options, out, err);
+            notice = argument + ": " + leaf + ".png is taken by an earlier item, written as " +
+                     name + "\n";
+        items.push_back({&argument, options.output + "/" + name, std::move(notice)});
+    }
+    // Pictures alone need no provider, and so no main thread: they are drawn side by side.
+    if (options.imageOnly && items.size() > 1)
+        return WriteThumbnailsSideBySide(items, *size, options, out, err);
+    int status = kExitOk;
+    for (const FolderItem& item : items) {
+        if (InterruptRequested())
+            return ReportInterrupted(err);
+        out << item.notice;
+        const int one = WriteThumbnail(*item.argument, item.output, *size, options, out, err);
         if (one == kExitInterrupted || one == kExitUsage)
             return one;
         status = std::max(status, one);
