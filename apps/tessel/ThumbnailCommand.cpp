@@ -165,8 +165,9 @@ struct FolderItem {
 
 // WriteThumbnail for each of ITEMS on a pool of workers, as many as the library's
 // high-priority executor has. What each one prints is kept and printed in argument order,
-// as one after the other would. Ctrl-C stops the command at the next item to be reported:
-// pictures not yet started are never drawn, and files are only ever written whole.
+// as if they had been drawn one after the other. Ctrl-C stops the command at the next item
+// to be reported: pictures not yet started are never drawn, and files are only ever
+// written whole.
 int WriteThumbnailsSideBySide(const std::vector<FolderItem>& items,
                               std::pair<std::uint32_t, std::uint32_t> size,
                               const CommandOptions& options, std::ostream& out, std::ostream& err) {
