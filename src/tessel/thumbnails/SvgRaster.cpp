@@ -39,14 +39,16 @@ struct SvgFunctions {
 };
 
 // Null when the renderer cannot be loaded (then no SVG is drawn). Opened once, by the
-// first thread that draws, and kept open for the life of the process.
+// first thread that draws, and never closed: GLib's type system and the caches of librsvg
+// and its libraries live as long as the process, and cannot be unloaded from under it.
 const SvgFunctions* Svg() {
     static const SvgFunctions* const kFunctions = []() -> const SvgFunctions* {
-        static const Platform::DynamicLibrary library(TESSEL_SVG_LIBRARY);
+        static const Platform::DynamicLibrary* const library =
+            new Platform::DynamicLibrary(TESSEL_SVG_LIBRARY);
         static SvgFunctions functions{};
-        bool complete = library.IsOpen();
+        bool complete = library->IsOpen();
         const auto find = [&](auto& slot, const char* name, auto* declared) {
-            slot = library.Find(name, declared);
+            slot = library->Find(name, declared);
             complete = complete && slot != nullptr;
         };
         find(functions.newFromData, "rsvg_handle_new_from_data", &rsvg_handle_new_from_data);
