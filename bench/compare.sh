@@ -2,14 +2,14 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [thumbnails] [listing] [metadata]
+#   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
 [ -x "$TESSEL" ] || { echo "compare: no tessel at $TESSEL (build it first)" >&2; exit 1; }
 TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(thumbnails listing metadata)
+[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -49,6 +49,22 @@ peak_kib() {
 row() {
     printf '%-44s %9.3f s   %-34s %9.3f s   ratio %6.2f\n' "$1" "$2" "$3" "$4" \
         "$(echo "$4 / $2" | bc -l)"
+}
+
+startup() {
+    # What a command costs before it does anything: loading the program and its libraries.
+    # 200 runs each, one after the other, so that a millisecond shows.
+    repeat() {  # COUNT COMMAND...
+        local count=$1 i
+        shift
+        for ((i = 0; i < count; i++)); do "$@" >/dev/null; done
+    }
+    echo "== start-up: 200 runs of --version, one after the other"
+    local t v
+    t=$(seconds repeat 200 "$TESSEL" --version)
+    v=$(seconds repeat 200 ls --version)
+    row "tessel --version, 200 runs" "$t" "ls --version, 200 runs" "$v"
+    printf 'per run: tessel %.2f ms, ls %.2f ms\n' "$(echo "$t * 5" | bc -l)" "$(echo "$v * 5" | bc -l)"
 }
 
 thumbnails() {
@@ -224,9 +240,10 @@ XMP
 
 for suite in "${suites[@]}"; do
     case "$suite" in
+        startup) startup ;;
         thumbnails) thumbnails ;;
         listing) listing ;;
         metadata) metadata ;;
-        *) echo "compare: unknown suite '$suite' (known: thumbnails, listing, metadata)" >&2; exit 2 ;;
+        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata)" >&2; exit 2 ;;
     esac
 done

@@ -54,6 +54,22 @@ if(NOT WIN32)
   pkg_check_modules(TURBOJPEG REQUIRED IMPORTED_TARGET libturbojpeg)
   pkg_check_modules(RSVG REQUIRED IMPORTED_TARGET librsvg-2.0)
   pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
+  # The SVG renderer is opened when artwork is first drawn, not linked: loading librsvg's
+  # tree of some forty libraries would cost every program milliseconds at start-up. Only its
+  # headers are used at build time, and its run-time name (SONAME) is what gets opened.
+  add_library(tessel_svg_headers INTERFACE)
+  target_include_directories(tessel_svg_headers SYSTEM INTERFACE ${RSVG_INCLUDE_DIRS}
+                             ${CAIRO_INCLUDE_DIRS})
+  find_library(TESSEL_RSVG_FILE rsvg-2 HINTS ${RSVG_LIBRARY_DIRS} REQUIRED)
+  get_filename_component(TESSEL_RSVG_SONAME ${TESSEL_RSVG_FILE} NAME)
+  if(CMAKE_OBJDUMP)
+    execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${TESSEL_RSVG_FILE}
+                    OUTPUT_VARIABLE dump ERROR_QUIET RESULT_VARIABLE failed)
+    if(NOT failed AND dump MATCHES "SONAME +([^\n]+)")
+      string(STRIP "${CMAKE_MATCH_1}" TESSEL_RSVG_SONAME)
+    endif()
+  endif()
+  message(STATUS "SVG renderer opened at run time as ${TESSEL_RSVG_SONAME}")
   # stb_image: Debian builds the implementation into libstb; only its header is included.
   find_path(STB_INCLUDE_DIR stb_image.h PATH_SUFFIXES stb REQUIRED)
   find_library(STB_LIBRARY stb REQUIRED)

@@ -14,9 +14,7 @@
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/framework/ProviderHost.h>
-#include <tessel/media/PngEncoding.h>
 #include <tessel/platform/Terminal.h>
-#include <tessel/thumbnails/RenderThumbnail.h>
 
 #include "Format.h"
 #include "Interrupt.h"
@@ -43,7 +41,8 @@ bool IsFileSystemLocation(const std::u16string& path) {
     return !path.empty() && path.back() != u':' && path.find(u"://") == std::u16string::npos;
 }
 
-// Explains why nothing can show PATH.
+}  // namespace
+
 int ReportNoProvider(const std::u16string& path, std::ostream& err) {
     namespace fs = std::filesystem;
     std::error_code error;
@@ -71,14 +70,16 @@ int ReportInterrupted(std::ostream& err) {
     return kExitInterrupted;
 }
 
+namespace {
+
 // Why a listing failed, when it did: "tessel: cannot read /x: Permission denied".
 int ReportUnreadable(const Status& why, std::ostream& err) {
     err << "tessel: " << ToDisplayUtf8(why.Message()) << "\n";
     return kExitNotFound;
 }
 
-// The provider named by ID, or else the best one for PATH. Null, with STATUS set and the
-// reason printed, when there is none.
+}  // namespace
+
 ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& id,
                                 std::ostream& err, int& status) {
     ProviderWrapper* named = nullptr;
@@ -113,6 +114,8 @@ ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& i
     }
     return named;
 }
+
+namespace {
 
 std::vector<std::string> SplitFields(const std::string& list) {
     std::vector<std::string> fields;
@@ -661,22 +664,14 @@ int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& e
                         out, err);
 }
 
-namespace {
+std::u16string ItemExtraPath(const PropertyMap& record) {
+    const any_regular_t* value = FindValue(record, kExtraPathField);
+    if (!value)
+        return {};
+    const auto* list = value->get_if<any_regular_t::array_t>();
+    return TextOf(list ? (list->empty() ? any_regular_t() : list->front()) : *value);
+}
 
-// An item as a host lists it, with the provider and the container that list it.
-struct ListedItem {
-    ProviderWrapper* wrapper = nullptr;
-    std::u16string container;
-    std::vector<std::u16string> fields;  // every field of the provider, in column order
-    std::u16string key;
-    PropertyMap record;
-};
-
-// Finds PATH among the items of the folder above it, as a host lists that folder: the
-// nearest folder up to three levels above that a provider other than the plain folder one
-// claims (a card, which folds its files into clips) when its listing holds PATH, else PATH's
-// own folder. ID names the provider to ask instead. Null, with STATUS set and the reason
-// printed, when no listing holds PATH.
 std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::string& id,
                                          std::ostream& err, int& status) {
     const auto list = [&](ProviderWrapper* wrapper,
@@ -762,8 +757,6 @@ std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::
     return std::nullopt;
 }
 
-}  // namespace
-
 int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err) {
     const std::u16string path = NormalizeLocation(options.path);
     if (!IsFileSystemLocation(path)) {
@@ -815,191 +808,6 @@ int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err)
     }
     out << FormatTable(rows);
     return kExitOk;
-}
-
-std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text) {
-    // Larger boxes than this are no thumbnails, and would only cost memory.
-    constexpr unsigned long kLargestSide = 16384;
-    const std::size_t x = text.find_first_of("xX");
-    if (x == std::string::npos || x == 0 || x + 1 == text.size())
-        return std::nullopt;
-    const auto side = [&](const std::string& digits) -> std::optional<std::uint32_t> {
-        if (digits.empty() || digits.size() > 5 ||
-            digits.find_first_not_of("0123456789") != std::string::npos) {
-            return std::nullopt;
-        }
-        const unsigned long value = std::stoul(digits);
-        if (value > kLargestSide)
-            return std::nullopt;
-        return static_cast<std::uint32_t>(value);
-    };
-    const auto width = side(text.substr(0, x));
-    const auto height = side(text.substr(x + 1));
-    if (!width || !height)
-        return std::nullopt;
-    return std::make_pair(*width, *height);
-}
-
-namespace {
-
-// One thumbnail of PATH into the PNG file OUTPUT.
-int WriteThumbnail(const std::string& argument, const std::string& output,
-                   std::pair<std::uint32_t, std::uint32_t> size, const CommandOptions& options,
-                   std::ostream& out, std::ostream& err) {
-    const std::u16string path = NormalizeLocation(argument);
-    if (path.empty())
-        return ReportNoProvider(path, err);
-
-    MF::IVideoFrameRef frame;
-    std::u16string providerID;
-    // A file item is shown as a host shows it: an image by its picture, anything else by
-    // what the provider of its folder draws for it. --image asks for the picture only, and
-    // --provider for that provider's answer only.
-    const bool isFile = Path::FileExists(path);
-    const auto draw = [&](std::uint32_t width, std::uint32_t height) -> int {
-        frame = nullptr;
-        if (options.imageOnly || (isFile && options.provider.empty())) {
-            OwnedPelPix buffer(RenderThumbnail(Utf16ToUtf8(path), width, height));
-            frame = MF::CreateVideoFrameFromPelPix(buffer.get());
-            if (!frame && options.imageOnly) {
-                if (!Path::FileOrDirectoryExists(path))
-                    return ReportNoProvider(path, err);
-                err << "tessel: " << Display(path)
-                    << ": not an image that can be read (JPEG, PNG, BMP, GIF or TGA)\n";
-                return kExitNotFound;
-            }
-        }
-        if (frame)
-            return kExitOk;
-        int status = kExitOk;
-        // A file is drawn by the provider that lists it (a card's, for a file of a clip), with
-        // the item's second path when it has one.
-        std::optional<ListedItem> item;
-        if (isFile && !(item = FindListedItem(path, options.provider, err, status)))
-            return status;
-        ProviderWrapper* wrapper =
-            item ? item->wrapper : ChooseProvider(path, options.provider, err, status);
-        if (!wrapper)
-            return status;
-        providerID = wrapper->GetIdentification();
-        // A list of related files (a shot over several clips) is asked for by its first.
-        std::u16string extraPath = NormalizeLocation(options.extraPath);
-        if (const any_regular_t* value = item ? FindValue(item->record, kExtraPathField) : nullptr;
-            value && options.extraPath.empty()) {
-            const auto* list = value->get_if<any_regular_t::array_t>();
-            extraPath = TextOf(list ? (list->empty() ? any_regular_t() : list->front()) : *value);
-        }
-        auto data = std::make_shared<ProviderThumbnailRequestData>(
-            item ? item->key : path, extraPath, any_regular_t(), static_cast<std::int32_t>(width),
-            static_cast<std::int32_t>(height));
-        std::optional<GetThumbnailMessage> answer = RunThumbnail(*wrapper, data);
-        if (answer && answer->result == kResultAborted)
-            return ReportInterrupted(err);
-        if (!answer || !answer->frame) {
-            const bool failed = answer && answer->result == kResultFailed;
-            err << "tessel: " << Display(providerID)
-                << (failed ? " failed while drawing the thumbnail of " : " has no thumbnail for ")
-                << Display(path) << "\n";
-            return kExitNotFound;
-        }
-        frame = answer->frame;
-        return kExitOk;
-    };
-    // WIDTHx0 or 0xHEIGHT: the other side keeps the picture's proportions, so the picture is
-    // drawn once at its own size to learn them. (0 alone, in the library, means the picture's
-    // own size on that side.)
-    if ((size.first == 0) != (size.second == 0)) {
-        if (const int status = draw(0, 0); status != kExitOk)
-            return status;
-        const std::uint64_t naturalWidth = std::max<std::uint32_t>(1, frame->GetWidth());
-        const std::uint64_t naturalHeight = std::max<std::uint32_t>(1, frame->GetHeight());
-        if (size.second == 0)
-            size.second = static_cast<std::uint32_t>(std::max<std::uint64_t>(
-                1, (size.first * naturalHeight + naturalWidth / 2) / naturalWidth));
-        else
-            size.first = static_cast<std::uint32_t>(std::max<std::uint64_t>(
-                1, (size.second * naturalWidth + naturalHeight / 2) / naturalHeight));
-    }
-    if (const int status = draw(size.first, size.second); status != kExitOk)
-        return status;
-
-    // Ctrl-C while the picture was drawn (drawing itself cannot be stopped): nothing is written.
-    if (InterruptRequested())
-        return ReportInterrupted(err);
-    if (output == "-") {  // the picture itself is the standard output
-        const std::vector<std::uint8_t> png = EncodePng(*frame);
-        if (png.empty()) {
-            err << "tessel: cannot encode the thumbnail of " << Display(path) << "\n";
-            return kExitNotFound;
-        }
-        out.write(reinterpret_cast<const char*>(png.data()),
-                  static_cast<std::streamsize>(png.size()));
-        return kExitOk;
-    }
-    if (const Status written = WritePngFile(*frame, output); !written.IsOk()) {
-        err << "tessel: cannot write " << output << ": " << written.Message() << "\n";
-        return kExitNotFound;
-    }
-    out << output << ": " << frame->GetWidth() << "x" << frame->GetHeight();
-    if (!providerID.empty())
-        out << " from " << Display(providerID);
-    out << "\n";
-    return kExitOk;
-}
-
-}  // namespace
-
-int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err) {
-    const auto size = ParseThumbnailSize(options.size);
-    if (!size) {
-        err << "tessel: --size expects WIDTHxHEIGHT (each 0 to 16384; Wx0 or 0xH keeps the "
-               "proportions), not '"
-            << options.size << "'\n";
-        return kExitUsage;
-    }
-    const bool toFolder = Path::DirectoryExists(Utf8ToUtf16(options.output));
-    const bool toStandardOutput = options.output == "-";
-    if (!toFolder && !toStandardOutput) {
-        const std::string extension =
-            Utf16ToUtf8(Path::GetExtensionLower(Utf8ToUtf16(options.output)));
-        if (extension != ".png") {
-            err << "tessel: -o names a PNG file (NAME.png), an existing folder or - (standard "
-                   "output), not '"
-                << options.output << "'\n";
-            return kExitUsage;
-        }
-    }
-    if (options.paths.size() == 1 && !toFolder) {
-        return WriteThumbnail(options.paths.front(), options.output, *size, options, out, err);
-    }
-    // Into a folder: each picture is named after its item; items whose names collide get
-    // "-2", "-3", ... so that none replaces another, and the line written says so.
-    if (!toFolder) {
-        err << "tessel: with several items, -o must name an existing folder, not '"
-            << options.output << "'\n";
-        return kExitUsage;
-    }
-    std::set<std::string> taken;
-    int status = kExitOk;
-    for (const std::string& argument : options.paths) {
-        if (InterruptRequested())
-            return ReportInterrupted(err);
-        std::string leaf = Utf16ToUtf8(Path::LeafDisplayString(NormalizeLocation(argument)));
-        if (leaf.empty())
-            leaf = "item";
-        std::string name = leaf + ".png";
-        for (int n = 2; !taken.insert(AsciiLower(name)).second; ++n)
-            name = leaf + "-" + std::to_string(n) + ".png";
-        if (name != leaf + ".png")
-            out << argument << ": " << leaf << ".png is taken by an earlier item, written as "
-                << name << "\n";
-        const std::string output = options.output + "/" + name;
-        const int one = WriteThumbnail(argument, output, *size, options, out, err);
-        if (one == kExitInterrupted || one == kExitUsage)
-            return one;
-        status = std::max(status, one);
-    }
-    return status;
 }
 
 }  // namespace Tessel::Tool

@@ -11,6 +11,10 @@
 #include <tessel/framework/ContentRecord.h>
 #include <tessel/platform/Status.h>
 
+namespace Tessel {
+class ProviderWrapper;
+}
+
 namespace Tessel::Tool {
 
 struct CommandOptions {
@@ -38,10 +42,15 @@ int RunList(const CommandOptions& options, std::ostream& out, std::ostream& err)
 int RunDefault(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunInfo(const CommandOptions& options, std::ostream& out, std::ostream& err);
 int RunBrowse(const CommandOptions& options, std::ostream& out, std::ostream& err);
-int RunThumbnail(const CommandOptions& options, std::ostream& out, std::ostream& err);
 
-// Reads "WxH" (each 0..16384; 0 keeps the image's own size on that side).
-std::optional<std::pair<std::uint32_t, std::uint32_t>> ParseThumbnailSize(const std::string& text);
+// Explains why nothing can show PATH; returns the exit status for it (1).
+int ReportNoProvider(const std::u16string& path, std::ostream& err);
+// Says the command was interrupted; returns the exit status for it (3).
+int ReportInterrupted(std::ostream& err);
+// The provider named by ID, or else the best one for PATH. Null, with STATUS set and the
+// reason printed, when there is none.
+ProviderWrapper* ChooseProvider(const std::u16string& path, const std::string& id,
+                                std::ostream& err, int& status);
 
 // How the tool turns a PATH argument into a location: list paths ("volumes:"), scheme
 // paths ("CLSource://...") and Windows long paths pass unchanged; everything else is made
@@ -72,6 +81,27 @@ int PrintListing(const std::u16string& path, const std::u16string& providerID, R
                  const ContentMap& content, const std::vector<std::u16string>& fields,
                  const std::map<std::u16string, std::u16string>& labels, const ListingStyle& style,
                  std::ostream& out, std::ostream& err);
+
+// An item as a host lists it, with the provider and the container that list it.
+struct ListedItem {
+    ProviderWrapper* wrapper = nullptr;
+    std::u16string container;
+    std::vector<std::u16string> fields;  // every field the item has, the provider's in column order
+    std::u16string key;
+    PropertyMap record;
+};
+
+// Finds PATH among the items of the folder above it, as a host lists that folder: the
+// nearest folder up to three levels above that a provider other than the plain folder one
+// claims (a card, which folds its files into clips) when its listing holds PATH, else PATH's
+// own folder. ID names the provider to ask instead. Null, with STATUS set and the reason
+// printed, when no listing holds PATH.
+std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::string& id,
+                                         std::ostream& err, int& status);
+
+// The second path a thumbnail request for the item carries: its ExtraPath, or the first of
+// its related files when that is a list (the top clip of a shot).
+std::u16string ItemExtraPath(const PropertyMap& record);
 
 // What an item is, in a word: "folder", "volume" (an entry of a volume list), "file" (an
 // entry of the folder provider), or "item" (anything another provider shows, such as a clip).

@@ -20,6 +20,7 @@
 #include "FileSystemCommands.h"
 #include "Interrupt.h"
 #include "Manual.h"
+#include "ThumbnailCommand.h"
 
 namespace Tessel::Tool {
 

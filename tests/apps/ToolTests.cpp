@@ -2,6 +2,7 @@
 // file, aborts and thumbnails. What the commands print is checked by the golden outputs.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +10,8 @@
 #include <thread>
 
 #include <tessel/foundation/Preferences.h>
+#include <tessel/media/PngEncoding.h>
+#include <tessel/platform/ImageDecoding.h>
 
 #include "Interrupt.h"
 #include "Tool.h"
@@ -88,6 +91,55 @@ TEST(Tool, AbortedListingsAndThumbnails) {
     // An unwritable file fails, and the earlier thumbnail is still there, whole.
     EXPECT_EQ(RunTool({"thumb", dir.str(), "-o", dir.str() + "/missing/x.png"}).status, 1);
     EXPECT_EQ(fs::file_size(output), bytes);
+}
+
+// Pictures drawn side by side: Ctrl-C once the first file is written stops the command with
+// 3; every file left is a whole PNG, under the name its item was given, and no temporary
+// file remains.
+TEST(Tool, InterruptedPicturesLeaveOnlyWholeFiles) {
+    Tessel::Test::TempDir dir;
+    const OwnedPelPix picture(pelpixNew(640, 360));
+    {
+        PelPixLock lock(picture.get());
+        for (std::size_t i = 0; i < 640 * 360 * 4; ++i)
+            lock.Pixels()[i] = static_cast<std::uint8_t>(i * 7 + i / 2560);
+    }
+    const std::vector<std::uint8_t> png = EncodePng(picture.get());
+    std::vector<std::string> args = {"thumb", "--image", "--size", "64x36", "-o"};
+    args.push_back(dir.MakeDir("out").string());
+    constexpr int kPictures = 150;
+    for (int i = 0; i < kPictures; ++i)
+        args.push_back(
+            dir.WriteFile("p" + std::to_string(i) + ".png", std::string(png.begin(), png.end()))
+                .string());
+    std::atomic<bool> running = true;
+    std::thread pressCtrlC([&] {
+        while (running && !Tool::InterruptRequested()) {
+            for (const auto& entry : fs::directory_iterator(dir.path() / "out"))
+                if (entry.path().extension() == ".png")
+                    Tool::SetInterruptRequested(true);
+        }
+    });
+    const Result result = RunTool(args);
+    running = false;
+    pressCtrlC.join();
+    Tool::SetInterruptRequested(false);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, "tessel: interrupted\n");
+    int written = 0;
+    for (const auto& entry : fs::directory_iterator(dir.path() / "out")) {
+        const std::string name = entry.path().filename().string();
+        EXPECT_EQ(name.rfind("p", 0), 0u) << name;
+        EXPECT_EQ(entry.path().extension(), ".png") << name;
+        const auto bytes = Platform::ReadImageFile(entry.path().native());
+        ASSERT_TRUE(bytes) << name;
+        const auto decoded = Platform::DecodeImage(*bytes);
+        ASSERT_TRUE(decoded) << name;
+        EXPECT_EQ(decoded->width, 64u);
+        ++written;
+    }
+    EXPECT_GT(written, 0);
+    EXPECT_LT(written, kPictures);
 }
 
 }  // namespace

@@ -409,6 +409,8 @@ TEST(DecodeImage, RefusesTruncatedCorruptOversizedAndNonImages) {
         EXPECT_FALSE(DecodeImage(bytes, 1, 1)) << what;
         EXPECT_FALSE(OwnedPelPix(RenderThumbnail(bytes, 8, 8))) << what;
     }
+    // The thread's JPEG decompressor, reused after all those failures, still decodes.
+    EXPECT_TRUE(DecodeImage(jpeg, 1, 1));
     // An image exactly at the limit of a side is still fine.
     const std::optional<DecodedBitmap> bitmap =
         DecodeImage(WriteBmp(Flat(Platform::kMaximumDecodedSide, 1, kGreen)));

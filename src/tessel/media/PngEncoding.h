@@ -1,5 +1,6 @@
 // PNG encoding of pixel buffers and video frames, for tools that show thumbnails to people.
-// The stored rows are bottom-up BGRA; a PNG is written top row first as 8-bit RGBA.
+// The stored rows are bottom-up BGRA; a PNG is written top row first as 8-bit RGBA, or as
+// 8-bit RGB when every pixel is opaque.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // Draws SVG documents into BGRA pixels with librsvg and cairo (not on Windows, where the
-// artwork comes pre-rendered).
+// artwork comes pre-rendered). librsvg is opened when the first document is drawn or
+// measured; where it cannot be loaded, no document draws and both functions give null.
 #pragma once
 
 #include <cstdint>

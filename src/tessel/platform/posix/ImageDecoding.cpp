@@ -21,8 +21,16 @@ namespace Tessel::Platform {
 
 namespace {
 
+// One decompressor per thread, made on its first JPEG and reused for every later one: a
+// handle holds libjpeg's state and buffers, which TurboJPEG resets for each image (also
+// after one that failed). A handle must not be used by two threads at once.
 class TurboJpegDecompressor {
 public:
+    static const TurboJpegDecompressor& ForThisThread() {
+        static thread_local const TurboJpegDecompressor decompressor;
+        return decompressor;
+    }
+
     TurboJpegDecompressor() : mHandle(tjInitDecompress()) {}
     ~TurboJpegDecompressor() {
         if (mHandle)
@@ -56,7 +64,7 @@ bool ReadJpegHeader(tjhandle handle, std::span<const std::uint8_t> bytes, JpegHe
 std::optional<DecodedBitmap> DecodeJpeg(std::span<const std::uint8_t> bytes,
                                         const ImageRecognition& recognition,
                                         std::uint32_t hintWidth, std::uint32_t hintHeight) {
-    TurboJpegDecompressor decompressor;
+    const TurboJpegDecompressor& decompressor = TurboJpegDecompressor::ForThisThread();
     JpegHeader header;
     // TurboJPEG must read the same frame as the recognition did.
     if (!ReadJpegHeader(decompressor.get(), bytes, header) ||
