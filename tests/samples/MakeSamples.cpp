@@ -8,6 +8,8 @@
 
 #include "fixtures/FixtureFiles.h"
 #include "fixtures/P2Card.h"
+#include "fixtures/SonyHDVCard.h"
+#include "fixtures/XDCAMDisc.h"
 
 namespace fs = std::filesystem;
 using namespace Tessel::Fixtures;
@@ -33,6 +35,25 @@ int main(int argc, char** argv) {
         card.proxyFiles = true;  // no empty folders: a checkout would lose them
         card.voiceFolder = false;
         WriteP2Card(root / "P2 Card", card);
+        // An XDCAM disc copied in its PROAV layout: two clips, the second at 25p.
+        XDCAMClip opening;
+        opening.audioChannels = 2;
+        XDCAMClip harbour = opening;
+        harbour.name = "C0002";
+        harbour.formatFps = "25p";
+        harbour.duration = 250;
+        harbour.ltcStart = "00001010";
+        XDCAMDisc disc{{opening, harbour}};
+        disc.layout = XDCAMLayout::PROAV;
+        disc.essenceSize = 64;
+        WriteXDCAMDisc(root / "XDCAM Disc", disc);
+        // An HDV recording unit's card: one recording split in two files, one in DV.
+        SonyHDVRecording interview;
+        interview.parts = 1;
+        SonyHDVRecording broll;
+        broll.stem = "07_0002_2008-05-17_160512";
+        broll.extension = "AVI";
+        WriteSonyHDVCard(root / "HDV Card", {{interview, broll}});
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessel_make_samples: %s\n", e.what());
         return 1;

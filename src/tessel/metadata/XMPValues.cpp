@@ -568,4 +568,8 @@ SDKPropertyMap MakeValue(const std::string& mediaPath, const XMPFieldSet& fields
     return ValuesOfMediaFile(mediaPath, fields);
 }
 
+std::string DisplayXMPDate(std::string_view date) {
+    return DisplayDate(date);
+}
+
 }  // namespace Tessel

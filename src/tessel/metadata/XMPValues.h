@@ -61,6 +61,11 @@ private:
 // The sidecar name of a media file: its path with the extension replaced by ".xmp".
 TESSEL_API std::string SidecarPathFor(std::string_view mediaPath);
 
+// A date as the Date form shows it: "2011-05-20T14:03:09+02:00" as "2011-05-20 14:03:09", the
+// clock time the device wrote, without its zone; text in another shape as written. For values
+// providers read from a card's own files.
+TESSEL_API std::string DisplayXMPDate(std::string_view date);
+
 // The values of FIELDS in one serialized XMP packet (a sidecar's content).
 TESSEL_API SDKPropertyMap MakeValueFromPacket(std::string_view packet, const XMPFieldSet& fields);
 

@@ -8,6 +8,8 @@
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
 #include <tessel/providers/cards/ProviderP2.h>
+#include <tessel/providers/cards/ProviderSonyHDV.h>
+#include <tessel/providers/cards/ProviderXDCAM.h>
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 #include <tessel/providers/filesystem/WinProviderDirectory.h>
@@ -53,10 +55,12 @@ const ProviderRow kProviderTable[] = {
     {"ProviderFavorites", Make<ProviderFavorites>, nullptr},
     // ProviderAVCHD comes here.
     {"ProviderCloudSync", Make<ProviderCloudSync>, nullptr},
-    // ProviderCanonXF, ProviderCanonXFHEVC, ProviderXDCAM, ProviderXAVC (with kXAVCFeature)
-    // and ProviderXDCAMEX come here.
+    // ProviderCanonXF and ProviderCanonXFHEVC come here.
+    {"ProviderXDCAM", Make<ProviderXDCAM>, nullptr},
+    // ProviderXAVC (with kXAVCFeature) and ProviderXDCAMEX come here.
     {"ProviderP2", Make<ProviderP2>, nullptr},
-    // Then ProviderSonyHDV, the project files, RED and the frame sequences.
+    {"ProviderSonyHDV", Make<ProviderSonyHDV>, nullptr},
+    // Then the project files, RED and the frame sequences.
 };
 
 }  // namespace

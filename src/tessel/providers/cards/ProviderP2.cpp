@@ -19,6 +19,7 @@
 #include <tessel/metadata/XMPFields.h>
 #include <tessel/metadata/XMPValues.h>
 #include <tessel/platform/FileSystem.h>
+#include <tessel/providers/cards/CardFieldLists.h>
 #include <tessel/providers/cards/CardPathUtils.h>
 #include <tessel/providers/cards/XMLUtils.h>
 #include <tessel/thumbnails/RenderThumbnail.h>
@@ -57,10 +58,6 @@ constexpr unsigned kAllRequiredFolders = 0x1F;
 // Every folder of the P2 structure under CONTENTS; others are extra contents.
 constexpr std::array<std::u16string_view, 6> kP2Folders = {
     kAudioFolder, kClipFolder, kIconFolder, kProxyFolder, kVideoFolder, kVoiceFolder};
-
-// The metadata fields the card providers label, by their bits in the XMP field table.
-constexpr std::array<std::size_t, 24> kLabelledFields = {
-    0, 4, 6, 33, 35, 7, 11, 13, 15, 16, 22, 18, 25, 26, 3, 39, 42, 1, 37, 70, 71, 69, 72, 73};
 
 std::u16string Leaf(const std::u16string& path) {
     return Path::GetFilePart(std::u16string_view(path));
@@ -603,22 +600,15 @@ SDKContentMap ProviderP2::GetContent(const std::string& path, const any_regular_
 }
 
 SDKFieldSet ProviderP2::GetFieldList() {
-    SDKFieldSet fields;
-    for (std::size_t bit : kLabelledFields)
-        fields.insert(kXMPCrossReference[bit].name);
-    return fields;
+    return CardFieldLists::FieldList();
 }
 
 std::vector<std::string> ProviderP2::GetDefaultFieldList() {
-    return {kSDKNameField, "CreateDate",    "ModifyDate",    "duration",
-            "good",        "startTimecode", "videoFrameRate"};
+    return CardFieldLists::DefaultFieldList();
 }
 
 std::map<std::u16string, std::u16string> ProviderP2::GetFieldLabelList() {
-    std::map<std::u16string, std::u16string> labels;
-    for (std::size_t bit : kLabelledFields)
-        labels.emplace(Utf8ToUtf16(kXMPCrossReference[bit].name), GetXMPFieldTitle(bit));
-    return labels;
+    return CardFieldLists::FieldLabelList();
 }
 
 std::string ProviderP2::GetIdentification() {

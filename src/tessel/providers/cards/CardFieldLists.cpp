@@ -1,0 +1,38 @@
+#include <tessel/providers/cards/CardFieldLists.h>
+
+#include <array>
+#include <cstddef>
+
+#include <tessel/foundation/Unicode.h>
+#include <tessel/metadata/XMPFields.h>
+
+namespace Tessel::CardFieldLists {
+
+namespace {
+
+// The metadata fields the card providers label, by their bits in the XMP field table.
+constexpr std::array<std::size_t, 24> kLabelledFields = {
+    0, 4, 6, 33, 35, 7, 11, 13, 15, 16, 22, 18, 25, 26, 3, 39, 42, 1, 37, 70, 71, 69, 72, 73};
+
+}  // namespace
+
+SDKFieldSet FieldList() {
+    SDKFieldSet fields;
+    for (std::size_t bit : kLabelledFields)
+        fields.insert(kXMPCrossReference[bit].name);
+    return fields;
+}
+
+std::vector<std::string> DefaultFieldList() {
+    return {kSDKNameField, "CreateDate",    "ModifyDate",    "duration",
+            "good",        "startTimecode", "videoFrameRate"};
+}
+
+std::map<std::u16string, std::u16string> FieldLabelList() {
+    std::map<std::u16string, std::u16string> labels;
+    for (std::size_t bit : kLabelledFields)
+        labels.emplace(Utf8ToUtf16(kXMPCrossReference[bit].name), GetXMPFieldTitle(bit));
+    return labels;
+}
+
+}  // namespace Tessel::CardFieldLists
