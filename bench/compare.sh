@@ -2,14 +2,16 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata]
+#   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata] [cards]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
 [ -x "$TESSEL" ] || { echo "compare: no tessel at $TESSEL (build it first)" >&2; exit 1; }
 TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
+# The card writer is built beside the tool, in the build tree's bench/tools.
+CARDS=${CARDS:-$(dirname "$(dirname "$(dirname "$TESSEL")")")/bench/tools/tessel_bench_cards}
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata)
+[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata cards)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -238,12 +240,28 @@ XMP
     row "tessel ls, Name and the metadata columns" "$t" "tessel ls --fields Name" "$names"
 }
 
+cards() {
+    [ -x "$CARDS" ] || { echo "compare: cards needs $CARDS (build the benchmarks)" >&2; return 1; }
+    local card="$work/p2"
+    "$CARDS" p2 "$card" 1000
+    echo "== cards: a P2 card of 1,000 clips (5,001 files), beside cat of its clip XML (medians of 5)"
+    local t v
+    v=$(median5 sh -c 'cat "$1"/CONTENTS/CLIP/*.XML' sh "$card")
+    t=$(median5 "$TESSEL" providers "$card")
+    row "tessel providers (a ranking pass)" "$t" "cat CONTENTS/CLIP/*.XML" "$v"
+    t=$(median5 "$TESSEL" ls "$card")
+    row "tessel ls (one item per clip)" "$t" "cat CONTENTS/CLIP/*.XML" "$v"
+    t=$(median5 "$TESSEL" ls "$card" --fields all --json)
+    row "tessel ls --fields all --json" "$t" "cat CONTENTS/CLIP/*.XML" "$v"
+}
+
 for suite in "${suites[@]}"; do
     case "$suite" in
         startup) startup ;;
         thumbnails) thumbnails ;;
         listing) listing ;;
         metadata) metadata ;;
-        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata)" >&2; exit 2 ;;
+        cards) cards ;;
+        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata, cards)" >&2; exit 2 ;;
     esac
 done

@@ -105,6 +105,14 @@ TEST(ProviderP2, RecognitionFollowsExactNamesAndWalkOrder) {
     EXPECT_EQ(Score(In(dir, "Card")), 100) << "the check turned off";
     Settings::Reset(kSettingP2EnableMissingMediaCheck);
     EXPECT_EQ(Score(In(dir, "Card/LASTCLIP.TXT")), 0);
+    // Clip files are kept between reads; one rewritten since is read again.
+    T::TempDir again;
+    const fs::path card = F::WriteP2Card(again.path() / "Card");
+    EXPECT_EQ(Score(In(again, "Card")), 100);
+    F::P2Clip fourChannels;
+    fourChannels.audioChannels = 4;
+    F::WriteFile(card / "CONTENTS/CLIP/0001AB.XML", F::P2ClipXml(fourChannels));
+    EXPECT_EQ(Score(In(again, "Card")), 0) << "the rewritten clip needs two more channels";
     EXPECT_EQ(Score(""), 0);
 }
 

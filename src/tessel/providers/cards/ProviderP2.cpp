@@ -4,7 +4,9 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <list>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 
@@ -18,6 +20,7 @@
 #include <tessel/metadata/Timecode.h>
 #include <tessel/metadata/XMPFields.h>
 #include <tessel/metadata/XMPValues.h>
+#include <tessel/platform/FileDetails.h>
 #include <tessel/platform/FileSystem.h>
 #include <tessel/providers/cards/CardFieldLists.h>
 #include <tessel/providers/cards/CardPathUtils.h>
@@ -80,15 +83,97 @@ bool HasXMLExtension(const std::u16string& path) {
     return Path::GetExtensionLower(std::u16string_view(path)) == u".xml";
 }
 
-// The clip XML files of a CLIP folder, in walk order, hidden files left out.
-std::vector<std::u16string> ClipFiles(const std::u16string& clipFolder,
-                                      const AbortPredicate& abort) {
-    std::vector<std::u16string> files;
-    std::vector<Directory> folders;
-    Directory(clipFolder).GetContainedFileAndDirectoryPaths(files, folders, abort).Ignore();
-    Path::RemoveHiddenFiles(files);
-    std::erase_if(files, [](const std::u16string& file) { return !HasXMLExtension(file); });
-    return files;
+bool ReadRecord(xercesc::XercesDOMParser& parser, const std::u16string& xmlPath,
+                P2ClipRecord& record);
+
+// Ranking a card reads every clip file (the missing-media check) and listing it straight after
+// reads them all again, as does the shot completion of the card beside it. So the records of
+// the last few CLIP folders read are kept, each with its file's size and modification time;
+// a read parses only the files that are new or changed since. A file rewritten with the same
+// size within the same microsecond would be missed, which no camera or copy does.
+class ClipFolderCache {
+public:
+    struct Clip {
+        std::uint64_t size = 0;
+        std::int64_t writeTime = 0;
+        std::optional<P2ClipRecord> record;  // none: the file is unreadable
+    };
+    using Clips = std::map<std::u16string, Clip>;
+
+    // The clips kept for FOLDER (handed over: a concurrent read of it parses again).
+    Clips Take(const std::u16string& folder) {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        for (auto it = mFolders.begin(); it != mFolders.end(); ++it) {
+            if (it->first == folder) {
+                Clips clips = std::move(it->second);
+                mFolders.erase(it);
+                return clips;
+            }
+        }
+        return {};
+    }
+
+    void Keep(const std::u16string& folder, Clips clips) {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        std::erase_if(mFolders, [&](const auto& kept) { return kept.first == folder; });
+        mFolders.emplace_front(folder, std::move(clips));
+        if (mFolders.size() > kFoldersKept)
+            mFolders.pop_back();
+    }
+
+private:
+    static constexpr std::size_t kFoldersKept = 4;
+    std::mutex mMutex;
+    std::list<std::pair<std::u16string, Clips>> mFolders;  // most recent first
+};
+
+ClipFolderCache& TheClipFolderCache() {
+    static ClipFolderCache cache;
+    return cache;
+}
+
+// The records of the clip XML files (".xml", any case) of a CLIP folder, in walk order, hidden
+// files and unreadable clips left out.
+std::vector<P2ClipRecord> ReadClipFolder(const std::u16string& clipFolder,
+                                         const AbortPredicate& abort) {
+    std::vector<Platform::DetailedEntry> entries;
+    if (!Platform::ReadDirectoryWithDetails(
+             Path::ToNative(clipFolder),
+             Platform::kDetailSize | Platform::kDetailTimes | Platform::kDetailHidden, entries,
+             abort)
+             .IsOk())
+        return {};
+    ClipFolderCache::Clips kept = TheClipFolderCache().Take(clipFolder);
+    ClipFolderCache::Clips clips;
+    std::vector<P2ClipRecord> records;
+    X::OwnedXMLParser parser;
+    for (const Platform::DetailedEntry& entry : entries) {
+        if (abort())
+            return {};
+        if (entry.kind != Platform::EntryKind::File || entry.hidden)
+            continue;
+        std::u16string path = JoinPath(clipFolder, Path::FromNative(entry.name));
+        if (!HasXMLExtension(path))
+            continue;
+        ClipFolderCache::Clip clip{entry.size, entry.lastWriteTime, std::nullopt};
+        const auto known = kept.find(path);
+        if (entry.detailsKnown && known != kept.end() && known->second.size == clip.size &&
+            known->second.writeTime == clip.writeTime) {
+            clip.record = std::move(known->second.record);
+        } else {
+            if (!parser)
+                parser = X::NewXMLParser();
+            P2ClipRecord record;
+            if (parser && ReadRecord(*parser, path, record))
+                clip.record = std::move(record);
+        }
+        if (clip.record)
+            records.push_back(*clip.record);
+        if (entry.detailsKnown)
+            clips.emplace(std::move(path), std::move(clip));
+    }
+    TheClipFolderCache().Keep(clipFolder, std::move(clips));
+    return records;
 }
 
 // The name a clip's files carry: its ClipName, or its XML file's name without extension.
@@ -131,6 +216,15 @@ bool ReadFromDocument(xercesc::DOMDocument* document, P2ClipRecord& record) {
          audio = X::FindNextSiblingElement(audio, u"Audio"))
         ++record.audioChannels;
     return true;
+}
+
+// Reads XMLPATH with PARSER, which may have read other files before.
+bool ReadRecord(xercesc::XercesDOMParser& parser, const std::u16string& xmlPath,
+                P2ClipRecord& record) {
+    record = P2ClipRecord();
+    record.xmlPath = xmlPath;
+    xercesc::DOMDocument* document = nullptr;
+    return X::ParseXMLDocument(parser, xmlPath, document) && ReadFromDocument(document, record);
 }
 
 // A piece of a shot, and whether it lies on the card being listed.
@@ -206,10 +300,7 @@ public:
             JoinPath(folder.GetFullPath(), kContentsFolder, kClipFolder);
         if (!Path::DirectoryExists(std::u16string_view(clipFolder)))
             return true;
-        for (const std::u16string& file : ClipFiles(clipFolder, {})) {
-            P2ClipRecord record;
-            if (!ReadP2ClipRecord(file, record))
-                continue;
+        for (P2ClipRecord& record : ReadClipFolder(clipFolder, NeverAbort())) {
             const auto shot = mShots->find(ShotKey(record));
             if (shot == mShots->end() || record.globalClipID.empty())
                 continue;
@@ -252,12 +343,11 @@ bool IsMediaMissing(const std::u16string& contentsPath, const AbortPredicate& ab
     };
     const std::set<std::u16string> video = upperNames(kVideoFolder);
     const std::set<std::u16string> audio = upperNames(kAudioFolder);
-    for (const std::u16string& file : ClipFiles(JoinPath(contentsPath, kClipFolder), abort)) {
-        if (abort())
-            return true;
-        P2ClipRecord record;
-        if (!ReadP2ClipRecord(file, record))
-            continue;
+    const std::vector<P2ClipRecord> records =
+        ReadClipFolder(JoinPath(contentsPath, kClipFolder), abort);
+    if (abort())
+        return true;
+    for (const P2ClipRecord& record : records) {
         const std::u16string name = Upper(ClipFileName(record));
         if (record.hasVideo && video.count(name + std::u16string(kMXFExtension)) == 0)
             return true;
@@ -422,12 +512,9 @@ SDKContentMap ListExtraContents(const std::string& path, const SDKFieldSet& fiel
     const std::u16string cardRoot = Path::GetParent(std::u16string_view(Utf8ToUtf16(path)));
     std::set<std::u16string> clipNames;
     const AbortPredicate aborted = StickyAbort(request);
-    for (const std::u16string& file :
-         ClipFiles(JoinPath(cardRoot, kContentsFolder, kClipFolder), aborted)) {
-        P2ClipRecord record;
-        if (ReadP2ClipRecord(file, record))
-            clipNames.insert(Upper(ClipFileName(record)));
-    }
+    for (const P2ClipRecord& record :
+         ReadClipFolder(JoinPath(cardRoot, kContentsFolder, kClipFolder), aborted))
+        clipNames.insert(Upper(ClipFileName(record)));
     SDKContentMap content;
     const std::vector<ExtraEntry> entries = ExtraEntries(cardRoot, clipNames, aborted);
     if (aborted())
@@ -459,12 +546,10 @@ bool ReadP2ClipRecordFromBytes(const std::string& bytes, const std::u16string& x
 }
 
 bool ReadP2ClipRecord(const std::u16string& xmlPath, P2ClipRecord& record) {
+    X::OwnedXMLParser parser = X::NewXMLParser();
     record = P2ClipRecord();
     record.xmlPath = xmlPath;
-    X::OwnedXMLParser parser = X::NewXMLParser();
-    xercesc::DOMDocument* document = nullptr;
-    return parser && X::ParseXMLDocument(*parser, xmlPath, document) &&
-           ReadFromDocument(document, record);
+    return parser && ReadRecord(*parser, xmlPath, record);
 }
 
 std::string P2DisplayStartTimecode(const P2ClipRecord& record) {
@@ -541,13 +626,9 @@ SDKContentMap ProviderP2::GetContent(const std::string& path, const any_regular_
         std::vector<Piece> pieces;
         ShotTable shots;
         std::set<std::u16string> clipNames;
-        for (const std::u16string& file :
-             ClipFiles(JoinPath(cardRoot, kContentsFolder, kClipFolder), aborted)) {
-            if (aborted())
-                return {};
-            P2ClipRecord record;
-            if (!ReadP2ClipRecord(file, record))
-                continue;  // unreadable: the clip is not listed
+        // Unreadable clip files are not listed.
+        for (P2ClipRecord& record :
+             ReadClipFolder(JoinPath(cardRoot, kContentsFolder, kClipFolder), aborted)) {
             clipNames.insert(Upper(ClipFileName(record)));
             shots[ShotKey(record)].push_back(pieces.size());
             pieces.push_back({std::move(record), true});
