@@ -5,7 +5,6 @@
 #include <optional>
 
 #include <nlohmann/json.hpp>
-#include <xercesc/util/PlatformUtils.hpp>
 
 #include <tessel/foundation/JsonNesting.h>
 #include <tessel/foundation/Messaging.h>
@@ -43,7 +42,6 @@ struct HostState {
     ProviderHost::ProviderList providers;
     FavoritesState favorites;
     std::atomic<std::int32_t> initialized{0};
-    bool xmlReady = false;  // Xerces initialised by Initialize, to be terminated by Shutdown
     // Requests may be started from any thread while the main thread shuts down.
     std::mutex executorMutex;
     std::shared_ptr<Executor> lowPriority;
@@ -323,14 +321,9 @@ void ProviderHost::Initialize() {
         return;
 
     ImageResources::Setup();
-    // The card providers parse XML with Xerces, which is set up once for the process here and
-    // never by a provider. Without it every parse is refused, so a failure costs only the cards.
-    try {
-        xercesc::XMLPlatformUtils::Initialize();
-        state.xmlReady = true;
-    } catch (...) {
-        Trace::Write("ProviderHost", "the XML parser could not be initialised");
-    }
+    // The card providers parse XML with Xerces, which is set up for the process by the host
+    // (on the first parse) and never by a provider.
+    StartXMLParsing();
     RegisterBuiltInProviders();
     {
         std::lock_guard lock(state.executorMutex);
@@ -380,10 +373,7 @@ void ProviderHost::Shutdown() {
     state.providers.clear();
     // Watches the providers started end with them, and the notification thread is joined.
     MF::DirectoryChangeMonitor::StopAll();
-    // No provider is left to parse: Xerces' own count pairs this with Initialize's call.
-    if (state.xmlReady)
-        xercesc::XMLPlatformUtils::Terminate();
-    state.xmlReady = false;
+    StopXMLParsing();  // no provider is left to parse
     ImageResources::Release();
 }
 

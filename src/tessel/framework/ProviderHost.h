@@ -137,5 +137,10 @@ TESSEL_API void RequestForceUpdate();
 // Declared here, defined with the providers: creates and registers the library's
 // providers in their fixed order.
 void RegisterBuiltInProviders();
+// Declared here, defined with the card providers' XML support: allows parsing card XML from
+// now on (the parser itself is loaded and set up on the first parse), and ends it, releasing
+// the parser's process-wide state. Every parse outside the two is refused.
+void StartXMLParsing();
+void StopXMLParsing();
 
 }  // namespace Tessel

@@ -11,3 +11,10 @@
 #else
 #define TESSEL_API __attribute__((visibility("default")))
 #endif
+
+// The entry point a separately loaded module of the library exports (looked up by name).
+#if defined(_WIN32)
+#define TESSEL_MODULE_ENTRY extern "C" __declspec(dllexport)
+#else
+#define TESSEL_MODULE_ENTRY extern "C" __attribute__((visibility("default")))
+#endif

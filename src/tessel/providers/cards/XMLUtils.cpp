@@ -1,26 +1,20 @@
 #include <tessel/providers/cards/XMLUtils.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <atomic>
+#include <mutex>
 #include <sstream>
-#include <system_error>
 
-#include <xercesc/dom/DOM.hpp>
-#include <xercesc/framework/LocalFileFormatTarget.hpp>
-#include <xercesc/framework/MemBufFormatTarget.hpp>
-#include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/framework/StdOutFormatTarget.hpp>
-#include <xercesc/parsers/XercesDOMParser.hpp>
-#include <xercesc/sax/EntityResolver.hpp>
-#include <xercesc/sax/ErrorHandler.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
-#include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/SecurityManager.hpp>
-#include <xercesc/util/XMLUni.hpp>
+#include <xercesc/dom/DOMNamedNodeMap.hpp>
 
 #include <tessel/foundation/Path.h>
+#include <tessel/foundation/Trace.h>
+#include <tessel/framework/ProviderHost.h>
 #include <tessel/platform/AtomicFile.h>
+#include <tessel/platform/DynamicLibrary.h>
 #include <tessel/platform/FileSystem.h>
+#include <tessel/platform/ModulePath.h>
+#include <tessel/providers/cards/xml/XercesModule.h>
 
 namespace Tessel::XMLUtils {
 
@@ -28,39 +22,71 @@ namespace X = xercesc;
 
 namespace {
 
-// Xerces keeps its memory manager from Initialize to Terminate; without it nothing may run.
-bool XercesReady() {
-    return X::XMLPlatformUtils::fgMemoryManager != nullptr;
+// The XML module, opened on the first parse after StartXMLParsing and never closed (a
+// parser made by it may outlive every other use). Xerces is initialised at that first parse
+// and terminated by StopXMLParsing.
+struct ModuleState {
+    std::mutex mutex;
+    bool started = false;                             // between StartXMLParsing and StopXMLParsing
+    bool opened = false;                              // the module was looked for
+    const XercesModule* module = nullptr;             // once opened and of the right version
+    bool xercesReady = false;                         // initialised, to be terminated
+    std::atomic<const XercesModule*> ready{nullptr};  // module, while Xerces is ready
+};
+
+ModuleState& State() {
+    static ModuleState state;
+    return state;
 }
 
-// No external entity or DTD is ever opened: the resolver answers none, and with the
-// parser's default resolution off a document that names one is refused as a whole. (An
-// empty source instead would read as empty text, but Xerces 3.2.4 never frees the source
-// it gets for a DOCTYPE's external subset.) Card files name no external entities.
-class EmptyEntityResolver final : public X::EntityResolver {
-public:
-    X::InputSource* resolveEntity(const XMLCh* const, const XMLCh* const) override {
-        return nullptr;
+const XercesModule* OpenModule() {
+    // Beside the library, where the build and the installation put it; else wherever the
+    // system looks for libraries.
+    const std::string beside =
+        Path::FromNativeUtf8(Platform::LibraryDirectory()) + "/" + TESSEL_XML_MODULE;
+    for (const std::string& name : {beside, std::string(TESSEL_XML_MODULE)}) {
+        static std::unique_ptr<Platform::DynamicLibrary> library;
+        library = std::make_unique<Platform::DynamicLibrary>(name.c_str());
+        if (!library->IsOpen())
+            continue;
+        using Entry = const XercesModule*();
+        auto* entry = reinterpret_cast<Entry*>(library->FindSymbol(kXercesModuleEntry));
+        const XercesModule* module = entry ? entry() : nullptr;
+        if (module && module->version == kXercesModuleVersion) {
+            static_cast<void>(library.release());  // kept open for the process
+            return module;
+        }
     }
-};
-
-EmptyEntityResolver& Resolver() {
-    static EmptyEntityResolver resolver;  // stateless: shared by every parser and thread
-    return resolver;
+    Trace::Write("ProviderHost", std::string("the XML module could not be loaded: ") + beside +
+                                     "; camera cards whose clips are described in XML are "
+                                     "listed as plain folders");
+    return nullptr;
 }
 
-// Counts fatal errors instead of throwing them, so a malformed file ends the parse quietly.
-class FatalErrorCounter final : public X::ErrorHandler {
-public:
-    void warning(const X::SAXParseException&) override {}
-    void error(const X::SAXParseException&) override {}
-    void fatalError(const X::SAXParseException&) override { ++mFatalErrors; }
-    void resetErrors() override { mFatalErrors = 0; }
-    int FatalErrors() const { return mFatalErrors; }
-
-private:
-    int mFatalErrors = 0;
-};
+// The module while Xerces is ready, opening and initialising both on first use; null before
+// StartXMLParsing, after StopXMLParsing, or when the module cannot be loaded.
+const XercesModule* Ready() {
+    ModuleState& state = State();
+    if (const XercesModule* module = state.ready.load(std::memory_order_acquire))
+        return module;
+    std::lock_guard lock(state.mutex);
+    if (!state.started)
+        return nullptr;
+    if (!state.opened) {
+        state.opened = true;
+        state.module = OpenModule();
+    }
+    if (state.module && !state.xercesReady) {
+        state.xercesReady = state.module->initialize();
+        if (!state.xercesReady) {
+            Trace::Write("ProviderHost", "the XML parser could not be initialised");
+            state.started = false;  // not tried again until the next start
+        }
+    }
+    if (state.xercesReady)
+        state.ready.store(state.module, std::memory_order_release);
+    return state.ready.load(std::memory_order_relaxed);
+}
 
 const XMLCh* ValueOf(const X::DOMNode* node) {
     return node ? node->getNodeValue() : nullptr;
@@ -110,56 +136,27 @@ bool IsTrue(const XMLCh* text) {
 }  // namespace
 
 void XMLParserDeleter::operator()(X::XercesDOMParser* parser) const {
-    delete parser;
+    // A parser exists only if the module was opened, and the module is never closed.
+    if (parser)
+        State().module->deleteParser(parser);
 }
 
 OwnedXMLParser NewXMLParser() {
-    if (!XercesReady())
-        return nullptr;
-    try {
-        return OwnedXMLParser(
-            new X::XercesDOMParser(nullptr, X::XMLPlatformUtils::fgMemoryManager, nullptr));
-    } catch (...) {
-        return nullptr;
-    }
+    const XercesModule* module = Ready();
+    return OwnedXMLParser(module ? module->newParser() : nullptr);
 }
 
 void ConfigureXMLParser(X::XercesDOMParser& parser) {
-    parser.setValidationScheme(X::XercesDOMParser::Val_Auto);
-    parser.setDoNamespaces(false);
-    parser.setDoSchema(false);
-    parser.setValidationSchemaFullChecking(false);
-    parser.setCreateEntityReferenceNodes(true);
-    parser.setDisableDefaultEntityResolution(true);
-    parser.setLoadExternalDTD(false);
-    parser.setEntityResolver(&Resolver());
+    if (const XercesModule* module = Ready())
+        module->configureParser(parser);
 }
 
 bool ParseXMLBytes(X::XercesDOMParser& parser, const std::string& bytes, const std::u16string& name,
                    X::DOMDocument*& document) {
-    document = nullptr;
-    if (!XercesReady())
-        return false;
-    ConfigureXMLParser(parser);
-    X::SecurityManager security;
-    security.setEntityExpansionLimit(kEntityExpansionLimit);
-    FatalErrorCounter errors;
-    parser.setSecurityManager(&security);
-    parser.setErrorHandler(&errors);
-    bool parsed = false;
-    try {
-        const X::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()),
-                                          bytes.size(), name.c_str(), false);
-        parser.parse(source);
-        parsed = errors.FatalErrors() == 0;
-    } catch (...) {
-        parsed = false;  // Xerces' own exceptions, and running out of memory: unreadable
-    }
-    // The handlers live on this stack; the parser must not keep them.
-    parser.setSecurityManager(nullptr);
-    parser.setErrorHandler(nullptr);
-    if (parsed)
-        document = parser.getDocument();
+    const XercesModule* module = Ready();
+    document = module ? module->parse(parser, bytes.data(), bytes.size(), name.c_str(),
+                                      kEntityExpansionLimit)
+                      : nullptr;
     return document != nullptr;
 }
 
@@ -271,54 +268,45 @@ void GetChildText(const X::DOMElement* parent, const std::u16string& name, char1
 Status WriteXMLDocument(const X::DOMNode* node, const XMLTarget& target, std::string* out) {
     if (out)
         out->clear();
-    if (!node || !XercesReady())
+    const XercesModule* module = Ready();
+    if (!node || !module)
         return {StatusCode::kInvalidArgument, "no XML node to write"};
-    try {
-        auto* implementation = dynamic_cast<X::DOMImplementationLS*>(
-            X::DOMImplementationRegistry::getDOMImplementation(u"LS"));
-        if (!implementation)
+    static_assert(
+        static_cast<int>(XMLTarget::Kind::File) == static_cast<int>(XercesWriteTarget::File) &&
+        static_cast<int>(XMLTarget::Kind::StandardOutput) ==
+            static_cast<int>(XercesWriteTarget::StandardOutput) &&
+        static_cast<int>(XMLTarget::Kind::Memory) == static_cast<int>(XercesWriteTarget::Memory));
+    switch (module->write(node, static_cast<XercesWriteTarget>(target.kind), target.path.c_str(),
+                          out)) {
+        case XercesWriteResult::Written:
+            return Status::Ok();
+        case XercesWriteResult::NoSerializer:
             return {StatusCode::kIOError, "no XML serializer"};
-        std::unique_ptr<X::DOMLSSerializer, void (*)(X::DOMLSSerializer*)> serializer(
-            implementation->createLSSerializer(), [](X::DOMLSSerializer* s) { s->release(); });
-        std::unique_ptr<X::DOMLSOutput, void (*)(X::DOMLSOutput*)> output(
-            implementation->createLSOutput(), [](X::DOMLSOutput* o) { o->release(); });
-        X::DOMConfiguration* config = serializer->getDomConfig();
-        for (const XMLCh* parameter :
-             {X::XMLUni::fgDOMWRTSplitCdataSections, X::XMLUni::fgDOMWRTDiscardDefaultContent,
-              X::XMLUni::fgDOMWRTFormatPrettyPrint}) {
-            if (config->canSetParameter(parameter, true))
-                config->setParameter(parameter, true);
-        }
-        serializer->setNewLine(u"\n");
-        output->setEncoding(u"UTF-8");
-
-        std::unique_ptr<X::XMLFormatTarget> formatTarget;
-        X::MemBufFormatTarget* memory = nullptr;
-        switch (target.kind) {
-            case XMLTarget::Kind::File: {
-                std::error_code ignored;
-                std::filesystem::remove(std::filesystem::path(target.path), ignored);
-                formatTarget = std::make_unique<X::LocalFileFormatTarget>(target.path.c_str());
-                break;
-            }
-            case XMLTarget::Kind::StandardOutput:
-                formatTarget = std::make_unique<X::StdOutFormatTarget>();
-                break;
-            case XMLTarget::Kind::Memory:
-                formatTarget = std::make_unique<X::MemBufFormatTarget>(1023);
-                memory = static_cast<X::MemBufFormatTarget*>(formatTarget.get());
-                break;
-        }
-        output->setByteStream(formatTarget.get());
-        if (!serializer->write(node, output.get()))
-            return {StatusCode::kIOError, "the XML document could not be written"};
-        formatTarget->flush();
-        if (memory && out)
-            out->assign(reinterpret_cast<const char*>(memory->getRawBuffer()), memory->getLen());
-        return Status::Ok();
-    } catch (...) {
-        return {StatusCode::kIOError, "the XML document could not be written"};
+        case XercesWriteResult::Failed:
+            break;
     }
+    return {StatusCode::kIOError, "the XML document could not be written"};
 }
 
 }  // namespace Tessel::XMLUtils
+
+namespace Tessel {
+
+void StartXMLParsing() {
+    XMLUtils::ModuleState& state = XMLUtils::State();
+    std::lock_guard lock(state.mutex);
+    state.started = true;
+}
+
+void StopXMLParsing() {
+    XMLUtils::ModuleState& state = XMLUtils::State();
+    std::lock_guard lock(state.mutex);
+    state.started = false;
+    state.ready.store(nullptr, std::memory_order_release);
+    // Xerces' own count pairs this with the initialisation of the first parse.
+    if (state.xercesReady)
+        state.module->terminate();
+    state.xercesReady = false;
+}
+
+}  // namespace Tessel

@@ -9,8 +9,10 @@
 // not regular files or are unreasonably large are not read, and a malformed or truncated file
 // is refused as a whole. Callers skip a file ParseXMLDocument refuses.
 //
-// Xerces must have been initialised for the process (ProviderHost::Initialize does it);
-// before that, or after ProviderHost::Shutdown, every parse is refused. The helpers keep no
+// Parsing is allowed between ProviderHost::Initialize and ProviderHost::Shutdown; Xerces lives
+// in a module of its own that the first parse opens and initialises (xml/XercesModule.h),
+// so a program that reads no card never loads it. Outside that span, or when the module
+// cannot be loaded, every parse is refused. The helpers keep no
 // state between calls and may run on several threads at once, one parser per parse.
 #pragma once
 
@@ -27,15 +29,15 @@
 #include <tessel/platform/Export.h>
 #include <tessel/platform/Status.h>
 
-// Declared only: code outside the library reaches parsers through the functions here, which
-// run in the library's own copy of Xerces (on Windows a static copy inside the DLL).
+// Declared only: parsers are reached through the functions here, which run in the XML
+// module's copy of Xerces (on Windows a static copy inside the module's DLL).
 XERCES_CPP_NAMESPACE_BEGIN
 class XercesDOMParser;
 XERCES_CPP_NAMESPACE_END
 
 namespace Tessel::XMLUtils {
 
-// Deletes a parser, and with it the document it parsed, in the library's copy of Xerces.
+// Deletes a parser, and with it the document it parsed, in the module's copy of Xerces.
 struct TESSEL_API XMLParserDeleter {
     void operator()(xercesc::XercesDOMParser* parser) const;
 };
