@@ -25,7 +25,8 @@
 // above are tolerated; any other entry of a media folder, a media folder that fails, an entry of
 // PRIVATE other than M4ROOT, XDROOT and SONY, or an entry beside XDROOT, PRIVATE and DCIM in the
 // folder raises the extra-contents flag (40). An XDCAM disc in the root layout holds none of
-// these folders and stays the XDCAM provider's; an XDROOT folder opened itself is one too.
+// these folders and stays the XDCAM provider's; so does an XDROOT folder opened by itself, which
+// that provider lists as a disc in the root layout.
 //
 // Listing:
 // - one item per clip: a clip name that the clip folder holds files of (<clip>.MXF or .MP4,
