@@ -704,7 +704,7 @@ std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::
         }
         return found;
     };
-    constexpr int kLevels = 3;
+    constexpr int kLevels = 4;  // a clip folder inside a card's clip root: BPAV/CLPR/<clip>/<file>
     std::u16string container = path;
     std::u16string folder;  // PATH's own folder
     for (int level = 0; level < kLevels; ++level) {

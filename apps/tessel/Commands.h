@@ -92,7 +92,7 @@ struct ListedItem {
 };
 
 // Finds PATH among the items of the folder above it, as a host lists that folder: the
-// nearest folder up to three levels above that a provider other than the plain folder one
+// nearest folder up to four levels above that a provider other than the plain folder one
 // claims (a card, which folds its files into clips) when its listing holds PATH, else PATH's
 // own folder. ID names the provider to ask instead. Null, with STATUS set and the reason
 // printed, when no listing holds PATH.

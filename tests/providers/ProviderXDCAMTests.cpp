@@ -80,8 +80,8 @@ TEST(ProviderXDCAM, RecognitionFollowsTheLayoutTablesAndWalkEnd) {
         {"and an unknown entry after the last required one", F::XDCAMLayout::PROAV,
          both(fourOnly, add("PROAV/ZZZ.TXT")), 40},
         {"three entries", F::XDCAMLayout::PROAV, both(fourOnly, remove({"PROAV/DISCINFO.XML"})), 0},
+        // Renamed in two steps: Wine, like Windows, keeps a name whose case alone changes.
         {"index.xml in lower case", F::XDCAMLayout::PROAV,
-         // Through another name: Windows keeps a rename that only changes case as a no-op.
          both(fourOnly,
               [](auto& d) {
                   fs::rename(d / "PROAV/INDEX.XML", d / "PROAV/x"),

@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <exception>
 
+#include "fixtures/CanonCards.h"
 #include "fixtures/FixtureFiles.h"
 #include "fixtures/P2Card.h"
+#include "fixtures/SonyCards.h"
 #include "fixtures/SonyHDVCard.h"
 #include "fixtures/XDCAMDisc.h"
 
@@ -54,6 +56,19 @@ int main(int argc, char** argv) {
         broll.stem = "07_0002_2008-05-17_160512";
         broll.extension = "AVI";
         WriteSonyHDVCard(root / "HDV Card", {{interview, broll}});
+        // An XDCAM EX card: a take split over two clips, folded into one item, and a clip.
+        XDCAMEXCard ex;
+        ex.essenceSize = 64;
+        WriteXDCAMEXCard(root / "XDCAM EX Card", ex);
+        // An XAVC S card of a camera that also takes photos (folded into clips with the beta
+        // feature on: tessel browse samples --set ZEBFM-3873=true).
+        WriteXAVCCard(root / "XAVC Card", {XAVCLayout::M4ROOT, XAVCCard{}.clips, true, 64});
+        // A Canon XF card: a clip in two pieces (its first file reached 4 GB), one marked good;
+        // and an XF-HEVC card, a clip with its proxy.
+        WriteCanonXFCard(root / "Canon XF Card",
+                         {{"AA0001", "CLIPS001", 1, 2, "01:00:00:00", "Interview"},
+                          {"AA0002", "CLIPS001", 1, 1, "01:10:00:00", "Harbour", true}});
+        WriteCanonXFHEVCCard(root / "Canon XF-HEVC Card");
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessel_make_samples: %s\n", e.what());
         return 1;

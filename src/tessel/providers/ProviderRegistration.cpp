@@ -7,9 +7,13 @@
 
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/providers/cards/ProviderCanonXF.h>
+#include <tessel/providers/cards/ProviderCanonXFHEVC.h>
 #include <tessel/providers/cards/ProviderP2.h>
 #include <tessel/providers/cards/ProviderSonyHDV.h>
+#include <tessel/providers/cards/ProviderXAVC.h>
 #include <tessel/providers/cards/ProviderXDCAM.h>
+#include <tessel/providers/cards/ProviderXDCAMEX.h>
 #include <tessel/providers/filesystem/ProviderCloudSync.h>
 #include <tessel/providers/filesystem/ProviderFavorites.h>
 #include <tessel/providers/filesystem/WinProviderDirectory.h>
@@ -55,9 +59,11 @@ const ProviderRow kProviderTable[] = {
     {"ProviderFavorites", Make<ProviderFavorites>, nullptr},
     // ProviderAVCHD comes here.
     {"ProviderCloudSync", Make<ProviderCloudSync>, nullptr},
-    // ProviderCanonXF and ProviderCanonXFHEVC come here.
+    {"ProviderCanonXF", Make<ProviderCanonXF>, nullptr},
+    {"ProviderCanonXFHEVC", Make<ProviderCanonXFHEVC>, nullptr},
     {"ProviderXDCAM", Make<ProviderXDCAM>, nullptr},
-    // ProviderXAVC (with kXAVCFeature) and ProviderXDCAMEX come here.
+    {"ProviderXAVC", Make<ProviderXAVC>, kXAVCFeature},
+    {"ProviderXDCAMEX", Make<ProviderXDCAMEX>, nullptr},
     {"ProviderP2", Make<ProviderP2>, nullptr},
     {"ProviderSonyHDV", Make<ProviderSonyHDV>, nullptr},
     // Then the project files, RED and the frame sequences.

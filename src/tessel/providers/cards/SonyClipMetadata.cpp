@@ -7,6 +7,7 @@
 
 #include <tessel/foundation/Unicode.h>
 #include <tessel/metadata/Timecode.h>
+#include <tessel/metadata/XMPValues.h>
 #include <tessel/providers/cards/CardPathUtils.h>
 #include <tessel/providers/cards/XMLUtils.h>
 
@@ -123,6 +124,37 @@ std::string SonyDisplayStartTimecode(const SonyClipMetadata& metadata) {
     const bool dropFrame = rate && rate->dropFrame;
     return fmt::format("{:02}:{:02}:{:02}{}{:02}", parts[3], parts[2], parts[1],
                        dropFrame ? ';' : ':', parts[0]);
+}
+
+void FillSonyClipValues(SDKPropertyMap& record, const SDKFieldSet& fields,
+                        const std::vector<SonyClipMetadata>& pieces) {
+    if (pieces.empty())
+        return;
+    const auto set = [&](const char* field, const std::string& value, bool replace) {
+        if (!fields.count(field))
+            return;
+        if (replace && !value.empty())
+            record.erase(field);
+        if (!value.empty() && !record.count(field))
+            record[field] = Utf8ToUtf16(value);
+    };
+    const SonyClipMetadata& first = pieces.front();
+    set("startTimecode", SonyDisplayStartTimecode(first), true);
+    const std::string formatFps = Utf16ToUtf8(first.formatFps);
+    std::int64_t frames = 0;
+    for (const SonyClipMetadata& piece : pieces)
+        frames += piece.duration;
+    if (const auto rate = ParseFrameRate(formatFps); rate && frames > 0)
+        set("duration", FormatTimecode(frames, *rate), pieces.size() > 1);
+    set("videoFrameRate", formatFps, false);
+    if (first.width > 0 && first.height > 0)
+        set("videoFrameSize", std::to_string(first.width) + " x " + std::to_string(first.height),
+            false);
+    set("videoCompressor", Utf16ToUtf8(first.videoCodec), false);
+    set("CreateDate", DisplayXMPDate(Utf16ToUtf8(first.creationDate)), false);
+    set("Make", Utf16ToUtf8(first.manufacturer), false);
+    set("Model", Utf16ToUtf8(first.modelName), false);
+    set("SerialNumber", Utf16ToUtf8(first.serialNumber), false);
 }
 
 }  // namespace Tessel

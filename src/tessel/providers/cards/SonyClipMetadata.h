@@ -16,7 +16,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include <tessel/framework/ContentRecord.h>
 #include <tessel/platform/Export.h>
 
 namespace Tessel {
@@ -61,5 +63,13 @@ TESSEL_API bool ReadSonyClipMetadataFromBytes(const std::string& bytes,
 // says drop frame and the clip's rate has drop frame (29.97, 59.94). Empty when there is none
 // or the value is not four BCD bytes.
 TESSEL_API std::string SonyDisplayStartTimecode(const SonyClipMetadata& metadata);
+
+// Fills the wanted fields of a clip's record that its essence's XMP leaves out from the
+// metadata of its PIECES (one for a clip, several for a take recorded over several clips): the
+// start timecode always, as the camera wrote it (of the first piece); the duration, the pieces'
+// durations added, always for a take (the essence knows only its own piece) and else when
+// absent; the frame rate, frame size, codec, creation date and device when absent.
+TESSEL_API void FillSonyClipValues(SDKPropertyMap& record, const SDKFieldSet& fields,
+                                   const std::vector<SonyClipMetadata>& pieces);
 
 }  // namespace Tessel

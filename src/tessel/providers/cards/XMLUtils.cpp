@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <sstream>
 
@@ -29,6 +30,7 @@ struct ModuleState {
     std::mutex mutex;
     bool started = false;                             // between StartXMLParsing and StopXMLParsing
     bool opened = false;                              // the module was looked for
+    Platform::DynamicLibrary* library = nullptr;      // open for the rest of the process
     const XercesModule* module = nullptr;             // once opened and of the right version
     bool xercesReady = false;                         // initialised, to be terminated
     std::atomic<const XercesModule*> ready{nullptr};  // module, while Xerces is ready
@@ -45,15 +47,14 @@ const XercesModule* OpenModule() {
     const std::string beside =
         Path::FromNativeUtf8(Platform::LibraryDirectory()) + "/" + TESSEL_XML_MODULE;
     for (const std::string& name : {beside, std::string(TESSEL_XML_MODULE)}) {
-        static std::unique_ptr<Platform::DynamicLibrary> library;
-        library = std::make_unique<Platform::DynamicLibrary>(name.c_str());
+        auto library = std::make_unique<Platform::DynamicLibrary>(name.c_str());
         if (!library->IsOpen())
             continue;
         using Entry = const XercesModule*();
         auto* entry = reinterpret_cast<Entry*>(library->FindSymbol(kXercesModuleEntry));
         const XercesModule* module = entry ? entry() : nullptr;
         if (module && module->version == kXercesModuleVersion) {
-            static_cast<void>(library.release());  // kept open for the process
+            State().library = library.release();  // never closed, even at exit
             return module;
         }
     }
