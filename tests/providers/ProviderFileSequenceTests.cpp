@@ -39,13 +39,11 @@ std::u16string Text(const SDKPropertyMap& record, const char* field) {
     return text ? *text : u"(none)";
 }
 
-// The leaves of the ExtraPath list, joined by spaces.
+// The leaves of the ExtraPath list, each followed by a space.
 std::string Related(const SDKPropertyMap& record) {
     std::string leaves;
     for (const any_regular_t& path : *record.at("ExtraPath").get_if<any_regular_t::array_t>())
-        leaves +=
-            (leaves.empty() ? "" : " ") +
-            Utf16ToUtf8(Path::GetFilePart(std::u16string_view(*path.get_if<std::u16string>())));
+        leaves += Utf16ToUtf8(Path::LeafDisplayString(*path.get_if<std::u16string>())) + " ";
     return leaves;
 }
 
@@ -66,7 +64,7 @@ TEST(ProviderFileSequence, ClaimsFramesAmongTheFolderOwnFilesAndListsTheFirstInW
         {{"_0001.dpx", "a_0002.DPX", "0003.dpx.bak"},
          std::make_shared<ProviderDPX>(),
          "a_0002.DPX"},
-        {{".dpx", "x.dpx.", "dpx"}, std::make_shared<ProviderDPX>(), nullptr},
+        {{".dpx", "x.dpx~", "dpx"}, std::make_shared<ProviderDPX>(), nullptr},
     };
     for (const auto& c : cases) {
         T::TempDir dir;
@@ -92,10 +90,8 @@ TEST(ProviderFileSequence, DPXHeaderAtItsBounds) {
             {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}, header);
         return std::make_pair(ok, header);
     };
-    F::DPXFrameHeader little;
-    little.bigEndian = false;
-    little.timecode = 0x23595923 | 0x40;  // the drop-frame flag
-    auto [ok, header] = read(F::DPXHeaderBytes(little));
+    // Little-endian, with the drop-frame flag (0x40) in the frames byte.
+    auto [ok, header] = read(F::DPXHeaderBytes({.bigEndian = false, .timecode = 0x23595963}));
     ASSERT_TRUE(ok && header.timecode);
     EXPECT_TRUE(header.width == 2048 && header.timecode->frames == 23 &&
                 header.timecode->dropFrame);
@@ -103,11 +99,9 @@ TEST(ProviderFileSequence, DPXHeaderAtItsBounds) {
     // Cut in the middle of the time code: what lies before it is read.
     std::tie(ok, header) = read(F::DPXHeaderBytes({}).substr(0, 1922));
     EXPECT_TRUE(ok && header.height == 1556 && !header.timecode && header.frameRate == 24);
-    F::DPXFrameHeader undefined;
-    undefined.frameRate = 0;
-    undefined.filmFrameRate = 0;
-    undefined.timecode = 0x0A000000;  // not a decimal digit
-    std::tie(ok, header) = read(F::DPXHeaderBytes(undefined));
+    // Rates undefined; a time code whose hours are not decimal digits.
+    std::tie(ok, header) =
+        read(F::DPXHeaderBytes({.frameRate = 0, .filmFrameRate = 0, .timecode = 0x0A000000}));
     EXPECT_TRUE(ok && header.frameRate == 0 && !header.timecode);
     EXPECT_FALSE(read("XDPS").first);
     EXPECT_FALSE(read("SDP").first);
@@ -137,7 +131,7 @@ TEST(ProviderFileSequence, FieldsAndRelatedFilesOfEachKind) {
     EXPECT_EQ(Text(item, "videoFrameSize"), u"2048 x 1556");
     EXPECT_EQ(Text(item, "Model"), u"Filmscanner 4K");
     EXPECT_EQ(Text(item, "CreateDate"), u"2020-01-02 03:04:05");
-    EXPECT_EQ(Related(item), "reel1_0086399.XMP");
+    EXPECT_EQ(Related(item), "reel1_0086399.XMP ");
 
     // CinemaDNG: every frame, then the sound; values from the XMP each frame holds.
     F::WriteCameraClip(dir.path(), F::FrameCamera::CinemaDNG, "A001_C001", 3);
@@ -146,12 +140,12 @@ TEST(ProviderFileSequence, FieldsAndRelatedFilesOfEachKind) {
     const SDKContentMap dng =
         ProviderCinemaDNG().GetContent(In(dir, "A001_C001"), {}, all, nullptr);
     EXPECT_EQ(Related(dng.begin()->second),
-              "A001_C001_000000.dng A001_C001_000001.dng A001_C001_000002.dng A001_C001.wav");
+              "A001_C001_000000.dng A001_C001_000001.dng A001_C001_000002.dng A001_C001.wav ");
     EXPECT_EQ(Text(dng.begin()->second, "shotName"), u"Pier");
     F::WriteCameraClip(dir.path(), F::FrameCamera::CanonRAW, "B002");
     dir.WriteFile("B002/B002_0000000.xmp", F::XMPPacket({}));
     const SDKContentMap canon = ProviderCanonRAW().GetContent(In(dir, "B002"), {}, all, nullptr);
-    EXPECT_EQ(Related(canon.begin()->second), "CLIPINFO.XML HrClip.inf B002.WAV B002_0000000.xmp");
+    EXPECT_EQ(Related(canon.begin()->second), "CLIPINFO.XML HrClip.inf B002.WAV B002_0000000.xmp ");
 
     // The pictures, never higher than 16 pixels.
     for (const std::shared_ptr<Provider>& provider : std::vector<std::shared_ptr<Provider>>{
@@ -178,7 +172,7 @@ TEST(ProviderFileSequence, REDClipsAndTheRankingAUserSees) {
     ASSERT_EQ(clips.size(), 3u);
     const SDKPropertyMap& clip =
         clips.at(In(dir, "A001_0101AB.RDM/A001_C002_0101AB.RDC/A001_C002_0101AB_001.R3D"));
-    EXPECT_EQ(Related(clip), "A001_C002_0101AB.RMD A001_C002_0101AB_002.R3D");
+    EXPECT_EQ(Related(clip), "A001_C002_0101AB.RMD A001_C002_0101AB_002.R3D ");
     EXPECT_TRUE(clips.count(In(dir, "A001_0101AB.RDM/Extra/B_001.R3D")));
 
     // What a user sees: the best provider first, ties in registration order.
