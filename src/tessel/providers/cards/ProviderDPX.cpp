@@ -23,9 +23,16 @@ constexpr std::u16string_view kSidecarExtension = u".xmp";
 constexpr const char* kPicture = "ContainsVideoThumb.png";
 
 // The fields the header answers; it is read only when one of them is asked for.
+constexpr const char* kFrameSizeField = "videoFrameSize";
+constexpr const char* kFrameRateField = "videoFrameRate";
+constexpr const char* kStartTimecodeField = "startTimecode";
+constexpr const char* kDurationField = "duration";
+constexpr const char* kCreateDateField = "CreateDate";
+constexpr const char* kModelField = "Model";
+constexpr const char* kSerialNumberField = "SerialNumber";
 constexpr std::array<const char*, 7> kHeaderFields = {
-    "videoFrameSize", "videoFrameRate", "startTimecode", "duration",
-    "CreateDate",     "Model",          "SerialNumber"};
+    kFrameSizeField,  kFrameRateField, kStartTimecodeField, kDurationField,
+    kCreateDateField, kModelField,     kSerialNumberField};
 
 std::optional<DPXHeader> ReadHeader(const std::u16string& path) {
     std::string bytes;
@@ -81,7 +88,8 @@ bool ProviderDPX::IsFrameFile(std::u16string_view name) const {
 void ProviderDPX::AddItemFields(SDKPropertyMap& record, const std::u16string& itemPath,
                                 const std::vector<std::u16string>& files, const SDKFieldSet& fields,
                                 const XMPFieldSet&) {
-    SetExtraPath(record, fields, FindSidecars(itemPath, files, {kSidecarExtension}));
+    if (fields.count(kSDKExtraPathField))
+        SetExtraPath(record, fields, FindSidecars(itemPath, files, {kSidecarExtension}));
     if (std::none_of(kHeaderFields.begin(), kHeaderFields.end(),
                      [&](const char* field) { return fields.count(field) != 0; }))
         return;
@@ -90,19 +98,19 @@ void ProviderDPX::AddItemFields(SDKPropertyMap& record, const std::u16string& it
         return;
     const std::optional<FrameRate> rate = RateOf(*header);
     if (header->width > 0 && header->height > 0)
-        SetIfAbsent(record, fields, "videoFrameSize",
+        SetIfAbsent(record, fields, kFrameSizeField,
                     fmt::format("{} x {}", header->width, header->height));
     if (rate)
-        SetIfAbsent(record, fields, "videoFrameRate", FormatFrameRate(*rate));
+        SetIfAbsent(record, fields, kFrameRateField, FormatFrameRate(*rate));
     if (header->timecode)
-        SetIfAbsent(record, fields, "startTimecode", TimecodeText(*header->timecode, rate));
-    SetIfAbsent(record, fields, "CreateDate", header->creationTime);
-    SetIfAbsent(record, fields, "Model", header->inputDevice);
-    SetIfAbsent(record, fields, "SerialNumber", header->inputSerial);
-    if (rate && fields.count("duration") && !record.count("duration")) {
+        SetIfAbsent(record, fields, kStartTimecodeField, TimecodeText(*header->timecode, rate));
+    SetIfAbsent(record, fields, kCreateDateField, header->creationTime);
+    SetIfAbsent(record, fields, kModelField, header->inputDevice);
+    SetIfAbsent(record, fields, kSerialNumberField, header->inputSerial);
+    if (rate && fields.count(kDurationField) && !record.count(kDurationField)) {
         const auto range = CardFileNames::FindFrameRange(files, CardFileNames::LeafOf(itemPath));
         if (range)
-            SetIfAbsent(record, fields, "duration",
+            SetIfAbsent(record, fields, kDurationField,
                         FormatTimecode(range->last - range->first + 1, *rate));
     }
 }
