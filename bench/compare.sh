@@ -3,6 +3,7 @@
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
 #   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata] [cards]
+#       [sequences]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
@@ -11,7 +12,7 @@ TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
 # The card writer is built beside the tool, in the build tree's bench/tools.
 CARDS=${CARDS:-$(dirname "$(dirname "$(dirname "$TESSEL")")")/bench/tools/tessel_bench_cards}
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata cards)
+[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata cards sequences)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -255,6 +256,41 @@ cards() {
     row "tessel ls --fields all --json" "$t" "cat CONTENTS/CLIP/*.XML" "$v"
 }
 
+sequences() {
+    local dir="$work/sequences"
+    mkdir -p "$dir"
+    # A film scan of 100,000 DPX frames, empty files made as the listing suite makes its files.
+    (cd "$dir" && seq -f 'reel1_%07g.dpx' 0 99999 | xargs touch)
+
+    echo "== sequences: a DPX scan of 100,000 frames in one folder, output to /dev/null (medians of 5)"
+    local t v
+    v=$(median5 ls -1 "$dir")
+    # Every provider is asked about the folder: a ranking pass.
+    t=$(median5 "$TESSEL" providers "$dir")
+    row "tessel providers (a ranking pass)" "$t" "ls -1" "$v"
+    # The ranking, then the DPX provider's listing: one item, the first frame.
+    t=$(median5 "$TESSEL" ls "$dir")
+    row "tessel ls (ranking and listing)" "$t" "ls -1" "$v"
+    t=$(median5 "$TESSEL" ls "$dir" --fields Name,duration)
+    row "tessel ls, the clip's duration too" "$t" "ls -1" "$v"
+
+    # Neither command examines the frames one by one: each reads the folder (a ranking pass
+    # once for every provider, a listing once more) and stats no frame.
+    if have strace; then
+        local args
+        for args in providers ls; do
+            strace -f -c -e trace=getdents64,stat,lstat,fstat,newfstatat,statx -o "$work/strace.txt" \
+                "$TESSEL" "$args" "$dir" >/dev/null 2>&1 || true
+            awk -v command="$args" '
+                $NF == "getdents64" { reads = $4 } $NF == "total" { total = $4 }
+                END { printf "tessel %s: %d getdents64 calls, %d stat calls in all, for 100,000 frames\n",
+                      command, reads, total - reads }' "$work/strace.txt"
+        done
+    else
+        echo "compare: strace missing; system calls not counted"
+    fi
+}
+
 for suite in "${suites[@]}"; do
     case "$suite" in
         startup) startup ;;
@@ -262,6 +298,7 @@ for suite in "${suites[@]}"; do
         listing) listing ;;
         metadata) metadata ;;
         cards) cards ;;
-        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata, cards)" >&2; exit 2 ;;
+        sequences) sequences ;;
+        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata, cards, sequences)" >&2; exit 2 ;;
     esac
 done

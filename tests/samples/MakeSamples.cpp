@@ -8,7 +8,9 @@
 
 #include "fixtures/CanonCards.h"
 #include "fixtures/FixtureFiles.h"
+#include "fixtures/FrameSequences.h"
 #include "fixtures/P2Card.h"
+#include "fixtures/REDCard.h"
 #include "fixtures/SonyCards.h"
 #include "fixtures/SonyHDVCard.h"
 #include "fixtures/XDCAMDisc.h"
@@ -69,6 +71,16 @@ int main(int argc, char** argv) {
                          {{"AA0001", "CLIPS001", 1, 2, "01:00:00:00", "Interview"},
                           {"AA0002", "CLIPS001", 1, 1, "01:10:00:00", "Harbour", true}});
         WriteCanonXFHEVCCard(root / "Canon XF-HEVC Card");
+        // A film scan of three frames, one dropped, and clips of cameras that record a file
+        // per frame: each folder is one item.
+        WriteFrames(root / "DPX Scan", {"reel1_", ".dpx", 86400, 4, 7, {86402}},
+                    DPXHeaderBytes({}));
+        WriteCameraClip(root / "Frame Clips", FrameCamera::CinemaDNG, "A001_08051203_C001", 3);
+        WriteCameraClip(root / "Frame Clips", FrameCamera::ARRIRAW, "A001C001_140101_R1AB", 3);
+        WriteCameraClip(root / "Frame Clips", FrameCamera::CanonRAW, "AA0001_C001", 3);
+        // A RED reel: a clip recorded in two segments, and a short one.
+        WriteREDReel(root / "RED Card", "A001_0101AB",
+                     {{"A001_C001_0101AB", 2}, {"A001_C002_0101AB", 1}});
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessel_make_samples: %s\n", e.what());
         return 1;

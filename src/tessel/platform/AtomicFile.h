@@ -24,6 +24,12 @@ enum class ReadFileStatus {
 TESSEL_API ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out,
                                         std::string& error, std::uint64_t maxBytes = UINT64_MAX);
 
+// Reads the first BYTES of PATH into OUT (all of it when it is shorter), for formats whose
+// header is all a caller needs of a large file. Like ReadWholeFile, only a regular file is
+// read: a FIFO or device is refused without blocking.
+TESSEL_API ReadFileStatus ReadFileHead(const NativeString& path, std::string& out,
+                                       std::string& error, std::size_t bytes);
+
 // Replaces PATH with CONTENT so that a crash at any moment leaves either the old file or the
 // new one, complete: CONTENT goes to a uniquely named temporary file in the same folder
 // (PATH + ".tmp-" + something unique), is flushed to the disk, and is renamed over PATH;

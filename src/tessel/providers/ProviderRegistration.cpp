@@ -7,9 +7,14 @@
 
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/providers/cards/ProviderARRIRAW.h>
+#include <tessel/providers/cards/ProviderCanonRAW.h>
 #include <tessel/providers/cards/ProviderCanonXF.h>
 #include <tessel/providers/cards/ProviderCanonXFHEVC.h>
+#include <tessel/providers/cards/ProviderCinemaDNG.h>
+#include <tessel/providers/cards/ProviderDPX.h>
 #include <tessel/providers/cards/ProviderP2.h>
+#include <tessel/providers/cards/ProviderRED.h>
 #include <tessel/providers/cards/ProviderSonyHDV.h>
 #include <tessel/providers/cards/ProviderXAVC.h>
 #include <tessel/providers/cards/ProviderXDCAM.h>
@@ -66,7 +71,12 @@ const ProviderRow kProviderTable[] = {
     {"ProviderXDCAMEX", Make<ProviderXDCAMEX>, nullptr},
     {"ProviderP2", Make<ProviderP2>, nullptr},
     {"ProviderSonyHDV", Make<ProviderSonyHDV>, nullptr},
-    // Then the project files, RED and the frame sequences.
+    // ProviderPelproProject, ProviderMWProject and ProviderBin come here, before RED.
+    {"ProviderRED", Make<ProviderRED>, nullptr},
+    {"ProviderARRIRAW", Make<ProviderARRIRAW>, nullptr},
+    {"ProviderCanonRAW", Make<ProviderCanonRAW>, nullptr},
+    {"ProviderCinemaDNG", Make<ProviderCinemaDNG>, nullptr},
+    {"ProviderDPX", Make<ProviderDPX>, nullptr},
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/platform/ModulePath.h>
+#include <tessel/thumbnails/RenderThumbnail.h>
 
 namespace Tessel {
 
@@ -62,6 +63,17 @@ std::string GetResourcesFolder() {
         return ToUtf8(build);
 #endif
     return {};
+}
+
+PelPixHandle RenderResourcePicture(std::string_view fileName, std::uint32_t width,
+                                   std::uint32_t height) {
+    const std::string folder = GetResourcesFolder();
+    if (folder.empty())
+        return nullptr;
+    const std::string picture = Path::Join(Path::Join(folder, "PNG"), fileName);
+    if (!Path::FileExists(std::string_view(picture)))
+        return nullptr;
+    return RenderThumbnail(picture, width, height);
 }
 
 }  // namespace Tessel

@@ -3,8 +3,11 @@
 // as image resources; the folder serves code and hosts that load artwork by path.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
+#include <tessel/media/PelPix.h>
 #include <tessel/platform/Export.h>
 
 namespace Tessel {
@@ -20,5 +23,11 @@ inline constexpr const char* kSettingResourcesFolder = "Tessel.ResourcesFolder";
 // The first two are taken as given; the last two only when they hold a "PNG" folder.
 // Empty when none applies.
 TESSEL_API std::string GetResourcesFolder();
+
+// A provider's picture: the file FILE_NAME of the resources folder's "PNG" folder drawn by
+// RenderThumbnail into a new WIDTH x HEIGHT buffer (owned by the caller); null when there is
+// no resources folder or no such file.
+TESSEL_API PelPixHandle RenderResourcePicture(std::string_view fileName, std::uint32_t width,
+                                              std::uint32_t height);
 
 }  // namespace Tessel

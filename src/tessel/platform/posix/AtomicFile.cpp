@@ -160,6 +160,54 @@ ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::st
     return ReadFileStatus::Ok;
 }
 
+ReadFileStatus ReadFileHead(const NativeString& path, std::string& out, std::string& error,
+                            std::size_t bytes) {
+    out.clear();
+    // As ReadWholeFile: only a regular file, opened without blocking.
+    struct stat before;
+    if (::stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode)) {
+        error = S_ISDIR(before.st_mode) ? "it is a folder" : "it is not a regular file";
+        return ReadFileStatus::Failed;
+    }
+    int fd;
+    do {
+        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) {
+        if (errno == ENOENT)
+            return ReadFileStatus::Missing;
+        error = ErrorText(errno);
+        return ReadFileStatus::Failed;
+    }
+    FileDescriptor file(fd);
+    struct stat info;
+    if (::fstat(fd, &info) != 0) {
+        error = ErrorText(errno);
+        return ReadFileStatus::Failed;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        error = S_ISDIR(info.st_mode) ? "it is a folder" : "it is not a regular file";
+        return ReadFileStatus::Failed;
+    }
+    out.resize(bytes);
+    std::size_t filled = 0;
+    while (filled < bytes) {
+        const ssize_t count = ::read(fd, out.data() + filled, bytes - filled);
+        if (count == 0)
+            break;
+        if (count < 0) {
+            if (errno == EINTR)
+                continue;
+            error = ErrorText(errno);
+            out.clear();
+            return ReadFileStatus::Failed;
+        }
+        filled += static_cast<std::size_t>(count);
+    }
+    out.resize(filled);
+    return ReadFileStatus::Ok;
+}
+
 NativeString AtomicTemporaryPrefix(const NativeString& path) {
     std::string folder, leaf;
     SplitPath(path, folder, leaf);

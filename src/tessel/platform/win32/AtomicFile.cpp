@@ -13,6 +13,7 @@
 
 #include "Win32Status.h"
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 
@@ -128,6 +129,41 @@ ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::st
             break;
         out.append(buffer, count);
     }
+    return ReadFileStatus::Ok;
+}
+
+ReadFileStatus ReadFileHead(const NativeString& path, std::string& out, std::string& error,
+                            std::size_t bytes) {
+    out.clear();
+    Handle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file.get() == INVALID_HANDLE_VALUE) {
+        const DWORD code = GetLastError();
+        if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND)
+            return ReadFileStatus::Missing;
+        error = ErrorText(code);
+        return ReadFileStatus::Failed;
+    }
+    // Only a file on a disk: a pipe or a device could keep the read waiting.
+    if (GetFileType(file.get()) != FILE_TYPE_DISK) {
+        error = "it is not a regular file";
+        return ReadFileStatus::Failed;
+    }
+    out.resize(bytes);
+    std::size_t filled = 0;
+    while (filled < bytes) {
+        const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(bytes - filled, 1u << 20));
+        DWORD count = 0;
+        if (!ReadFile(file.get(), out.data() + filled, wanted, &count, nullptr)) {
+            error = ErrorText(GetLastError());
+            out.clear();
+            return ReadFileStatus::Failed;
+        }
+        if (count == 0)
+            break;
+        filled += count;
+    }
+    out.resize(filled);
     return ReadFileStatus::Ok;
 }
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 
 #include <tessel/foundation/Unicode.h>
 #include <tessel/metadata/XMPFields.h>
@@ -32,6 +33,19 @@ std::map<std::u16string, std::u16string> FieldLabelList() {
     std::map<std::u16string, std::u16string> labels;
     for (std::size_t bit : kLabelledFields)
         labels.emplace(Utf8ToUtf16(kXMPCrossReference[bit].name), GetXMPFieldTitle(bit));
+    return labels;
+}
+
+SDKFieldSet FieldListWithRelatedFiles() {
+    SDKFieldSet fields = FieldList();
+    fields.insert(kSDKExtraPathField);
+    return fields;
+}
+
+std::map<std::u16string, std::u16string> FieldLabelListWithRelatedFiles() {
+    std::map<std::u16string, std::u16string> labels = FieldLabelList();
+    if (const std::optional<std::size_t> bit = FindXMPField(kSDKExtraPathField))
+        labels.emplace(Utf8ToUtf16(kSDKExtraPathField), GetXMPFieldTitle(*bit));
     return labels;
 }
 

@@ -16,4 +16,9 @@ SDKFieldSet FieldList();
 std::vector<std::string> DefaultFieldList();
 std::map<std::u16string, std::u16string> FieldLabelList();
 
+// The same with "ExtraPath", for providers that add an item's related files only when they are
+// asked for (a clip of a hundred thousand frames lists them all), so that they can be.
+SDKFieldSet FieldListWithRelatedFiles();
+std::map<std::u16string, std::u16string> FieldLabelListWithRelatedFiles();
+
 }  // namespace Tessel::CardFieldLists

@@ -14,6 +14,7 @@
 #include <tessel/metadata/XMPValues.h>
 #include <tessel/platform/FileSystem.h>
 #include <tessel/providers/cards/CardFieldLists.h>
+#include <tessel/providers/cards/CardFileNames.h>
 #include <tessel/providers/cards/CardPathUtils.h>
 #include <tessel/providers/cards/SonyClipMetadata.h>
 #include <tessel/providers/cards/XMLUtils.h>
@@ -115,6 +116,27 @@ std::vector<std::u16string> InWalkOrder(const std::vector<std::u16string>& files
     return entries;
 }
 
+// True when FILES and FOLDERS hold every name TABLE requires, which WalkLayout needs to
+// succeed: a folder without them (a folder of a hundred thousand frames) is refused before
+// its entries are put in walk order. Leaves are compared in place.
+template <std::size_t N>
+bool HasRequiredNames(const std::vector<std::u16string>& files,
+                      const std::vector<Directory>& folders,
+                      const std::array<LayoutName, N>& table) {
+    unsigned mask = 0;
+    const auto note = [&](std::u16string_view leaf) {
+        for (const LayoutName& row : table) {
+            if (row.bit != kTolerated && row.name == leaf)
+                mask |= 1u << row.bit;
+        }
+    };
+    for (const std::u16string& file : files)
+        note(CardFileNames::LeafOf(file));
+    for (const Directory& folder : folders)
+        note(CardFileNames::LeafOf(folder.GetFullPath()));
+    return mask == kAllRequiredNames;
+}
+
 // Walks ENTRIES against a layout's table. An entry outside the table raises EXTRA; the walk
 // ends at the first such entry met once every required name has been seen.
 template <std::size_t N>
@@ -148,7 +170,8 @@ std::optional<std::u16string> FindPROAV(const std::vector<std::u16string>& files
             return folder.GetFullPath();
     }
     for (const std::u16string& file : files) {
-        if (Upper(Leaf(file)) == wanted)
+        // Upper-casing keeps the length: most names are ruled out without a copy.
+        if (CardFileNames::LeafOf(file).size() == wanted.size() && Upper(Leaf(file)) == wanted)
             return file;
     }
     return std::nullopt;
@@ -449,9 +472,13 @@ bool ProviderXDCAM::DiscTest(DirectoryContents& contents, bool& extraContents,
     const std::vector<Directory>& folders = contents.GetDirectoryList(abort);
     if (const std::optional<std::u16string> proav = FindPROAV(files, folders)) {
         const FolderEntries entries = ReadFolder(*proav, abort);
+        if (!HasRequiredNames(entries.files, entries.folders, kPROAVLayout))
+            return false;
         return WalkLayout(InWalkOrder(entries.files, entries.folders), kFewestPROAVEntries,
                           kPROAVLayout, extraContents);
     }
+    if (!HasRequiredNames(files, folders, kRootLayout))
+        return false;
     return WalkLayout(InWalkOrder(files, folders), kFewestRootEntries, kRootLayout, extraContents);
 }
 
