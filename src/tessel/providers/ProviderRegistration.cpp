@@ -7,6 +7,7 @@
 
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
+#include <tessel/providers/cards/ProviderAVCHD.h>
 #include <tessel/providers/cards/ProviderP2.h>
 #include <tessel/providers/cards/ProviderSonyHDV.h>
 #include <tessel/providers/cards/ProviderXDCAM.h>
@@ -53,7 +54,7 @@ const ProviderRow kProviderTable[] = {
     {"WinProviderVolume", Make<WinProviderVolume>, nullptr},
     {"WinProviderNetworkVolume", Make<WinProviderNetworkVolume>, nullptr},
     {"ProviderFavorites", Make<ProviderFavorites>, nullptr},
-    // ProviderAVCHD comes here.
+    {"ProviderAVCHD", Make<ProviderAVCHD>, nullptr},
     {"ProviderCloudSync", Make<ProviderCloudSync>, nullptr},
     // ProviderCanonXF and ProviderCanonXFHEVC come here.
     {"ProviderXDCAM", Make<ProviderXDCAM>, nullptr},
