@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "fixtures/AVCHDCard.h"
 #include "fixtures/FixtureFiles.h"
 #include "fixtures/P2Card.h"
 #include "fixtures/SonyHDVCard.h"
@@ -54,6 +55,20 @@ int main(int argc, char** argv) {
         broll.stem = "07_0002_2008-05-17_160512";
         broll.extension = "AVI";
         WriteSonyHDVCard(root / "HDV Card", {{interview, broll}});
+        // An AVCHD camcorder's card: a long take the camera split in two files, then a short
+        // one with its own name: two items in the browser.
+        AVCHDClip take;
+        take.markName = "Pier";
+        AVCHDClip rest = take;
+        rest.number = 1;
+        rest.continuesShot = true;
+        AVCHDClip gulls;
+        gulls.number = 2;
+        gulls.seconds = 4;
+        gulls.recorded = "20150704184512";
+        gulls.timecode = "01002000";
+        gulls.markName = "Gulls";
+        WriteAVCHDCard(root / "AVCHD Card", {{take, rest, gulls}});
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessel_make_samples: %s\n", e.what());
         return 1;
