@@ -2,14 +2,14 @@
 # Times tessel's whole commands side by side with the tools a user would otherwise reach
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
-#   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata]
+#   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata] [avchd]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
 [ -x "$TESSEL" ] || { echo "compare: no tessel at $TESSEL (build it first)" >&2; exit 1; }
 TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata)
+[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata avchd)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -238,12 +238,37 @@ XMP
     row "tessel ls, Name and the metadata columns" "$t" "tessel ls --fields Name" "$names"
 }
 
+avchd() {
+    # The card is written by the card fixtures' writer, built with the release tree beside the
+    # tool (build/release/bench/tools).
+    local maker=${TESSEL_MAKE_AVCHD_CARD:-$(dirname "$TESSEL")/../../bench/tools/tessel_make_avchd_card}
+    [ -x "$maker" ] || { echo "compare: avchd needs $maker (build the release tree)" >&2; return 1; }
+    local card="$work/avchd"
+    "$maker" "$card" 500 10
+    local private="$card/PRIVATE" bdmv="$card/PRIVATE/AVCHD/BDMV"
+
+    echo "== avchd: a card of 500 clips in 50 playlists (250 shots), output to /dev/null (medians of 5)"
+    local t v
+    # Ranking reads the card's fixed names and its STREAM folder; cat reads the playlists.
+    v=$(median5 cat "$bdmv"/PLAYLIST/*.MPL)
+    t=$(median5 "$TESSEL" providers "$private")
+    row "tessel providers (a ranking pass)" "$t" "cat of the 50 playlists" "$v"
+    # The listing reads every playlist and each shot's clip information (default columns:
+    # shot date, make, model, start timecode).
+    v=$(median5 cat "$bdmv"/PLAYLIST/*.MPL "$bdmv"/CLIPINF/*.CPI)
+    t=$(median5 "$TESSEL" ls "$private")
+    row "tessel ls (250 shots, default columns)" "$t" "cat of the playlists and CLIPINF" "$v"
+    t=$(median5 "$TESSEL" ls "$private" --fields Name,Path)
+    row "tessel ls --fields Name,Path" "$t" "cat of the playlists and CLIPINF" "$v"
+}
+
 for suite in "${suites[@]}"; do
     case "$suite" in
         startup) startup ;;
         thumbnails) thumbnails ;;
         listing) listing ;;
         metadata) metadata ;;
-        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata)" >&2; exit 2 ;;
+        avchd) avchd ;;
+        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata, avchd)" >&2; exit 2 ;;
     esac
 done
