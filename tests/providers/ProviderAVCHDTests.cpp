@@ -54,8 +54,11 @@ using Change = std::function<void(const fs::path&)>;
 Change Write(const char* name) {
     return [name](const fs::path& card) { F::WriteFile(card / name, "x"); };
 }
+// Through another name: Windows (and Wine) keep a name whose letter case alone changes.
 Change Rename(const char* from, const char* to) {
-    return [=](const fs::path& card) { fs::rename(card / from, card / to); };
+    return [=](const fs::path& card) {
+        fs::rename(card / from, card / "renamed"), fs::rename(card / "renamed", card / to);
+    };
 }
 
 TEST(ProviderAVCHD, ClaimsTheLayoutByItsRules) {
