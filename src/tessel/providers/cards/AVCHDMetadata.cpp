@@ -191,8 +191,11 @@ void ReadPanasonicBlocks(const Bytes& data, AVCHDClipInfo* clip, std::vector<AVC
         if (tag == 0xE0 || tag == 0xE2) {
             const Bytes block = data.Window(at + 4, data.U16(at + 2));
             if (tag == 0xE2 && clip && block.Has(0, 32)) {
+                // In upper case, as cameras show a global clip ID.
                 clip->globalClipID =
                     BytesToHex(std::string(reinterpret_cast<const char*>(block.Span().data()), 32));
+                for (char& c : clip->globalClipID)
+                    c = c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c;
                 clip->startTimecode = TimecodeAt(block, 32);
             }
             at += 4 + std::uint64_t{data.U16(at + 2)};
