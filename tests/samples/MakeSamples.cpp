@@ -56,19 +56,11 @@ int main(int argc, char** argv) {
         broll.extension = "AVI";
         WriteSonyHDVCard(root / "HDV Card", {{interview, broll}});
         // An AVCHD camcorder's card: a long take the camera split in two files, then a short
-        // one with its own name: two items in the browser.
-        AVCHDClip take;
-        take.markName = "Pier";
-        AVCHDClip rest = take;
-        rest.number = 1;
-        rest.continuesShot = true;
-        AVCHDClip gulls;
-        gulls.number = 2;
-        gulls.seconds = 4;
-        gulls.recorded = "20150704184512";
-        gulls.timecode = "01002000";
-        gulls.markName = "Gulls";
-        WriteAVCHDCard(root / "AVCHD Card", {{take, rest, gulls}});
+        // one, each named by its mark: two items in the browser.
+        WriteAVCHDCard(root / "AVCHD Card",
+                       {{{0, false, "MTS", "", 10, "20150704183000", "01000000", "Pier"},
+                         {1, true},
+                         {2, false, "MTS", "", 4, "20150704184512", "01002000", "Gulls"}}});
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessel_make_samples: %s\n", e.what());
         return 1;
