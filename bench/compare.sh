@@ -3,7 +3,7 @@
 # for, in one run on the same files, and prints each ratio (other tool's time / tessel's).
 # A ratio above 1 means tessel is faster. Fixtures are made in a temporary folder.
 #   TESSEL=path/to/tessel bench/compare.sh [startup] [thumbnails] [listing] [metadata] [cards]
-#       [sequences]
+#       [sequences] [avchd]
 set -euo pipefail
 
 TESSEL=${TESSEL:-build/release/apps/tessel/tessel}
@@ -12,7 +12,7 @@ TESSEL=$(cd "$(dirname "$TESSEL")" && pwd)/$(basename "$TESSEL")
 # The card writer is built beside the tool, in the build tree's bench/tools.
 CARDS=${CARDS:-$(dirname "$(dirname "$(dirname "$TESSEL")")")/bench/tools/tessel_bench_cards}
 suites=("$@")
-[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata cards sequences)
+[ ${#suites[@]} -gt 0 ] || suites=(startup thumbnails listing metadata cards sequences avchd)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-compare.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -291,6 +291,27 @@ sequences() {
     fi
 }
 
+avchd() {
+    [ -x "$CARDS" ] || { echo "compare: avchd needs $CARDS (build the benchmarks)" >&2; return 1; }
+    local card="$work/avchd"
+    "$CARDS" avchd "$card" 500 10
+    local private="$card/PRIVATE" bdmv="$card/PRIVATE/AVCHD/BDMV"
+
+    echo "== avchd: a card of 500 clips in 50 playlists (250 shots), output to /dev/null (medians of 5)"
+    local t v
+    # Ranking reads the card's fixed names and its STREAM folder; cat reads the playlists.
+    v=$(median5 cat "$bdmv"/PLAYLIST/*.MPL)
+    t=$(median5 "$TESSEL" providers "$private")
+    row "tessel providers (a ranking pass)" "$t" "cat of the 50 playlists" "$v"
+    # The listing reads every playlist and each shot's clip information (default columns:
+    # shot date, make, model, start timecode).
+    v=$(median5 cat "$bdmv"/PLAYLIST/*.MPL "$bdmv"/CLIPINF/*.CPI)
+    t=$(median5 "$TESSEL" ls "$private")
+    row "tessel ls (250 shots, default columns)" "$t" "cat of the playlists and CLIPINF" "$v"
+    t=$(median5 "$TESSEL" ls "$private" --fields Name,Path)
+    row "tessel ls --fields Name,Path" "$t" "cat of the playlists and CLIPINF" "$v"
+}
+
 for suite in "${suites[@]}"; do
     case "$suite" in
         startup) startup ;;
@@ -299,6 +320,7 @@ for suite in "${suites[@]}"; do
         metadata) metadata ;;
         cards) cards ;;
         sequences) sequences ;;
-        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata, cards, sequences)" >&2; exit 2 ;;
+        avchd) avchd ;;
+        *) echo "compare: unknown suite '$suite' (known: startup, thumbnails, listing, metadata, cards, sequences, avchd)" >&2; exit 2 ;;
     esac
 done

@@ -277,12 +277,12 @@ Strings RegisteredClassNames(bool xavc) {
 }
 
 TEST(CardClipProviders, RegistrationOrderWithTheXAVCFeatureOffAndOn) {
-    const Strings off{"WinProviderDirectory", "WinProviderVolume", "WinProviderNetworkVolume",
-                      "ProviderFavorites",    "ProviderCloudSync", "ProviderCanonXF",
-                      "ProviderCanonXFHEVC",  "ProviderXDCAM",     "ProviderXDCAMEX",
-                      "ProviderP2",           "ProviderSonyHDV",   "ProviderRED",
-                      "ProviderARRIRAW",      "ProviderCanonRAW",  "ProviderCinemaDNG",
-                      "ProviderDPX"};
+    const Strings off{"WinProviderDirectory", "WinProviderVolume",   "WinProviderNetworkVolume",
+                      "ProviderFavorites",    "ProviderAVCHD",       "ProviderCloudSync",
+                      "ProviderCanonXF",      "ProviderCanonXFHEVC", "ProviderXDCAM",
+                      "ProviderXDCAMEX",      "ProviderP2",          "ProviderSonyHDV",
+                      "ProviderRED",          "ProviderARRIRAW",     "ProviderCanonRAW",
+                      "ProviderCinemaDNG",    "ProviderDPX"};
     Strings on = off;
     on.insert(std::find(on.begin(), on.end(), "ProviderXDCAMEX"), "ProviderXAVC");
     EXPECT_EQ(RegisteredClassNames(false), off);

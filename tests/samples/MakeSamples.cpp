@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "fixtures/AVCHDCard.h"
 #include "fixtures/CanonCards.h"
 #include "fixtures/FixtureFiles.h"
 #include "fixtures/FrameSequences.h"
@@ -81,6 +82,12 @@ int main(int argc, char** argv) {
         // A RED reel: a clip recorded in two segments, and a short one.
         WriteREDReel(root / "RED Card", "A001_0101AB",
                      {{"A001_C001_0101AB", 2}, {"A001_C002_0101AB", 1}});
+        // An AVCHD camcorder's card: a long take the camera split in two files, then a short
+        // one, each named by its mark: two items in the browser.
+        WriteAVCHDCard(root / "AVCHD Card",
+                       {{{0, false, "MTS", "", 10, "20150704183000", "01000000", "Pier"},
+                         {1, true},
+                         {2, false, "MTS", "", 4, "20150704184512", "01002000", "Gulls"}}});
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessel_make_samples: %s\n", e.what());
         return 1;

@@ -8,6 +8,7 @@
 #include <tessel/foundation/Settings.h>
 #include <tessel/framework/ProviderHost.h>
 #include <tessel/providers/cards/ProviderARRIRAW.h>
+#include <tessel/providers/cards/ProviderAVCHD.h>
 #include <tessel/providers/cards/ProviderCanonRAW.h>
 #include <tessel/providers/cards/ProviderCanonXF.h>
 #include <tessel/providers/cards/ProviderCanonXFHEVC.h>
@@ -62,7 +63,7 @@ const ProviderRow kProviderTable[] = {
     {"WinProviderVolume", Make<WinProviderVolume>, nullptr},
     {"WinProviderNetworkVolume", Make<WinProviderNetworkVolume>, nullptr},
     {"ProviderFavorites", Make<ProviderFavorites>, nullptr},
-    // ProviderAVCHD comes here.
+    {"ProviderAVCHD", Make<ProviderAVCHD>, nullptr},
     {"ProviderCloudSync", Make<ProviderCloudSync>, nullptr},
     {"ProviderCanonXF", Make<ProviderCanonXF>, nullptr},
     {"ProviderCanonXFHEVC", Make<ProviderCanonXFHEVC>, nullptr},

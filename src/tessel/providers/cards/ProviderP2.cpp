@@ -35,7 +35,7 @@ namespace {
 
 namespace X = XMLUtils;
 
-constexpr const char* kTraceCategory = "ProviderP2";
+const std::string_view kTraceCategory = Trace::DeclareCategory("ProviderP2");
 constexpr int kCleanCardScore = 100;
 constexpr int kCardWithExtraContentsScore = 40;
 
