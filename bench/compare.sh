@@ -230,14 +230,14 @@ metadata() {
 XMP
     done
 
-    echo "== metadata: 1,000 MXF clips with XMP sidecars (2,000 files), JSON to /dev/null"
+    echo "== metadata: 1,000 MXF clips with XMP sidecars (2,000 files), JSON to /dev/null (tessel: medians of 5)"
     local t v names
-    t=$(seconds "$TESSEL" ls "$dir" --fields all --json)
-    v=$(seconds exiftool -json -XMP:all "$dir")
+    t=$(median5 "$TESSEL" ls "$dir" --fields all --json)
+    v=$(seconds exiftool -json -XMP:all "$dir")  # seconds per run: once is enough
     row "tessel ls --fields all --json" "$t" "exiftool -json -XMP:all" "$v"
     # What the six metadata columns cost on their own, beside the listing without them.
-    names=$(seconds "$TESSEL" ls "$dir" --fields Name --json)
-    t=$(seconds "$TESSEL" ls "$dir" --fields Name,27,28,29,30,31,32 --json)
+    names=$(median5 "$TESSEL" ls "$dir" --fields Name --json)
+    t=$(median5 "$TESSEL" ls "$dir" --fields Name,27,28,29,30,31,32 --json)
     row "tessel ls, Name and the metadata columns" "$t" "tessel ls --fields Name" "$names"
 }
 

@@ -19,8 +19,12 @@
 // (Name, Path, ExtraPath) never are. Nothing is read when no XMP field is asked for, nothing
 // throws, and unreadable or malformed input gives an empty map.
 //
-// Safe to call from any thread: exempi is set up once, and its calls are serialised, since its
-// file handlers share state.
+// Safe to call from any thread: exempi is set up once, and its calls are serialised by one
+// lock. exempi 2.6 promises no thread safety for its file calls (its handlers are the XMP
+// Toolkit's, registered process-wide, and a failure is reported through one error slot), and
+// each call runs inside a capture of the process's standard error (StandardErrorCapture),
+// which only one thread can hold. So XMP reads of a listing do not run in parallel; a listing
+// opens a file only when it may hold XMP (a sidecar exists, or a handler knows its type).
 #pragma once
 
 #include <optional>
