@@ -1,24 +1,17 @@
 // Feeds arbitrary bytes to the Canon clip reader as a clip's XML file and, when they parse, fills
 // a record with every field the listing shows from it (timecode, duration at the clip's rate,
 // dates). Besides memory and UB faults it checks that a refused file leaves the record empty.
-// Xerces is set up as a host does it, through ProviderHost::Initialize, with none of the
-// library's providers.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
-#include <tessel/foundation/AnyRegular.h>
-#include <tessel/foundation/MainThread.h>
-#include <tessel/foundation/Settings.h>
-#include <tessel/framework/ProviderHost.h>
 #include <tessel/metadata/XMPFields.h>
 #include <tessel/providers/cards/ProviderCanonXF.h>
 
+#include "FuzzHost.h"
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    Tessel::MainThread::SetCurrent();
-    Tessel::Settings::Set(Tessel::kSettingRegisterBuiltInProviders, Tessel::any_regular_t(false));
-    Tessel::ProviderHost::Initialize();
-    return 0;
+    return Tessel::Fuzz::StartHostWithoutProviders();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -6,17 +6,12 @@
 #include <cstdlib>
 #include <string>
 
-#include <tessel/foundation/AnyRegular.h>
-#include <tessel/foundation/MainThread.h>
-#include <tessel/foundation/Settings.h>
-#include <tessel/framework/ProviderHost.h>
 #include <tessel/providers/cards/SonyMediaProfile.h>
 
+#include "FuzzHost.h"
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    Tessel::MainThread::SetCurrent();
-    Tessel::Settings::Set(Tessel::kSettingRegisterBuiltInProviders, Tessel::any_regular_t(false));
-    Tessel::ProviderHost::Initialize();
-    return 0;
+    return Tessel::Fuzz::StartHostWithoutProviders();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <random>
+#include <utility>
 
 namespace Tessel::Platform {
 
@@ -42,6 +43,7 @@ public:
     }
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
+    FileDescriptor(FileDescriptor&& other) noexcept : mFd(std::exchange(other.mFd, -1)) {}
     int get() const { return mFd; }
     // Closes now and reports the result: on some file systems (NFS) close is where a
     // failed write shows up.
@@ -94,49 +96,63 @@ std::string UniqueSuffix() {
 
 }  // namespace
 
-ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error,
-                             std::uint64_t maxBytes) {
-    out.clear();
-    // Devices and FIFOs are refused before they are opened; opening is also non-blocking
-    // in case the entry is swapped for a FIFO in between.
+namespace {
+
+// Opens PATH for reading if it is a regular file, never blocking: devices and FIFOs are
+// refused before they are opened, and the open is non-blocking in case the entry is swapped
+// for a FIFO in between (which has no effect on regular files). SIZE receives the file's size.
+// Otherwise the descriptor is closed, STATUS says Missing or Failed and ERROR why.
+FileDescriptor OpenRegularFile(const NativeString& path, std::uint64_t& size,
+                               ReadFileStatus& status, std::string& error) {
+    status = ReadFileStatus::Failed;
     struct stat before;
-    if (::stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode) &&
-        !S_ISDIR(before.st_mode)) {
-        error = "it is not a regular file";
-        return ReadFileStatus::Failed;
+    if (::stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode)) {
+        error = S_ISDIR(before.st_mode) ? "it is a folder" : "it is not a regular file";
+        return FileDescriptor(-1);
     }
     int fd;
     do {
-        // Non-blocking, so that a FIFO put where a file was expected cannot hang the caller;
-        // it has no effect on regular files.
         fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
         if (errno == ENOENT)
-            return ReadFileStatus::Missing;
-        error = ErrorText(errno);
-        return ReadFileStatus::Failed;
+            status = ReadFileStatus::Missing;
+        else
+            error = ErrorText(errno);
+        return FileDescriptor(-1);
     }
     FileDescriptor file(fd);
     struct stat info;
     if (::fstat(fd, &info) != 0) {
         error = ErrorText(errno);
-        return ReadFileStatus::Failed;
-    }
-    if (S_ISDIR(info.st_mode)) {
-        error = "it is a folder";
-        return ReadFileStatus::Failed;
+        return FileDescriptor(-1);
     }
     if (!S_ISREG(info.st_mode)) {
-        error = "it is not a regular file";
-        return ReadFileStatus::Failed;
+        error = S_ISDIR(info.st_mode) ? "it is a folder" : "it is not a regular file";
+        return FileDescriptor(-1);
     }
+    size = static_cast<std::uint64_t>(info.st_size);
+    status = ReadFileStatus::Ok;
+    return file;
+}
+
+}  // namespace
+
+ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::string& error,
+                             std::uint64_t maxBytes) {
+    out.clear();
+    std::uint64_t size = 0;
+    ReadFileStatus status;
+    const FileDescriptor file = OpenRegularFile(path, size, status, error);
+    if (status != ReadFileStatus::Ok)
+        return status;
+    const int fd = file.get();
     const std::string tooLarge = "it is larger than " + std::to_string(maxBytes) + " bytes";
-    if (static_cast<std::uint64_t>(info.st_size) > maxBytes) {
+    if (size > maxBytes) {
         error = tooLarge;
         return ReadFileStatus::Failed;
     }
-    out.reserve(static_cast<std::size_t>(info.st_size));
+    out.reserve(static_cast<std::size_t>(size));
     char buffer[65536];
     for (;;) {
         // A file that grows while it is read is held to the limit too.
@@ -163,32 +179,12 @@ ReadFileStatus ReadWholeFile(const NativeString& path, std::string& out, std::st
 ReadFileStatus ReadFileHead(const NativeString& path, std::string& out, std::string& error,
                             std::size_t bytes) {
     out.clear();
-    // As ReadWholeFile: only a regular file, opened without blocking.
-    struct stat before;
-    if (::stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode)) {
-        error = S_ISDIR(before.st_mode) ? "it is a folder" : "it is not a regular file";
-        return ReadFileStatus::Failed;
-    }
-    int fd;
-    do {
-        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    } while (fd < 0 && errno == EINTR);
-    if (fd < 0) {
-        if (errno == ENOENT)
-            return ReadFileStatus::Missing;
-        error = ErrorText(errno);
-        return ReadFileStatus::Failed;
-    }
-    FileDescriptor file(fd);
-    struct stat info;
-    if (::fstat(fd, &info) != 0) {
-        error = ErrorText(errno);
-        return ReadFileStatus::Failed;
-    }
-    if (!S_ISREG(info.st_mode)) {
-        error = S_ISDIR(info.st_mode) ? "it is a folder" : "it is not a regular file";
-        return ReadFileStatus::Failed;
-    }
+    std::uint64_t size = 0;
+    ReadFileStatus status;
+    const FileDescriptor file = OpenRegularFile(path, size, status, error);
+    if (status != ReadFileStatus::Ok)
+        return status;
+    const int fd = file.get();
     out.resize(bytes);
     std::size_t filled = 0;
     while (filled < bytes) {

@@ -186,13 +186,8 @@ SDKContentMap CardClipProvider::GetContent(const std::string& path, const any_re
         FillClipValues(record, fields, clip);
     }
     for (const Entry& entry : listing.others) {
-        SDKPropertyMap& record = content[Utf16ToUtf8(entry.path)];
-        if (fields.count(kSDKNameField))
-            record[kSDKNameField] = Path::LeafDisplayString(entry.path);
-        if (fields.count(kSDKPathField))
-            record[kSDKPathField] = entry.path;
-        if (entry.folder)
-            record[kSDKDirectoryFlagField] = true;
+        CardFieldLists::FillEntryRecord(content[Utf16ToUtf8(entry.path)], entry.path, entry.folder,
+                                        fields);
     }
     return aborted() ? SDKContentMap() : content;
 }

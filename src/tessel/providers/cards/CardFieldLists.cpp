@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 
+#include <tessel/foundation/Path.h>
 #include <tessel/foundation/Unicode.h>
 #include <tessel/metadata/XMPFields.h>
 
@@ -47,6 +48,16 @@ std::map<std::u16string, std::u16string> FieldLabelListWithRelatedFiles() {
     if (const std::optional<std::size_t> bit = FindXMPField(kSDKExtraPathField))
         labels.emplace(Utf8ToUtf16(kSDKExtraPathField), GetXMPFieldTitle(*bit));
     return labels;
+}
+
+void FillEntryRecord(SDKPropertyMap& record, const std::u16string& path, bool folder,
+                     const SDKFieldSet& fields) {
+    if (fields.count(kSDKNameField))
+        record[kSDKNameField] = Path::LeafDisplayString(path);
+    if (fields.count(kSDKPathField))
+        record[kSDKPathField] = path;
+    if (folder)
+        record[kSDKDirectoryFlagField] = true;
 }
 
 }  // namespace Tessel::CardFieldLists

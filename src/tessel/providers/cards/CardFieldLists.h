@@ -21,4 +21,9 @@ std::map<std::u16string, std::u16string> FieldLabelList();
 SDKFieldSet FieldListWithRelatedFiles();
 std::map<std::u16string, std::u16string> FieldLabelListWithRelatedFiles();
 
+// The record of an entry a card listing shows as itself, a file or folder beside the card's
+// structure: its name and path when they are asked for, and the folder flag.
+void FillEntryRecord(SDKPropertyMap& record, const std::u16string& path, bool folder,
+                     const SDKFieldSet& fields);
+
 }  // namespace Tessel::CardFieldLists

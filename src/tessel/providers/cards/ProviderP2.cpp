@@ -521,13 +521,8 @@ SDKContentMap ListExtraContents(const std::string& path, const SDKFieldSet& fiel
         return {};
     for (const ExtraEntry& entry : entries) {
         SDKPropertyMap& record = content[Utf16ToUtf8(entry.path)];
-        if (fields.count(kSDKNameField))
-            record[kSDKNameField] = Path::LeafDisplayString(entry.path);
-        if (fields.count(kSDKPathField))
-            record[kSDKPathField] = entry.path;
-        if (entry.folder)
-            record[kSDKDirectoryFlagField] = true;
-        else
+        CardFieldLists::FillEntryRecord(record, entry.path, entry.folder, fields);
+        if (!entry.folder)
             record[kSDKExtraPathField] = std::string(kP2NonP2FileMarker);
     }
     return content;

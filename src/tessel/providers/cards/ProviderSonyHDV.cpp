@@ -260,13 +260,8 @@ SDKContentMap ProviderSonyHDV::GetContent(const std::string& path, const any_reg
         }
     }
     for (const OtherEntry& entry : others) {
-        SDKPropertyMap& record = content[Utf16ToUtf8(entry.path)];
-        if (fields.count(kSDKNameField))
-            record[kSDKNameField] = Path::LeafDisplayString(entry.path);
-        if (fields.count(kSDKPathField))
-            record[kSDKPathField] = entry.path;
-        if (entry.folder)
-            record[kSDKDirectoryFlagField] = true;
+        CardFieldLists::FillEntryRecord(content[Utf16ToUtf8(entry.path)], entry.path, entry.folder,
+                                        fields);
     }
     return aborted() ? SDKContentMap() : content;
 }

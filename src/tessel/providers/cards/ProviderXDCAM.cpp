@@ -522,13 +522,8 @@ SDKContentMap ProviderXDCAM::GetContent(const std::string& path, const any_regul
                        metadataFields, disc);
     }
     for (const OtherEntry& entry : listing.others) {
-        SDKPropertyMap& record = content[Utf16ToUtf8(entry.path)];
-        if (fields.count(kSDKNameField))
-            record[kSDKNameField] = Path::LeafDisplayString(entry.path);
-        if (fields.count(kSDKPathField))
-            record[kSDKPathField] = entry.path;
-        if (entry.folder)
-            record[kSDKDirectoryFlagField] = true;
+        CardFieldLists::FillEntryRecord(content[Utf16ToUtf8(entry.path)], entry.path, entry.folder,
+                                        fields);
     }
     return aborted() ? SDKContentMap() : content;
 }
