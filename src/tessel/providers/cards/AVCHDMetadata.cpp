@@ -408,7 +408,9 @@ SDKPropertyMap AVCHDShotValues(const AVCHDPlaylistInfo* playlist, std::size_t he
                                const AVCHDClipInfo* clip) {
     SDKPropertyMap values;
     const AVCHDMark* mark = nullptr;
-    std::optional<std::uint64_t> ticks;
+    // The shot's length in 45 kHz ticks; unknown when a PlayItem has no usable times.
+    std::uint64_t ticks = 0;
+    bool ticksKnown = false;
     if (playlist && head < playlist->items.size()) {
         for (const AVCHDMark& candidate : playlist->marks) {
             if (candidate.type == kEntryMark && candidate.playItem == head) {
@@ -421,10 +423,11 @@ SDKPropertyMap AVCHDShotValues(const AVCHDPlaylistInfo* playlist, std::size_t he
             if (i > head && item.connection != AVCHDUtils::kSeamlessConnection)
                 break;
             if (!item.timed || item.outTime < item.inTime) {
-                ticks.reset();
+                ticksKnown = false;
                 break;
             }
-            ticks = ticks.value_or(0) + (item.outTime - item.inTime);
+            ticks += item.outTime - item.inTime;
+            ticksKnown = true;
         }
     }
     const std::string rateText =
@@ -437,9 +440,9 @@ SDKPropertyMap AVCHDShotValues(const AVCHDPlaylistInfo* playlist, std::size_t he
     const bool dropFlag = start && ((*start)[0] & kDropFrameFlag) != 0;
     const std::optional<FrameRate> rate = ParseFrameRate(rateText, dropFlag);
 
-    if (ticks) {
+    if (ticksKnown) {
         constexpr double kClock = 45000.0;
-        const double seconds = static_cast<double>(*ticks) / kClock;
+        const double seconds = static_cast<double>(ticks) / kClock;
         SetText(values, "duration",
                 rate ? FormatTimecode(std::llround(seconds * rate->FramesPerSecond()), *rate)
                      : FormatClockTime(seconds));
