@@ -229,7 +229,7 @@ void Visit(BrowseState& state, const std::u16string& path, const std::string& la
         if (rank > state.exampleRank) {
             state.exampleRank = rank;
             state.exampleFolder = path;
-            state.exampleItem = key;
+            state.exampleItem = ItemPath(key, record);
         }
         if (!state.json) {
             state.out << indent << "  " << name << (kind == "folder" ? "/" : "") << "  "

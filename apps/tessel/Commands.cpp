@@ -672,6 +672,12 @@ std::u16string ItemExtraPath(const PropertyMap& record) {
     return TextOf(list ? (list->empty() ? any_regular_t() : list->front()) : *value);
 }
 
+std::u16string ItemPath(const std::u16string& key, const PropertyMap& record) {
+    const any_regular_t* value = FindValue(record, kPathField);
+    std::u16string path = value ? TextOf(*value) : std::u16string();
+    return path.empty() ? key : path;
+}
+
 std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::string& id,
                                          std::ostream& err, int& status) {
     const auto list = [&](ProviderWrapper* wrapper,
@@ -685,13 +691,10 @@ std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::
         }
         auto item = listing->content.find(path);
         if (item == listing->content.end()) {
-            item = std::find_if(
-                listing->content.begin(), listing->content.end(),
-                [&](const ContentMap::value_type& entry) {
-                    const any_regular_t* value = FindValue(entry.second, kPathField);
-                    const auto* text = value ? value->get_if<std::u16string>() : nullptr;
-                    return text && *text == path;
-                });
+            item = std::find_if(listing->content.begin(), listing->content.end(),
+                                [&](const ContentMap::value_type& entry) {
+                                    return ItemPath(entry.first, entry.second) == path;
+                                });
         }
         if (item == listing->content.end())
             return std::nullopt;

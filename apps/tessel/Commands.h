@@ -102,6 +102,10 @@ std::optional<ListedItem> FindListedItem(const std::u16string& path, const std::
 // The second path a thumbnail request for the item carries: its ExtraPath, or the first of
 // its related files when that is a list (the top clip of a shot).
 std::u16string ItemExtraPath(const PropertyMap& record);
+// Where an item of a listing is: its "Path" field when it has one, else its key. Most providers key
+// their items by path; some key them by name (AVCHD by the shot's stream file name) and give the
+// path in the field.
+std::u16string ItemPath(const std::u16string& key, const PropertyMap& record);
 
 // What an item is, in a word: "folder", "volume" (an entry of a volume list), "file" (an
 // entry of the folder provider), or "item" (anything another provider shows, such as a clip).

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "fixtures/AVCHDCard.h"
 #include "fixtures/FixtureFiles.h"
 #include "fixtures/P2Card.h"
 
@@ -27,6 +28,8 @@ int main(int argc, char** argv) {
         WriteFile(root / "Stills" / "red.xmp",
                   XMPPacket({{"dc:description", "A red still"}, {"xmpDM:scene", "12"}}));
         WriteP2Card(root / "Card");
+        // A camcorder's card, whose items are keyed by their stream files' names.
+        WriteAVCHDCard(root / "Camcorder");
         MakeFolder(root / "Empty");
         WriteFile(root / "file.txt", "a file, not a folder\n");
         // Names that are hard to show: wide, combining and (where the system allows them)
