@@ -8,6 +8,7 @@
 #include "fixtures/AVCHDCard.h"
 #include "fixtures/FixtureFiles.h"
 #include "fixtures/P2Card.h"
+#include "fixtures/SampleCards.h"
 
 namespace fs = std::filesystem;
 using namespace Tessel::Fixtures;
@@ -30,6 +31,8 @@ int main(int argc, char** argv) {
         WriteP2Card(root / "Card");
         // A camcorder's card, whose items are keyed by their stream files' names.
         WriteAVCHDCard(root / "Camcorder");
+        // One card of every format, as the samples hold them.
+        WriteSampleCards(fs::path(argv[1]) / "samples");
         MakeFolder(root / "Empty");
         WriteFile(root / "file.txt", "a file, not a folder\n");
         // Names that are hard to show: wide, combining and (where the system allows them)

@@ -92,10 +92,8 @@ TEST(ProviderAVCHD, ClaimsTheLayoutByItsRules) {
         DirectoryContents contents(Utf8ToUtf16(path));
         EXPECT_EQ(ProviderAVCHD().CanProvideFor(path, {}, contents, NeverAbort()), c.score)
             << c.name;
-        std::string ranking;  // what a user sees: the card above the folder provider
-        for (ProviderWrapper* wrapper : ProviderHost::GetProviderList(Utf8ToUtf16(path), {}))
-            ranking += Utf16ToUtf8(wrapper->GetUIString()) + ";";
-        EXPECT_EQ(ranking, c.score ? "AVCHD;File Directory;" : "File Directory;") << c.name;
+        EXPECT_EQ(T::Ranking(path), c.score ? "AVCHD;File Directory;" : "File Directory;")
+            << c.name;
     }
     EXPECT_EQ(ProviderHost::GetAllProviders()[4]->GetUIString(), u"AVCHD");
     for (const char16_t* name : {u"00001.MTS", u"00001.m2ts"})

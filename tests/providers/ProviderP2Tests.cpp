@@ -1,6 +1,6 @@
 // ProviderP2: recognition by the card's exact names and walk order, the missing-media check,
 // shots folded across cards standing side by side, the extra-contents item, start timecodes
-// as the camera shows them, thumbnails from a neighbouring card, and the ranking a user sees.
+// as the camera shows them, and thumbnails from a neighbouring card.
 #include <tessel/providers/cards/ProviderP2.h>
 
 #include <gtest/gtest.h>
@@ -199,25 +199,6 @@ TEST(ProviderP2, FoldsShotsAcrossCardsSideBySide) {
     EXPECT_EQ(keys, (std::vector<std::string>{In(dir, "Card1/CONTENTS/CLIP/0009BB.XML"),
                                               In(dir, "Card1/CONTENTS/VIDEO/notes.txt"),
                                               In(dir, "Card1/readme.txt")}));
-}
-
-TEST(ProviderP2, RankedAboveTheFolderProviderAmongAllProviders) {
-    T::HostFixture host(true);
-    T::TempDir dir;
-    F::WriteP2Card(dir.path() / "Card");
-    const auto ranking = [&](const std::string& path) {
-        std::vector<int> scores;
-        std::string text;
-        const auto providers = ProviderHost::SelectProviders(Utf8ToUtf16(path), {}, nullptr,
-                                                             NeverAbort(), false, &scores);
-        for (std::size_t i = 0; i < providers.size(); ++i)
-            text +=
-                Utf16ToUtf8(providers[i]->GetUIString()) + " " + std::to_string(scores[i]) + ";";
-        return text;
-    };
-    EXPECT_EQ(ranking(In(dir, "Card")), "Panasonic P2 100;File Directory 30;");
-    dir.WriteFile("Card/notes.txt", "x");
-    EXPECT_EQ(ranking(In(dir, "Card")), "Panasonic P2 40;File Directory 30;");
 }
 
 }  // namespace

@@ -193,28 +193,20 @@ TEST(ProviderXDCAM, CardsRankAboveTheFolderProviderAmongAllProviders) {
     F::WriteXDCAMDisc(dir.path() / "Disc", PROAVDisc());
     F::WriteXDCAMDisc(dir.path() / "Root");
     F::WriteSonyHDVCard(dir.path() / "HDV", {{}, false});
-    F::WriteP2Card(dir.path() / "P2");
     // A card copied into a cloud-sync folder is still a card.
     F::WriteXDCAMDisc(dir.path() / "Dropbox" / "Disc", PROAVDisc());
     Settings::Set("Tessel.CloudSync.Dropbox", (dir.path() / "Dropbox").string());
-    const auto ranking = [&](const std::string& path) {
-        std::string text;
-        for (ProviderWrapper* wrapper : ProviderHost::GetProviderList(Utf8ToUtf16(path), {}))
-            text += Utf16ToUtf8(wrapper->GetUIString()) + ";";
-        return text;
-    };
     const struct {
         const char* folder;
         const char* expected;
     } cases[] = {
-        {"Disc", "XDCAM-HD;File Directory;"},         {"Root", "XDCAM-HD;File Directory;"},
-        {"HDV", "Sony HDV;File Directory;"},          {"P2", "Panasonic P2;File Directory;"},
-        {"Dropbox/Disc", "XDCAM-HD;File Directory;"}, {"Disc/PROAV", "File Directory;"},
-        {"HDV/VIDEO/HVR", "File Directory;"},
+        {"Disc", "XDCAM-HD;File Directory;"}, {"Root", "XDCAM-HD;File Directory;"},
+        {"HDV", "Sony HDV;File Directory;"},  {"Dropbox/Disc", "XDCAM-HD;File Directory;"},
+        {"Disc/PROAV", "File Directory;"},    {"HDV/VIDEO/HVR", "File Directory;"},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(ranking(In(dir, c.folder)), c.expected) << c.folder;
-    EXPECT_EQ(ranking("cloudsync:"), "CloudSync;");
+        EXPECT_EQ(T::Ranking(In(dir, c.folder)), c.expected) << c.folder;
+    EXPECT_EQ(T::Ranking("cloudsync:"), "CloudSync;");
     const SDKContentMap synced =
         ProviderXDCAM().GetContent(In(dir, "Dropbox/Disc"), {}, {"Name"}, nullptr);
     EXPECT_EQ(synced.size(), 2u) << "the clip and General";

@@ -7,6 +7,7 @@
 #include <tessel/foundation/Path.h>
 #include <tessel/foundation/Settings.h>
 #include <tessel/foundation/Unicode.h>
+#include <tessel/framework/ProviderHost.h>
 #include <tessel/media/PelPix.h>
 
 namespace Tessel::Test {
@@ -88,6 +89,13 @@ HostFixture::~HostFixture() {
 
 bool PumpUntil(const std::function<bool()>& done) {
     return MainThread::RunUntil(done, std::chrono::seconds(10));
+}
+
+std::string Ranking(const std::string& path) {
+    std::string text;
+    for (ProviderWrapper* wrapper : ProviderHost::GetProviderList(Utf8ToUtf16(path), {}))
+        text += Utf16ToUtf8(wrapper->GetUIString()) + ";";
+    return text;
 }
 
 }  // namespace Tessel::Test

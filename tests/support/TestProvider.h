@@ -82,6 +82,10 @@ public:
     HostFixture& operator=(const HostFixture&) = delete;
 };
 
+// What a user sees for PATH (UTF-8): the names of the providers that can show it, best first,
+// each followed by ";".
+std::string Ranking(const std::string& path);
+
 // Pumps the main thread until DONE() or 10 seconds passed; returns DONE().
 bool PumpUntil(const std::function<bool()>& done);
 
