@@ -192,18 +192,6 @@ SDKContentMap CardClipProvider::GetContent(const std::string& path, const any_re
     return aborted() ? SDKContentMap() : content;
 }
 
-SDKFieldSet CardClipProvider::GetFieldList() {
-    return CardFieldLists::FieldList();
-}
-
-std::vector<std::string> CardClipProvider::GetDefaultFieldList() {
-    return CardFieldLists::DefaultFieldList();
-}
-
-std::map<std::u16string, std::u16string> CardClipProvider::GetFieldLabelList() {
-    return CardFieldLists::FieldLabelList();
-}
-
 std::uint32_t CardClipProvider::GetMaximumThumbnailHeight(std::uint32_t requestedHeight) {
     // Compared as a signed number: a request that reads as negative is passed through.
     return static_cast<std::int32_t>(requestedHeight) > kLargestThumbnailHeight

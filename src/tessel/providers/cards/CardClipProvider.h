@@ -27,10 +27,11 @@
 #include <tessel/foundation/Directory.h>
 #include <tessel/framework/Provider.h>
 #include <tessel/platform/Export.h>
+#include <tessel/providers/cards/CardFieldLists.h>
 
 namespace Tessel {
 
-class TESSEL_API CardClipProvider : public Provider {
+class TESSEL_API CardClipProvider : public CardColumnsProvider {
 public:
     // One clip of a listing.
     struct Clip {
@@ -51,9 +52,6 @@ public:
 
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
-    SDKFieldSet GetFieldList() override;
-    std::vector<std::string> GetDefaultFieldList() override;
-    std::map<std::u16string, std::u16string> GetFieldLabelList() override;
     int CanProvideFor(const std::string& path, const any_regular_t& state,
                       DirectoryContents& contents, const AbortPredicate& abort) override;
     std::uint32_t GetMaximumThumbnailHeight(std::uint32_t requestedHeight) override;

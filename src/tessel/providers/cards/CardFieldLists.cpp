@@ -61,3 +61,19 @@ void FillEntryRecord(SDKPropertyMap& record, const std::u16string& path, bool fo
 }
 
 }  // namespace Tessel::CardFieldLists
+
+namespace Tessel {
+
+SDKFieldSet CardColumnsProvider::GetFieldList() {
+    return CardFieldLists::FieldList();
+}
+
+std::vector<std::string> CardColumnsProvider::GetDefaultFieldList() {
+    return CardFieldLists::DefaultFieldList();
+}
+
+std::map<std::u16string, std::u16string> CardColumnsProvider::GetFieldLabelList() {
+    return CardFieldLists::FieldLabelList();
+}
+
+}  // namespace Tessel

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include <tessel/framework/ContentRecord.h>
+#include <tessel/framework/Provider.h>
+#include <tessel/platform/Export.h>
 
 namespace Tessel::CardFieldLists {
 
@@ -27,3 +29,15 @@ void FillEntryRecord(SDKPropertyMap& record, const std::u16string& path, bool fo
                      const SDKFieldSet& fields);
 
 }  // namespace Tessel::CardFieldLists
+
+namespace Tessel {
+
+// A card provider that offers the columns above.
+class TESSEL_API CardColumnsProvider : public Provider {
+public:
+    SDKFieldSet GetFieldList() override;
+    std::vector<std::string> GetDefaultFieldList() override;
+    std::map<std::u16string, std::u16string> GetFieldLabelList() override;
+};
+
+}  // namespace Tessel

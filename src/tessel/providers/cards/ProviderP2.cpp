@@ -675,18 +675,6 @@ SDKContentMap ProviderP2::GetContent(const std::string& path, const any_regular_
     return content;
 }
 
-SDKFieldSet ProviderP2::GetFieldList() {
-    return CardFieldLists::FieldList();
-}
-
-std::vector<std::string> ProviderP2::GetDefaultFieldList() {
-    return CardFieldLists::DefaultFieldList();
-}
-
-std::map<std::u16string, std::u16string> ProviderP2::GetFieldLabelList() {
-    return CardFieldLists::FieldLabelList();
-}
-
 std::string ProviderP2::GetIdentification() {
     return std::string(kProviderIDPrefix) + "ProviderP2";
 }

@@ -39,6 +39,7 @@
 
 #include <tessel/framework/Provider.h>
 #include <tessel/platform/Export.h>
+#include <tessel/providers/cards/CardFieldLists.h>
 
 namespace Tessel {
 
@@ -77,13 +78,10 @@ TESSEL_API std::string P2DisplayStartTimecode(const P2ClipRecord& record);
 inline constexpr const char* kP2ExtraContentsName = "-Extra P2 Directory Contents-";
 inline constexpr const char* kP2NonP2FileMarker = "*Non-P2 File*";
 
-class TESSEL_API ProviderP2 : public Provider {
+class TESSEL_API ProviderP2 : public CardColumnsProvider {
 public:
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
-    SDKFieldSet GetFieldList() override;
-    std::vector<std::string> GetDefaultFieldList() override;
-    std::map<std::u16string, std::u16string> GetFieldLabelList() override;
     int CanProvideFor(const std::string& path, const any_regular_t& state,
                       DirectoryContents& contents, const AbortPredicate& abort) override;
     std::string GetIdentification() override;

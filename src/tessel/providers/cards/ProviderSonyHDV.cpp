@@ -266,18 +266,6 @@ SDKContentMap ProviderSonyHDV::GetContent(const std::string& path, const any_reg
     return aborted() ? SDKContentMap() : content;
 }
 
-SDKFieldSet ProviderSonyHDV::GetFieldList() {
-    return CardFieldLists::FieldList();
-}
-
-std::vector<std::string> ProviderSonyHDV::GetDefaultFieldList() {
-    return CardFieldLists::DefaultFieldList();
-}
-
-std::map<std::u16string, std::u16string> ProviderSonyHDV::GetFieldLabelList() {
-    return CardFieldLists::FieldLabelList();
-}
-
 std::string ProviderSonyHDV::GetIdentification() {
     return std::string(kProviderIDPrefix) + "ProviderSonyHDV";
 }

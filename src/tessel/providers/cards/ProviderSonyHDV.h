@@ -36,19 +36,17 @@
 
 #include <tessel/framework/Provider.h>
 #include <tessel/platform/Export.h>
+#include <tessel/providers/cards/CardFieldLists.h>
 
 namespace Tessel {
 
 // The name test above, of a file name (no folder).
 TESSEL_API bool IsSonyHDVRecordingName(std::u16string_view name, bool sidecarsAccepted);
 
-class TESSEL_API ProviderSonyHDV : public Provider {
+class TESSEL_API ProviderSonyHDV : public CardColumnsProvider {
 public:
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
-    SDKFieldSet GetFieldList() override;
-    std::vector<std::string> GetDefaultFieldList() override;
-    std::map<std::u16string, std::u16string> GetFieldLabelList() override;
     int CanProvideFor(const std::string& path, const any_regular_t& state,
                       DirectoryContents& contents, const AbortPredicate& abort) override;
     std::string GetIdentification() override;

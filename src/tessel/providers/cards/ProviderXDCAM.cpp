@@ -528,18 +528,6 @@ SDKContentMap ProviderXDCAM::GetContent(const std::string& path, const any_regul
     return aborted() ? SDKContentMap() : content;
 }
 
-SDKFieldSet ProviderXDCAM::GetFieldList() {
-    return CardFieldLists::FieldList();
-}
-
-std::vector<std::string> ProviderXDCAM::GetDefaultFieldList() {
-    return CardFieldLists::DefaultFieldList();
-}
-
-std::map<std::u16string, std::u16string> ProviderXDCAM::GetFieldLabelList() {
-    return CardFieldLists::FieldLabelList();
-}
-
 std::string ProviderXDCAM::GetIdentification() {
     return std::string(kProviderIDPrefix) + "ProviderXDCAM";
 }

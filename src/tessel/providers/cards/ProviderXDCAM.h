@@ -42,6 +42,7 @@
 
 #include <tessel/framework/Provider.h>
 #include <tessel/platform/Export.h>
+#include <tessel/providers/cards/CardFieldLists.h>
 
 namespace Tessel {
 
@@ -81,13 +82,10 @@ TESSEL_API bool ReadXDCAMDiscMeta(const std::u16string& path, XDCAMDiscMeta& dis
 TESSEL_API bool ReadXDCAMDiscMetaFromBytes(const std::string& bytes, const std::u16string& path,
                                            XDCAMDiscMeta& disc);
 
-class TESSEL_API ProviderXDCAM : public Provider {
+class TESSEL_API ProviderXDCAM : public CardColumnsProvider {
 public:
     SDKContentMap GetContent(const std::string& path, const any_regular_t& state,
                              const SDKFieldSet& fields, ProviderRequest* request) override;
-    SDKFieldSet GetFieldList() override;
-    std::vector<std::string> GetDefaultFieldList() override;
-    std::map<std::u16string, std::u16string> GetFieldLabelList() override;
     int CanProvideFor(const std::string& path, const any_regular_t& state,
                       DirectoryContents& contents, const AbortPredicate& abort) override;
     std::string GetIdentification() override;
